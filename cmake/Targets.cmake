@@ -1,0 +1,80 @@
+# Three kinds of library, told apart by where they may be built.
+
+# diag_library(<name> SOURCES <file>... [PUBLIC <target>...] [PRIVATE <target>...])
+# A folder of src/: what the device's toolchain takes, so C++17 without exceptions and RTTI. Its public
+# headers are under include/; headers beside the sources are its own.
+function(diag_library name)
+  diag_add_library(${name} 17 ${ARGN})
+  target_compile_options(${name} PRIVATE -fno-exceptions)
+endfunction()
+
+# platform_library(...): a folder of platform/, which only ever runs on a Linux host.
+function(platform_library name)
+  diag_add_library(${name} 20 ${ARGN})
+endfunction()
+
+function(diag_add_library name standard)
+  cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "SOURCES;PUBLIC;PRIVATE")
+  if(arg_SOURCES)
+    add_library(${name} STATIC ${arg_SOURCES})
+    target_include_directories(${name} PUBLIC include)
+    target_link_libraries(${name} PUBLIC ${arg_PUBLIC} PRIVATE ${arg_PRIVATE})
+    diag_common(${name} ${standard})
+  else()
+    add_library(${name} INTERFACE)
+    target_include_directories(${name} INTERFACE include)
+    target_link_libraries(${name} INTERFACE ${arg_PUBLIC})
+  endif()
+endfunction()
+
+# diag_program(<name> SOURCES <file>... [LIBS <target>...] [STANDARD 17|20])
+function(diag_program name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "STANDARD" "SOURCES;LIBS")
+  if(NOT arg_STANDARD)
+    set(arg_STANDARD 20)
+  endif()
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE ${arg_LIBS})
+  diag_common(${name} ${arg_STANDARD})
+endfunction()
+
+# diag_test(<name> SOURCES <file>... [LIBS <target>...] [TIMEOUT <s>] [LABELS <l>...])
+# One googletest program, run shuffled as one ctest test. The folder's own headers are in sight of its
+# tests through DIRS.
+function(diag_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "SERIAL" "TIMEOUT" "SOURCES;LIBS;DIRS;LABELS")
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 120)
+  endif()
+  diag_program(${name} SOURCES ${arg_SOURCES} LIBS ${arg_LIBS} test_support gmock gtest gtest_main)
+  target_include_directories(${name} PRIVATE ${arg_DIRS})
+  add_test(NAME ${name} COMMAND ${name} --gtest_shuffle --gtest_brief=1)
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT})
+  if(arg_SERIAL)
+    set_tests_properties(${name} PROPERTIES RUN_SERIAL ON)
+  endif()
+  if(arg_LABELS)
+    set_tests_properties(${name} PROPERTIES LABELS "${arg_LABELS}")
+  endif()
+endfunction()
+
+# diag_bench(<name> SOURCES <file>... [LIBS <target>...])
+function(diag_bench name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBS;DIRS")
+  diag_program(${name} SOURCES ${arg_SOURCES} LIBS ${arg_LIBS} benchmark)
+  target_include_directories(${name} PRIVATE ${arg_DIRS})
+  set_property(GLOBAL APPEND PROPERTY DIAG_BENCHMARKS ${name})
+endfunction()
+
+# diag_fuzz(<name> SOURCES <file>... [LIBS <target>...]): a libFuzzer target; its corpus is corpus/<name>.
+function(diag_fuzz name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBS;DIRS")
+  diag_program(${name} SOURCES ${arg_SOURCES} LIBS ${arg_LIBS})
+  target_include_directories(${name} PRIVATE ${arg_DIRS})
+  target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+endfunction()
+
+function(diag_common name standard)
+  set_target_properties(${name} PROPERTIES CXX_STANDARD ${standard})
+  target_compile_options(${name} PRIVATE -fno-rtti)
+endfunction()

@@ -1,0 +1,52 @@
+#include "support/TempDir.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace test {
+
+TempDir::TempDir() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "diag-test-XXXXXX").string();
+  if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp " + pattern);
+  mPath = pattern;
+}
+
+TempDir::~TempDir() {
+  std::error_code ignored;  // a test may have taken away its own right to remove
+  std::filesystem::remove_all(mPath, ignored);
+}
+
+std::string TempDir::write(std::string_view name, std::string_view contents) const {
+  const std::filesystem::path file = path(name);
+  std::filesystem::create_directories(file.parent_path());
+  std::ofstream stream(file, std::ios::binary);
+  stream << contents;
+  stream.close();
+  if (!stream) throw std::runtime_error("cannot write " + file.string());
+  return file.string();
+}
+
+std::string readFile(const std::string& path) {
+  std::ifstream stream(path, std::ios::binary);
+  std::ostringstream text;
+  text << stream.rdbuf();
+  return text.str();
+}
+
+ScopedEnv::ScopedEnv(const char* name, const std::string& value) : mName(name) {
+  if (const char* old = getenv(name)) mOld = old;
+  setenv(name, value.c_str(), 1);
+}
+
+ScopedEnv::~ScopedEnv() {
+  if (mOld) {
+    setenv(mName, mOld->c_str(), 1);
+  } else {
+    unsetenv(mName);
+  }
+}
+
+}  // namespace test

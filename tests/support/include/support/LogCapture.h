@@ -1,0 +1,34 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <android/log.h>
+
+namespace test {
+
+struct LogLine {
+  int priority = 0;                // ANDROID_LOG_*
+  std::optional<std::string> tag;  // empty where the message carries no tag
+  std::string text;
+};
+
+// Takes every log message of the process, DEBUG included, instead of letting it reach stderr, from
+// construction to destruction. One at a time; messages may come from any thread.
+class LogCapture {
+ public:
+  LogCapture();
+  ~LogCapture();
+  LogCapture(const LogCapture&) = delete;
+  LogCapture& operator=(const LogCapture&) = delete;
+
+  std::vector<LogLine> lines() const;
+  // The texts of the captured messages at `priority`, in order.
+  std::vector<std::string> texts(int priority) const;
+  bool has(int priority, const std::string& tag, const std::string& text) const;
+  size_t count(const std::string& text) const;
+  void clear();
+};
+
+}  // namespace test

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace test {
+
+// A directory of its own for one test, removed with all that is in it.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+
+  const std::string& path() const { return mPath; }
+  std::string path(std::string_view name) const { return mPath + "/" + std::string(name); }
+  // Writes a file below the directory, making the directories on the way; returns its full path.
+  std::string write(std::string_view name, std::string_view contents) const;
+
+ private:
+  std::string mPath;
+};
+
+std::string readFile(const std::string& path);
+
+// Sets an environment variable for a scope and puts the old value back.
+class ScopedEnv {
+ public:
+  ScopedEnv(const char* name, const std::string& value);
+  ~ScopedEnv();
+  ScopedEnv(const ScopedEnv&) = delete;
+  ScopedEnv& operator=(const ScopedEnv&) = delete;
+
+ private:
+  const char* mName;
+  std::optional<std::string> mOld;
+};
+
+}  // namespace test
