@@ -50,7 +50,8 @@ void compare(benchmark::State& state, double atMost, const std::function<void()>
 }
 
 void registerComparison(const char* name, int iterations, void (*body)(benchmark::State&)) {
-  benchmark::RegisterBenchmark(name, body)->Iterations(iterations)->UseManualTime();
+  const bool once = getenv("DIAG_BENCH_ONCE") != nullptr;
+  benchmark::RegisterBenchmark(name, body)->Iterations(once ? 1 : iterations)->UseManualTime();
 }
 
 void pinToCore(int core) {

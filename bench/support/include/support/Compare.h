@@ -19,7 +19,8 @@ enum class Clock {
 void compare(benchmark::State& state, double atMost, const std::function<void()>& ours,
              const std::function<void()>& limit, Clock clock = Clock::ThreadCpu);
 
-// Registers `body`, which calls compare(), with `iterations` timed pairs (at least five).
+// Registers `body`, which calls compare(), with `iterations` timed pairs (at least five); one pair where
+// DIAG_BENCH_ONCE is set.
 void registerComparison(const char* name, int iterations, void (*body)(benchmark::State&));
 
 // Keeps the calling thread, and processes forked from it later, on one core.

@@ -1,0 +1,59 @@
+# Shared by ./run, ./test and .ci/run: packages, builds, and words on the terminal. Sourced with the root of
+# the checkout as the working directory.
+# shellcheck shell=bash
+
+# What a build of the service and its tools takes, then what its tests take besides.
+build_packages=(
+  g++ cmake ninja-build protobuf-compiler aidl
+  android-liblog-dev android-libutils-dev android-libbase-dev android-libcutils-dev
+  android-platform-frameworks-native-headers android-platform-system-core-headers
+  libjsoncpp-dev libprotobuf-dev libfmt-dev libcli11-dev util-linux)
+test_packages=(libgtest-dev libgmock-dev)
+bench_packages=(libbenchmark-dev)
+check_packages=(clang clang-format clang-tidy libclang-rt-14-dev libc++-dev libc++abi-dev)
+
+say() { printf '\n\033[1m== %s\033[0m\n' "$*"; }
+
+die() {
+  printf '%s: %s\n' "$(basename "$0")" "$1" >&2
+  exit "${2:-1}"
+}
+
+# need_packages PACKAGE...: installs what is missing, or names it and stops.
+need_packages() {
+  command -v dpkg-query >/dev/null ||
+    die "this is not a Debian machine; it needs what these Debian 12 packages hold: $*"
+  local missing=() name
+  for name in "$@"; do
+    [ "$(dpkg-query -W -f '${db:Status-Status}' "$name" 2>/dev/null)" = installed ] || missing+=("$name")
+  done
+  [ ${#missing[@]} -gt 0 ] || return 0
+  local as_root=()
+  if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null && { sudo -n true 2>/dev/null || [ -t 0 ]; } ||
+      die "missing packages, and neither root nor sudo to install them: apt-get install ${missing[*]}"
+    as_root=(sudo)
+  fi
+  say "Installing ${missing[*]}"
+  "${as_root[@]}" apt-get update -q &&
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+      apt-get install -q -y --no-install-recommends "${missing[@]}" ||
+    die "could not install: ${missing[*]}"
+}
+
+# build PRESET [-DOPTION=VALUE...] [TARGET...]: configures and builds into build/PRESET.
+build() {
+  local preset=$1 options=() log status=0
+  shift
+  while [[ ${1:-} == -D* ]]; do
+    options+=("$1")
+    shift
+  done
+  say "Building ($preset)"
+  log=$(mktemp)
+  cmake --preset "$preset" "${options[@]}" >"$log" 2>&1 || status=$?
+  [ "$status" -eq 0 ] || cat "$log" >&2
+  rm -f "$log"
+  [ "$status" -eq 0 ] || die "cmake could not configure build/$preset"
+  cmake --build "build/$preset" ${1:+--target "$@"} || die "the $preset build failed"
+}
