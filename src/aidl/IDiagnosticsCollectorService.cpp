@@ -1,0 +1,116 @@
+#include "dev/kerno/internal/diagnostics/IDiagnosticsCollectorService.h"
+
+#include "dev/kerno/internal/diagnostics/BnDiagnosticsCollectorService.h"
+#include "dev/kerno/internal/diagnostics/BpDiagnosticsCollectorService.h"
+
+namespace dev::kerno::internal::diagnostics {
+
+using ::android::BBinder;
+using ::android::IBinder;
+using ::android::OK;
+using ::android::Parcel;
+using ::android::sp;
+using ::android::status_t;
+using ::android::String16;
+using ::android::binder::Status;
+using ::android::os::PersistableBundle;
+
+IMPLEMENT_META_INTERFACE(DiagnosticsCollectorService,
+                         "dev.kerno.internal.diagnostics.IDiagnosticsCollectorService")
+
+namespace {
+
+status_t writeAnswer(const Status& status, const PersistableBundle& data, Parcel* reply) {
+  const status_t written = status.writeToParcel(reply);
+  if (written != OK || !status.isOk()) return written;
+  return reply->writeParcelable(data);
+}
+
+status_t transactForProcess(IDiagnosticsCollectorService& service, const Parcel& data, Parcel* reply) {
+  int32_t pid = 0;
+  String16 name;
+  if (const status_t read = data.readInt32(&pid); read != OK) return read;
+  if (const status_t read = data.readString16(&name); read != OK) return read;
+  PersistableBundle states;
+  const Status status = service.getApplicationStateDataForProcess(pid, name, &states);
+  return writeAnswer(status, states, reply);
+}
+
+status_t transactForAll(IDiagnosticsCollectorService& service, Parcel* reply) {
+  PersistableBundle states;
+  const Status status = service.getAllAvailableApplicationStateData(&states);
+  return writeAnswer(status, states, reply);
+}
+
+status_t transactForSystem(IDiagnosticsCollectorService& service, Parcel* reply) {
+  PersistableBundle context;
+  const Status status = service.getSystemContextData(&context);
+  return writeAnswer(status, context, reply);
+}
+
+// Sends a request whose parcel stands ready and reads the bundle that answers it.
+Status call(IBinder* remote, IDiagnosticsCollectorService::Transaction code, const Parcel& request,
+            PersistableBundle* data) {
+  Parcel reply;
+  if (const status_t sent = remote->transact(code, request, &reply); sent != OK) {
+    return Status::fromStatusT(sent);
+  }
+  Status status;
+  if (const status_t read = status.readFromParcel(reply); read != OK) return Status::fromStatusT(read);
+  if (!status.isOk()) return status;
+  return Status::fromStatusT(reply.readParcelable(data));
+}
+
+}  // namespace
+
+status_t BnDiagnosticsCollectorService::onTransact(uint32_t code, const Parcel& data, Parcel* reply,
+                                                   uint32_t flags) {
+  if (code < kGetApplicationStateDataForProcess || code > kGetSystemContextData) {
+    return BBinder::onTransact(code, data, reply, flags);
+  }
+  if (!data.checkInterface(this)) return ::android::BAD_TYPE;
+  status_t result = OK;
+  switch (code) {
+    case kGetApplicationStateDataForProcess:
+      result = transactForProcess(*this, data, reply);
+      break;
+    case kGetAllAvailableApplicationStateData:
+      result = transactForAll(*this, reply);
+      break;
+    default:
+      result = transactForSystem(*this, reply);
+      break;
+  }
+  // A string that is missing, cut short or null is the caller's null pointer, and told as one.
+  if (result != ::android::UNEXPECTED_NULL) return result;
+  return Status::fromExceptionCode(Status::EX_NULL_POINTER).writeToParcel(reply);
+}
+
+BpDiagnosticsCollectorService::BpDiagnosticsCollectorService(const sp<IBinder>& remote)
+    : BpInterface<IDiagnosticsCollectorService>(remote) {}
+
+Status BpDiagnosticsCollectorService::getApplicationStateDataForProcess(int32_t pid, const String16& name,
+                                                                        PersistableBundle* data) {
+  Parcel request;
+  status_t written = request.writeInterfaceToken(getInterfaceDescriptor());
+  if (written == OK) written = request.writeInt32(pid);
+  if (written == OK) written = request.writeString16(name);
+  if (written != OK) return Status::fromStatusT(written);
+  return call(remote(), kGetApplicationStateDataForProcess, request, data);
+}
+
+Status BpDiagnosticsCollectorService::getAllAvailableApplicationStateData(PersistableBundle* data) {
+  Parcel request;
+  const status_t written = request.writeInterfaceToken(getInterfaceDescriptor());
+  if (written != OK) return Status::fromStatusT(written);
+  return call(remote(), kGetAllAvailableApplicationStateData, request, data);
+}
+
+Status BpDiagnosticsCollectorService::getSystemContextData(PersistableBundle* data) {
+  Parcel request;
+  const status_t written = request.writeInterfaceToken(getInterfaceDescriptor());
+  if (written != OK) return Status::fromStatusT(written);
+  return call(remote(), kGetSystemContextData, request, data);
+}
+
+}  // namespace dev::kerno::internal::diagnostics
