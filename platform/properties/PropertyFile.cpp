@@ -1,0 +1,187 @@
+#include "properties/PropertyFile.h"
+
+#include <cerrno>
+#include <clocale>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <mutex>
+#include <set>
+
+#include <android/log.h>
+#include <sys/system_properties.h>
+
+#include "runtime/Files.h"
+#include "runtime/RuntimeDirectory.h"
+
+namespace platform {
+namespace {
+
+constexpr char kLogTag[] = "properties";
+
+std::string propertyPath() {
+  return runtimeDirectory() + "/properties";
+}
+
+bool isReadOnly(std::string_view name) {
+  return name.substr(0, 3) == "ro.";
+}
+
+bool isLegalName(std::string_view name) {
+  constexpr std::string_view kLegal = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._@:-";
+  return !name.empty() && name.front() != '.' && name.back() != '.' &&
+         name.find("..") == std::string_view::npos &&
+         name.find_first_not_of(kLegal) == std::string_view::npos;
+}
+
+bool isValidUtf8(const std::string& text) {
+  static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+  const locale_t before = uselocale(utf8);
+  const bool valid = mbstowcs(nullptr, text.c_str(), 0) != static_cast<size_t>(-1);
+  uselocale(before);
+  return valid;
+}
+
+std::string_view trimmed(std::string_view text) {
+  const size_t first = text.find_first_not_of(" \t");
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
+// Once for each thing to say; a file that is read at every query would repeat itself. The bound keeps a file
+// that is rewritten with ever new faults from filling the memory: past it the process says no more.
+void logOnce(const std::string& message) {
+  constexpr size_t kMaxMessages = 64;
+  static std::mutex mutex;
+  static auto& said = *new std::set<size_t>();
+  {
+    std::lock_guard lock(mutex);
+    if (said.size() >= kMaxMessages || !said.insert(std::hash<std::string>()(message)).second) return;
+  }
+  __android_log_print(ANDROID_LOG_WARN, kLogTag, "%s", message.c_str());
+}
+
+void logIgnored(std::string_view line, const char* reason) {
+  constexpr size_t kShown = 80;
+  logOnce(propertyPath() + ": ignoring the line \"" + std::string(line.substr(0, kShown)) +
+          (line.size() > kShown ? "...\": " : "\": ") + reason);
+}
+
+// Calls visit(line, offset of the line) for each line, without its newline.
+template <typename Visit>
+void forEachLine(std::string_view text, const Visit& visit) {
+  for (size_t start = 0; start < text.size();) {
+    const size_t end = std::min(text.find('\n', start), text.size());
+    visit(text.substr(start, end - start), start);
+    start = end + 1;
+  }
+}
+
+// Calls visit(property, its whole line, offset of the line) for each property, in the order of the file.
+template <typename Visit>
+void forEachProperty(std::string_view text, const Visit& visit) {
+  forEachLine(text, [&](std::string_view line, size_t offset) {
+    const PropertyLine property = parsePropertyLine(line);
+    if (property.kind == PropertyLine::Kind::Ignored) logIgnored(line, property.reason);
+    if (property.kind == PropertyLine::Kind::Property) visit(property, line, offset);
+  });
+}
+
+std::optional<std::string> refusal(std::string_view name, std::string_view value) {
+  if (!isLegalName(name)) {
+    return "\"" + std::string(name) +
+           "\" is no property name: letters, digits and . _ @ : - without a dot at either end or two in a "
+           "row";
+  }
+  if (value.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos) {
+    return "the value of " + std::string(name) +
+           " holds a line break or NUL, which the property file cannot keep";
+  }
+  if (!isReadOnly(name) && value.size() >= PROP_VALUE_MAX) {
+    return "the value of " + std::string(name) + " has " + std::to_string(value.size()) +
+           " bytes; only read-only properties (ro.*) may have more than 91";
+  }
+  if (!isValidUtf8(std::string(value))) return "the value of " + std::string(name) + " is not valid UTF-8";
+  return std::nullopt;
+}
+
+}  // namespace
+
+PropertyLine parsePropertyLine(std::string_view line) {
+  if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+  const std::string_view content = trimmed(line);
+  if (content.empty() || content.front() == '#') return {};
+  PropertyLine result;
+  result.kind = PropertyLine::Kind::Ignored;
+  const size_t equals = line.find('=');
+  if (equals == std::string_view::npos) {
+    result.reason = "it has no \"=\"";
+    return result;
+  }
+  result.name = trimmed(line.substr(0, equals));
+  result.value = line.substr(equals + 1);
+  if (!isLegalName(result.name)) {
+    result.reason = "the name is not legal";
+  } else if (result.value.find('\0') != std::string_view::npos) {
+    result.reason = "the value holds a NUL";
+  } else if (result.value.size() >= PROP_VALUE_MAX && !isReadOnly(result.name)) {
+    result.reason = "the value has more than 91 bytes";
+  } else {
+    result.kind = PropertyLine::Kind::Property;
+  }
+  return result;
+}
+
+std::optional<std::string_view> findProperty(std::string_view text, std::string_view name) {
+  std::optional<std::string_view> found;
+  forEachProperty(text, [&](const PropertyLine& property, std::string_view, size_t) {
+    if (property.name == name) found = property.value;
+  });
+  return found;
+}
+
+PropertyMap parseProperties(std::string_view text) {
+  PropertyMap all;
+  forEachProperty(text, [&](const PropertyLine& property, std::string_view, size_t) {
+    all.insert_or_assign(std::string(property.name), std::string(property.value));
+  });
+  return all;
+}
+
+std::string withProperty(std::string_view text, std::string_view name, std::string_view value) {
+  const std::string line = std::string(name) + "=" + std::string(value);
+  std::optional<size_t> start;
+  size_t length = 0;
+  forEachProperty(text, [&](const PropertyLine& property, std::string_view whole, size_t offset) {
+    if (property.name != name) return;
+    start = offset;
+    length = whole.size();
+  });
+  std::string changed(text);
+  if (start) return changed.replace(*start, length, line);
+  if (!changed.empty() && changed.back() != '\n') changed += '\n';
+  return changed + line + "\n";
+}
+
+std::string readPropertyFile() {
+  const std::string path = propertyPath();
+  if (std::optional<std::string> text = readFile(path)) return *std::move(text);
+  if (errno != ENOENT) logOnce("cannot read " + path + ": " + strerror(errno));
+  return {};
+}
+
+std::optional<std::string> setProperty(std::string_view name, std::string_view value) {
+  if (auto refused = refusal(name, value)) return refused;
+  const std::string path = propertyPath();
+  const FileLock lock(path + ".lock");
+  if (!lock.holds()) return lock.error();
+  const std::optional<std::string> read = readFile(path);
+  if (!read && errno != ENOENT) return "cannot read " + path + ": " + strerror(errno);
+  const std::string text = read.value_or("");
+  if (isReadOnly(name) && findProperty(text, name)) {
+    return std::string(name) + " is read-only and has a value already";
+  }
+  return replaceFile(path, withProperty(text, name, value));
+}
+
+}  // namespace platform
