@@ -1,0 +1,68 @@
+// The preferences interface of the OS SDK, version 4. The module offers two entry points with C linkage,
+// looked up by name; each takes the interface version and answers another one with null or with nothing done.
+#pragma once
+
+#include <cstdint>
+
+#include "ossdk/Array.h"
+#include "ossdk/IListString.h"
+#include "ossdk/String.h"
+
+namespace OSSDK::Preferences::v4 {
+
+inline constexpr int kVersion = 4;
+
+class IPreferencesManager;
+
+using CreatePreferencesManager = IPreferencesManager*(int version);
+using DestroyPreferencesManager = void(int version, IPreferencesManager* manager);
+
+inline constexpr char kCreatePreferencesManager[] = "createPreferencesManager";
+inline constexpr char kDestroyPreferencesManager[] = "destroyPreferencesManager";
+
+enum Status : int32_t {
+  kOk = 0,
+  kNotFound = 1,   // no such key, or its value is of another type or out of the type's range
+  kStoreError = 2  // the store cannot be read, written or watched
+};
+
+// Told of changes on a thread of the store's own.
+class IPreferencesListener {
+ public:
+  // Watching has begun. Every change from here on is reported.
+  virtual void onConnected() = 0;
+  // Watching has ended before the manager did.
+  virtual void onDisconnected() = 0;
+  // Those of the watched keys that were set, changed or removed since the last call.
+  virtual void onChanged(Utils::IListString* changedKeys) = 0;
+
+ protected:
+  ~IPreferencesListener() = default;
+};
+
+// One client's view of the device's preferences store. Values are typed; a number answers as unsigned, as
+// int, or as both, by its range. All operations may be called from several threads at once. After a failure
+// the outputs are as they were.
+class IPreferencesManager {
+ public:
+  virtual Status getString(String key, OwnedText* value) = 0;
+  virtual Status getUint(String key, uint32_t* value) = 0;
+  virtual Status getInt(String key, int32_t* value) = 0;
+  // The value is in the lowest bit.
+  virtual Status getBool(String key, uint8_t* value) = 0;
+
+  // Each replaces the key's value, whatever its type was. It is stored when the call returns.
+  virtual Status setString(String key, String value) = 0;
+  virtual Status setUint(String key, uint32_t value) = 0;
+  virtual Status setInt(String key, int32_t value) = 0;
+  virtual Status setBool(String key, bool value) = 0;
+
+  // Reports changes of `keys` to `listener` until the manager is destroyed, which waits for a running call
+  // of the listener and so must not be done from within one.
+  virtual Status registerListener(IPreferencesListener* listener, Array<String> keys) = 0;
+
+ protected:
+  ~IPreferencesManager() = default;
+};
+
+}  // namespace OSSDK::Preferences::v4

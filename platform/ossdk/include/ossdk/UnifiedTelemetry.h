@@ -1,0 +1,57 @@
+// The telemetry interface of the OS SDK, version 5. The module offers three entry points with C linkage,
+// looked up by name; each takes the interface version and answers another one with null or with nothing done.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "ossdk/String.h"
+
+namespace OSSDK::UnifiedTelemetry::v5 {
+
+inline constexpr int kVersion = 5;
+inline constexpr int kRecorded = 1;
+
+class ITelemetryEvent;
+class ITelemetryHandler;
+
+using CreateTelemetryHandler = ITelemetryHandler*(int version);
+using DestroyTelemetryHandler = void(int version, ITelemetryHandler* handler);
+using DestroyTelemetryEvent = void(int version, ITelemetryEvent* event);
+
+inline constexpr char kCreateTelemetryHandler[] = "createTelemetryHandler";
+inline constexpr char kDestroyTelemetryHandler[] = "destroyTelemetryHandler";
+inline constexpr char kDestroyTelemetryEvent[] = "destroyTelemetryEvent";
+
+// An event on its way to being recorded. One thread at a time.
+class ITelemetryEvent {
+ public:
+  virtual void setString(String key, String value) = 0;
+  virtual void setInteger(String key, int64_t value) = 0;
+  // Called after the last field. Only a closed event can be recorded.
+  virtual void close() = 0;
+
+  // Takes over what a handler created; `destroy` releases it and may be null only with an empty `raw`.
+  static std::shared_ptr<ITelemetryEvent> rawToPtr(ITelemetryEvent* raw, DestroyTelemetryEvent* destroy) {
+    if (raw == nullptr) return nullptr;
+    return {raw, [destroy](ITelemetryEvent* event) { destroy(kVersion, event); }};
+  }
+
+ protected:
+  ~ITelemetryEvent() = default;
+};
+
+// Creates and records events. One thread at a time; each thread may have a handler of its own.
+class ITelemetryHandler {
+ public:
+  // Null where the SDK takes no event of that name.
+  virtual ITelemetryEvent* createTelemetryEvent(String name) = 0;
+  // kRecorded, or anything else where the event could not be recorded. With `flush`, returns only when the
+  // event is on disk.
+  virtual int record(ITelemetryEvent* event, bool flush) = 0;
+
+ protected:
+  ~ITelemetryHandler() = default;
+};
+
+}  // namespace OSSDK::UnifiedTelemetry::v5
