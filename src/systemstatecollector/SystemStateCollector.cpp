@@ -1,0 +1,71 @@
+#include "systemstatecollector/SystemStateCollector.h"
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include <android/log.h>
+#include <json/writer.h>
+
+namespace Torv::OS::Diagnostics {
+namespace {
+
+const Json::StaticString kVersion("version");
+const Json::StaticString kVersionValue("1.0");
+const Json::StaticString kReportTimeMs("report_time_ms");
+const Json::StaticString kTimeSeries("time_series");
+const Json::StaticString kDtMs("dt_ms");
+const Json::StaticString kValue("v");
+
+const Json::StreamWriterBuilder& reportWriter() {
+  static const Json::StreamWriterBuilder writer = [] {
+    Json::StreamWriterBuilder builder;
+    builder["precision"] = 2;
+    builder["precisionType"] = "decimal";
+    return builder;
+  }();
+  return writer;
+}
+
+}  // namespace
+
+uint64_t SystemStateCollector::Utils::monotonicMilliseconds() {
+  timespec time{};
+  if (clock_gettime(CLOCK_MONOTONIC, &time) != 0) {
+    __android_log_print(ANDROID_LOG_ERROR, nullptr, "error getting time: %s", strerror(errno));
+    return 0;
+  }
+  return toMilliseconds(time);
+}
+
+uint64_t SystemStateCollector::Utils::toMilliseconds(const timespec& time) {
+  const uint64_t ns =
+      static_cast<uint64_t>(time.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(time.tv_nsec);
+  const double us = static_cast<double>(ns) * 0.001;
+  return static_cast<uint64_t>(us) / 1000;
+}
+
+Json::Value SystemStateCollector::Utils::makeJsonReport(uint64_t nowMs) {
+  Json::Value report(Json::objectValue);
+  report[kVersion] = kVersionValue;
+  report[kReportTimeMs] = Json::Value::UInt64{nowMs};
+  report[kTimeSeries] = Json::Value(Json::arrayValue);
+  return report;
+}
+
+void SystemStateCollector::Utils::addTimeSeriesDataToJsonReport(Json::Value& report, uint64_t dtMs,
+                                                                Json::Value value) {
+  Json::Value entry(Json::objectValue);
+  entry[kDtMs] = Json::Value::UInt64{dtMs};
+  entry[kValue] = std::move(value);
+  report[kTimeSeries].append(std::move(entry));
+}
+
+std::unique_ptr<SystemStateCollector::History> SystemStateCollector::Utils::finishJsonReport(
+    const Json::Value& report, std::string historyName) {
+  auto history = std::make_unique<History>();
+  history->emplace(std::move(historyName), Json::writeString(reportWriter(), report));
+  return history;
+}
+
+}  // namespace Torv::OS::Diagnostics

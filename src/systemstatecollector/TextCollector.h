@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstdint>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "os/Mutex.h"
+#include "systemstatecollector/CircularBuffer.h"
+#include "systemstatecollector/SystemStateCollector.h"
+
+namespace Torv::OS::Diagnostics {
+
+// A collector whose source is one text file that the kernel writes anew for each reader. The file is opened
+// once; a sample is its whole text. Empty, torn or unreadable texts are samples like any other.
+class TextCollector : public SystemStateCollector {
+ public:
+  struct RawMetric {
+    uint64_t timeMs = 0;
+    std::string text;
+  };
+
+  // False where the stream's bad bit was set when it came here. A read that fails is no such thing: it stores
+  // an empty text, and the next one tries again.
+  bool collectSystemStateData() override EXCLUDES(mMutex);
+  std::unique_ptr<History> dumpSystemStateHistory() override EXCLUDES(mMutex);
+
+ protected:
+  TextCollector(const SystemStateCollectorConfig& config, std::ifstream stream);
+
+  // The device's file at `path`; empty, with an error log, where it cannot be opened.
+  static std::optional<std::ifstream> openSource(const std::string& path);
+
+ private:
+  virtual std::string historyName() const = 0;
+  virtual void logBadStream() const = 0;
+  // Turns a sample into metrics. Called for each sample of a dump, oldest first, without mMutex.
+  virtual void extractMetrics(const RawMetric& sample, Json::Value& out) = 0;
+
+  uint64_t readFromCircularBuffer(std::vector<RawMetric>& out) const EXCLUDES(mMutex);
+
+  std::ifstream mStream;  // only the polling thread's
+  mutable OS::Mutex mMutex;
+  const std::unique_ptr<CircularBuffer<RawMetric>> mBuffer PT_GUARDED_BY(mMutex);
+};
+
+}  // namespace Torv::OS::Diagnostics
