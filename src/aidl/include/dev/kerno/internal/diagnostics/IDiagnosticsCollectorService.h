@@ -13,6 +13,9 @@ class IDiagnosticsCollectorService : public ::android::IInterface {
  public:
   DECLARE_META_INTERFACE(DiagnosticsCollectorService)
 
+  // What the service manager knows it by.
+  static constexpr char kServiceName[] = "DiagnosticsCollectorService";
+
   enum Transaction : uint32_t {
     kGetApplicationStateDataForProcess = ::android::IBinder::FIRST_CALL_TRANSACTION,
     kGetAllAvailableApplicationStateData,

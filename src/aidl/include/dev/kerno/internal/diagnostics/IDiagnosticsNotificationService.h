@@ -11,6 +11,9 @@ class IDiagnosticsNotificationService : public ::android::IInterface {
  public:
   DECLARE_META_INTERFACE(DiagnosticsNotificationService)
 
+  // What the service manager knows it by.
+  static constexpr char kServiceName[] = "DiagnosticsNotificationService";
+
   enum Transaction : uint32_t {
     kNotifySystemEvent = ::android::IBinder::FIRST_CALL_TRANSACTION,
   };

@@ -1,0 +1,136 @@
+#include "service/DiagnosticsCollectorServiceHandler.h"
+
+#include <utility>
+
+#include <android/log.h>
+
+#include "LogTags.h"
+#include "service/BundlePacking.h"
+
+namespace Torv::OS::Diagnostics {
+
+using android::binder::Status;
+using android::os::PersistableBundle;
+using Telemetry::EventFlow;
+using Telemetry::EventName;
+using Telemetry::EventType;
+
+namespace {
+
+// Why a request cannot be answered, as the log and as telemetry put it.
+struct Refusal {
+  const char* logLine;
+  const char* errorReason;
+};
+
+constexpr Refusal kNoStateManager{"Missing state manager\n",
+                                  "Application state manager was not properly initialized."};
+constexpr Refusal kNoBundle{"null aidl return\n", "Invalid persistable bundle was provided to the API."};
+
+// Nothing where a request about application states can be answered.
+const Refusal* refusalOf(const ApplicationStateManager* manager, const PersistableBundle* out) {
+  if (manager == nullptr) return &kNoStateManager;
+  return out == nullptr ? &kNoBundle : nullptr;
+}
+
+void logError(const char* text) {
+  __android_log_write(ANDROID_LOG_ERROR, kServiceTag, text);
+}
+
+Status nullPointer() {
+  return Status::fromExceptionCode(Status::EX_NULL_POINTER);
+}
+
+}  // namespace
+
+std::shared_ptr<DiagnosticsCollectorServiceHandler>
+DiagnosticsCollectorServiceHandler::makeDefaultServiceHandler() {
+  std::unique_ptr<ApplicationStateManager> states = ApplicationStateManager::makeDefaultManager();
+  if (states == nullptr) {
+    logError("Failed to create state manager\n");
+    return nullptr;
+  }
+  std::unique_ptr<SystemContextManager> context = SystemContextManager::makeDefaultManager();
+  if (context == nullptr) {
+    logError("Failed to create system context manager\n");
+    return nullptr;
+  }
+  return std::make_shared<DiagnosticsCollectorServiceHandler>(std::move(states), std::move(context));
+}
+
+DiagnosticsCollectorServiceHandler::DiagnosticsCollectorServiceHandler(
+    std::unique_ptr<ApplicationStateManager> applicationStateManager,
+    std::unique_ptr<SystemContextManager> systemContextManager)
+    : DiagnosticsCollectorTelemetry(/*enabled=*/true),
+      mApplicationStateManager(std::move(applicationStateManager)),
+      mSystemContextManager(std::move(systemContextManager)) {}
+
+Status DiagnosticsCollectorServiceHandler::getApplicationStateDataForProcess(int pid,
+                                                                             PersistableBundle* out) {
+  reportDefaultEventWithPid(EventName::GetForProcessStart, EventType::Start, EventFlow::Collector, pid);
+  if (const Refusal* refusal = refusalOf(mApplicationStateManager.get(), out)) {
+    logError(refusal->logLine);
+    reportEvent(EventName::GetForProcessError, EventType::Error, EventFlow::Collector, pid, std::nullopt,
+                refusal->errorReason, std::nullopt);
+    return nullPointer();
+  }
+  const std::optional<StringMap> states = mApplicationStateManager->getApplicationStateForPid(pid);
+  if (!states) return Status::ok();
+  packProcessEntriesToBundle(pid, *states, out);
+  reportDefaultEventWithPid(EventName::GetForProcessSuccess, EventType::Success, EventFlow::Collector, pid);
+  return Status::ok();
+}
+
+Status DiagnosticsCollectorServiceHandler::getAllAvailableApplicationStateData(PersistableBundle* out) {
+  reportDefaultEvent(EventName::GetAllStart, EventType::Start, EventFlow::Collector);
+  if (const Refusal* refusal = refusalOf(mApplicationStateManager.get(), out)) {
+    logError(refusal->logLine);
+    reportDefaultErrorEvent(EventName::GetAllError, EventType::Error, EventFlow::Collector,
+                            refusal->errorReason);
+    return nullPointer();
+  }
+  packAllProcessStatesToBundle(mApplicationStateManager->getAllProcessStates(), out);
+  reportDefaultEvent(EventName::GetAllSuccess, EventType::Success, EventFlow::Collector);
+  return Status::ok();
+}
+
+Status DiagnosticsCollectorServiceHandler::getSystemContextData(PersistableBundle* out) {
+  if (out == nullptr) {
+    logError(kNoBundle.logLine);
+    return nullPointer();
+  }
+  const StringMap context = mSystemContextManager->getSystemContext();
+  packSystemContextToBundle(context, mApplicationStateManager->getAllGlobalStates(), out);
+  return Status::ok();
+}
+
+void DiagnosticsCollectorServiceHandler::startCleanupPeriodicTask() {
+  mApplicationStateManager->startCleanupPeriodicTask();
+}
+
+void DiagnosticsCollectorServiceHandler::stopCleanupPeriodicTask() {
+  mApplicationStateManager->stopCleanupPeriodicTask();
+}
+
+void DiagnosticsCollectorServiceHandler::startSystemStateCollectorThread() {
+  mSystemContextManager->startSystemStateCollectorThread();
+}
+
+void DiagnosticsCollectorServiceHandler::stopSystemStateCollectorThread() {
+  mSystemContextManager->stopSystemStateCollectorThread();
+}
+
+void DiagnosticsCollectorServiceHandler::onEvent(
+    int eventId, std::optional<std::unordered_map<std::string, std::string>> data) {
+  if (data && !data->empty()) {
+    __android_log_print(ANDROID_LOG_INFO, kServiceTag,
+                        "DiagnosticsCollectorService::onEvent called with data and with event id: %d",
+                        eventId);
+  }
+  __android_log_print(ANDROID_LOG_INFO, kServiceTag,
+                      "DiagnosticsCollectorService::onEvent called with event id: %d", eventId);
+  // Asked for what asking does: it pulls what statsd holds into the black box.
+  mApplicationStateManager->getAllProcessStates();
+}
+
+}  // namespace Torv::OS::Diagnostics

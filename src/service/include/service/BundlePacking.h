@@ -1,0 +1,53 @@
+// The layouts of the bundles that the collector service answers with. docs/interfaces.md shows them to the
+// authors of clients; a change here is a change of the interface.
+#pragma once
+
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+
+#include <binder/PersistableBundle.h>
+
+namespace Torv::OS::Diagnostics {
+
+using StringMap = std::unordered_map<std::string, std::string>;
+// State key to newest value, for each process id.
+using ProcessStates = std::unordered_map<int, StringMap>;
+// State key to newest value as JSON text, for each namespace.
+using GlobalStates = std::unordered_map<std::string, StringMap>;
+
+namespace bundlekey {
+inline constexpr char16_t kProcessId[] = u"processId";
+inline constexpr char16_t kApplicationStateData[] = u"ApplicationStateData";
+inline constexpr char16_t kGlobalNamespace[] = u"GlobalNamespace";
+inline constexpr char16_t kGlobalStateData[] = u"GlobalStateData";
+inline constexpr char16_t kSystemContextData[] = u"SystemContextData";
+}  // namespace bundlekey
+
+// Each function adds to `out` and leaves alone what it holds already. Text that is not UTF-8 is carried with
+// U+FFFD in the place of what is malformed, so that the rest of it is not lost.
+
+// One string for each entry.
+void packMapToBundle(const StringMap& map, android::os::PersistableBundle* out);
+
+// {"processId": int, "ApplicationStateData": {one string for each entry}}
+void packProcessEntriesToBundle(int pid, const StringMap& entries, android::os::PersistableBundle* out);
+
+// {"<pid>": the bundle of that process, …}
+void packAllProcessStatesToBundle(const ProcessStates& states, android::os::PersistableBundle* out);
+
+// {"GlobalNamespace": string, "GlobalStateData": {one string for each entry}}
+void packGlobalStateEntriesToBundle(const std::string& globalNamespace, const StringMap& entries,
+                                    android::os::PersistableBundle* out);
+
+// {"<namespace>": the bundle of that namespace, …}
+void packAllGlobalStatesToBundle(const GlobalStates& states, android::os::PersistableBundle* out);
+
+// {"SystemContextData": {one string for each entry}, "GlobalStateData": {all namespaces}}; both keys are
+// there even where they hold nothing.
+void packSystemContextToBundle(const StringMap& context, const GlobalStates& globals,
+                               android::os::PersistableBundle* out);
+
+}  // namespace Torv::OS::Diagnostics
