@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "storage/KeyTable.h"
+#include "storage/SlotIndex.h"
 
 namespace Torv::OS::Diagnostics {
 
@@ -63,6 +64,7 @@ class State {
   History& findOrInsert(const std::string& key);
 
   KeyTable& mKeys;
+  SlotIndex mIndex;                 // of mHistories
   std::vector<History> mHistories;  // in the order in which the keys came
 };
 

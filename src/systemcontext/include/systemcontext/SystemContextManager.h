@@ -24,7 +24,7 @@ class SystemContextManager {
   // `collectorManager` may be empty: then there are no histories.
   SystemContextManager(std::shared_ptr<Torv::OverridableConfiguration> configuration,
                        std::unique_ptr<SystemStateCollectorManager> collectorManager);
-  virtual ~SystemContextManager();
+  virtual ~SystemContextManager() = default;
 
   // Context key (see ContextKeys.h) or history name to value. Read anew at every call. The build's tags and
   // fingerprint are always there, if empty; the others only where they are known.

@@ -1,0 +1,7 @@
+#pragma once
+
+namespace Torv::OS::Diagnostics {
+
+inline constexpr char kStatsTag[] = "libdiagnostics-stats";
+
+}  // namespace Torv::OS::Diagnostics
