@@ -18,8 +18,11 @@ class History {
   explicit History(KeyTable::Id key) : mKey(key) {}
 
   KeyTable::Id key() const { return mKey; }
+  size_t size() const { return mSize; }
   bool empty() const { return mSize == 0; }
-  const State::Entry& newest() const { return mEntries[mOrder[mSize - 1]]; }  // not while empty()
+  // Oldest first; the index is below size().
+  const State::Entry& operator[](size_t index) const { return mEntries[mOrder[index]]; }
+  const State::Entry& newest() const { return (*this)[mSize - 1]; }  // not while empty()
 
   void add(int64_t timestamp, std::string&& value) {
     const State::Entry added{timestamp, {}};
