@@ -1,0 +1,86 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include <android-base/unique_fd.h>
+
+#include "EventProcessor.h"
+#include "ReportEncoder.h"
+
+namespace libstatsd {
+
+// A lock that is taken in turn: whoever waits for it gets it before a thread that just gave it up can take
+// it again. A receiver under a flood would else keep a fetch out.
+class TurnLock {
+ public:
+  void lock() {
+    std::lock_guard turn(mTurn);
+    mLock.lock();
+  }
+  void unlock() { mLock.unlock(); }
+
+ private:
+  std::mutex mTurn;  // held only while waiting for mLock
+  std::mutex mLock;
+};
+
+struct ReceiveBatch;
+
+// The statistics daemon of a host, one in a process and runtime directory. It owns the atom socket and the
+// status socket of the directory, and a thread that sleeps in poll(2) until one of them has something.
+//
+// Whoever takes datagrams from the socket (the thread in batches, or a fetch) holds mLock from the receiving
+// to the storing, so a fetch that holds it sees all that was sent before: what is not stored yet is in the
+// socket, and the fetch takes that itself. Nothing under the lock waits for anything.
+class Statsd {
+ public:
+  // Becomes the service of `directory` and starts to receive; on failure a sentence that says why not.
+  [[nodiscard]] static std::variant<std::unique_ptr<Statsd>, std::string> start(const std::string& directory);
+  // Stops the thread and closes the sockets.
+  ~Statsd();
+
+  // All three are thread-safe.
+  void configure(ConfigKey key, const ConfigRules& rules);
+  // The serialised ConfigMetricsReportList of all atoms sent before the call and not fetched yet.
+  std::string fetch(ConfigKey key);
+  StatsdStatus status(uid_t asker);
+
+ private:
+  Statsd(android::base::unique_fd atoms, android::base::unique_fd statusListener,
+         android::base::unique_fd stop);
+
+  void run();
+  bool receiveAndLog();
+  void drain();                          // needs mLock
+  std::optional<size_t> receiveBatch();  // needs mLock
+  void logNotices(const std::vector<std::string>& notices);
+  bool answerStatus();
+
+  const android::base::unique_fd mAtoms;
+  const android::base::unique_fd mStatusListener;
+  const android::base::unique_fd mStop;  // an eventfd
+  const size_t mQueueLength;             // datagrams that the kernel holds for mAtoms
+
+  TurnLock mLock;
+  EventProcessor mProcessor;  // guarded by mLock, as are the next two
+  std::unique_ptr<ReceiveBatch> mBatch;
+  std::map<ConfigKey, std::pair<int64_t, int64_t>> mLastReport;  // elapsed and wall-clock ns
+
+  std::thread mThread;
+};
+
+// The process's statsd for a runtime directory, started at the first call; it lives as long as the process.
+[[nodiscard]] std::variant<Statsd*, std::string> statsdOf(const std::string& directory);
+
+// The same where it has been started; else null.
+Statsd* runningStatsdOf(const std::string& directory);
+
+}  // namespace libstatsd

@@ -1,0 +1,68 @@
+// What the host's statsd tells anyone who asks: its counters and whether it takes the asker's atoms. It is
+// served on the stream socket <runtime>/statsd-status to any uid: whoever connects gets lines of
+// "<name> <value>" and end of file.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include <sys/types.h>
+
+namespace libstatsd {
+
+// Counts since the service started, except `held`. Every datagram received is in exactly one of decoded, drop
+// notes, and dropped as malformed, too long, given up, or its sender's.
+struct StatsdCounters {
+  uint64_t received = 0;          // datagrams
+  uint64_t decoded = 0;           // events
+  uint64_t droppedMalformed = 0;  // no event by the format
+  uint64_t droppedTooLong = 0;    // longer than any event
+  uint64_t droppedErrors = 0;     // given up by their writers (too large)
+  uint64_t droppedSender = 0;     // of a uid that no configuration takes atoms of
+  uint64_t droppedUnwanted = 0;   // decoded, but no configuration wants this atom of this sender
+  uint64_t droppedFull = 0;       // pushed out of a full store by newer ones
+  uint64_t dropNotes = 0;         // datagrams in which writers tell of atoms they could not send
+  uint64_t lostBySenders = 0;     // the atoms those tell of
+  uint64_t fetched = 0;           // handed over
+  uint64_t held = 0;              // atoms in the stores now
+};
+
+struct StatsdStatus {
+  StatsdCounters counters;
+  pid_t servicePid = 0;
+  uid_t serviceUid = 0;
+  uid_t askerUid = 0;          // as the kernel gave it to the service
+  bool askerHeard = false;     // a configuration takes atoms of askerUid
+  std::string allowedSources;  // the names of all configurations, separated by spaces
+};
+
+// Asks for the status in the current runtime directory and waits for the answer; on failure, and when none
+// has come after `patience`, a sentence that names the socket.
+[[nodiscard]] std::variant<StatsdStatus, std::string> readStatsdStatus(std::chrono::milliseconds patience);
+
+// The text on the socket. Parsing skips names that it does not know; false where a value is not what it
+// should be.
+std::string formatStatsdStatus(const StatsdStatus& status);
+[[nodiscard]] bool parseStatsdStatus(std::string_view text, StatsdStatus* status);
+
+// Calls visit(name, value) for every counter, in the order in which they are shown.
+template <typename Counters, typename Visit>
+void forEachCounter(Counters& counters, const Visit& visit) {
+  visit("received", counters.received);
+  visit("decoded", counters.decoded);
+  visit("dropped_malformed", counters.droppedMalformed);
+  visit("dropped_too_long", counters.droppedTooLong);
+  visit("dropped_errors", counters.droppedErrors);
+  visit("dropped_sender", counters.droppedSender);
+  visit("dropped_unwanted", counters.droppedUnwanted);
+  visit("dropped_full", counters.droppedFull);
+  visit("drop_notes", counters.dropNotes);
+  visit("lost_by_senders", counters.lostBySenders);
+  visit("fetched", counters.fetched);
+  visit("held", counters.held);
+}
+
+}  // namespace libstatsd
