@@ -1,0 +1,127 @@
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <limits>
+#include <memory>
+#include <string>
+#include <variant>
+
+#include <statsd/StatsEventWriter.h>
+#include <statsd/StatsdStatus.h>
+#include <unistd.h>
+
+#include "Commands.h"
+#include "Output.h"
+
+namespace diagctl {
+namespace {
+
+using libstatsd::StatsdStatus;
+using libstatsd::StatsEventWriter;
+using libstatsd::WriteResult;
+
+std::variant<StatsdStatus, std::string> statusWithin(const Options& options) {
+  const std::chrono::duration<double> timeout(options.timeoutSeconds);
+  return libstatsd::readStatsdStatus(std::chrono::ceil<std::chrono::milliseconds>(timeout));
+}
+
+int refuse(const std::string& sentence) {
+  fprintf(stderr, "diagctl: %s\n", sentence.c_str());
+  return kRefused;
+}
+
+int refuseUnreached(const std::string& error) {
+  return refuse("no service takes atoms: " + error +
+                ". Start one with ./run serve, or set TORV_RUNTIME_DIR to its runtime directory.");
+}
+
+// A datagram tells its sender nothing, so the service is asked first whether it will hear this uid.
+template <typename Publish>
+int publish(const Options& options, const Publish& send) {
+  const auto answer = statusWithin(options);
+  if (const auto* error = std::get_if<std::string>(&answer)) return refuseUnreached(*error);
+  const auto& status = std::get<StatsdStatus>(answer);
+  if (!status.askerHeard) {
+    return refuse("the service does not take atoms of uid " + std::to_string(status.askerUid) +
+                  ". It takes those of " + status.allowedSources +
+                  "; AID_APP is uids 10000 to 19999 and its own, " + std::to_string(status.serviceUid) + ".");
+  }
+  StatsEventWriter writer;
+  switch (send(writer)) {
+    case WriteResult::Sent:
+      return kDone;
+    case WriteResult::TooLarge:
+      return refuse("not published: an atom holds at most 4064 bytes, shorten the texts.");
+    case WriteResult::Lost:
+      break;
+  }
+  return refuse("not published: the service's queue is full, try again.");
+}
+
+int showStatus(const Options& options) {
+  const auto answer = statusWithin(options);
+  if (const auto* error = std::get_if<std::string>(&answer)) return refuseUnreached(*error);
+  const auto& status = std::get<StatsdStatus>(answer);
+  if (options.json) {
+    Json::Value document(Json::objectValue);
+    document["service_pid"] = status.servicePid;
+    document["service_uid"] = status.serviceUid;
+    document["asker_uid"] = status.askerUid;
+    document["asker_heard"] = status.askerHeard;
+    document["allowed_sources"] = status.allowedSources;
+    libstatsd::forEachCounter(status.counters, [&](const char* name, uint64_t count) {
+      document[name] = static_cast<Json::UInt64>(count);
+    });
+    printJson(document);
+    return kDone;
+  }
+  Rows rows = {
+      {"service", "pid " + std::to_string(status.servicePid) + ", uid " + std::to_string(status.serviceUid)},
+      {"takes atoms of", printable(status.allowedSources)},
+      {"your uid", std::to_string(status.askerUid) + (status.askerHeard ? ", heard" : ", not heard")},
+  };
+  libstatsd::forEachCounter(status.counters, [&](const char* name, uint64_t count) {
+    rows.emplace_back(name, std::to_string(count));
+  });
+  fputs(table(rows, 0).c_str(), stdout);
+  return kDone;
+}
+
+}  // namespace
+
+void addAtomCommands(CLI::App& app, const Options& options, int& exitCode) {
+  struct Arguments {
+    int32_t pid = 0;
+    std::string first;
+    std::string second;
+  };
+
+  const auto state = std::make_shared<Arguments>();
+  CLI::App* push = app.add_subcommand("push", "Publish one state of a process, as an application would");
+  push->add_option("--pid", state->pid, "Whose state it is; your shell's where it is left out")
+      ->check(CLI::Range(1, std::numeric_limits<int32_t>::max()));
+  push->add_option("KEY", state->first)->required();
+  push->add_option("VALUE", state->second)->required();
+  push->callback([state, &options, &exitCode] {
+    // diagctl itself is gone, and soon taken for dead, when somebody asks.
+    const int32_t pid = state->pid != 0 ? state->pid : getppid();
+    exitCode = publish(options, [&](StatsEventWriter& writer) {
+      return writer.publishApplicationState(pid, state->first, state->second);
+    });
+  });
+
+  const auto session = std::make_shared<Arguments>();
+  CLI::App* pushSession = app.add_subcommand("push-session", "Publish the ids of the telemetry session");
+  pushSession->add_option("SERVICE_ID", session->first, "service_session_id")->required();
+  pushSession->add_option("USER_ID", session->second, "user_active_session_id")->required();
+  pushSession->callback([session, &options, &exitCode] {
+    exitCode = publish(options, [&](StatsEventWriter& writer) {
+      return writer.publishTelemetrySession(session->first, session->second);
+    });
+  });
+
+  CLI::App* status = app.add_subcommand("status", "Show what became of the atoms sent to the service");
+  status->callback([&options, &exitCode] { exitCode = showStatus(options); });
+}
+
+}  // namespace diagctl

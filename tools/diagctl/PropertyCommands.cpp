@@ -1,0 +1,76 @@
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include <unistd.h>
+
+#include "Commands.h"
+#include "Output.h"
+#include "properties/PropertyFile.h"
+
+namespace diagctl {
+namespace {
+
+int getProperty(const std::string& name, const Options& options) {
+  const std::string text = platform::readPropertyFile();
+  const auto value = platform::findProperty(text, name);
+  if (!value) {
+    fprintf(stderr, "diagctl: %s is not set; diagctl prop list shows what is.\n", printable(name).c_str());
+    return kRefused;
+  }
+  if (options.json) {
+    printJson(std::string(*value));
+  } else {
+    // A program gets the value to the byte, a terminal nothing that it would act on.
+    printf("%s\n", isatty(STDOUT_FILENO) != 0 ? printable(*value).c_str() : std::string(*value).c_str());
+  }
+  return kDone;
+}
+
+int setProperty(const std::string& name, const std::string& value) {
+  const auto refused = platform::setProperty(name, value);
+  if (!refused) return kDone;
+  fprintf(stderr, "diagctl: %s\n", printable(*refused).c_str());
+  return kRefused;
+}
+
+int listProperties(const Options& options) {
+  const platform::PropertyMap properties = platform::parseProperties(platform::readPropertyFile());
+  if (options.json) {
+    Json::Value document(Json::objectValue);
+    for (const auto& [name, value] : properties) document[name] = value;
+    printJson(document);
+    return kDone;
+  }
+  Rows rows;
+  for (const auto& [name, value] : properties) rows.emplace_back(name, printable(value));
+  fputs(table(rows, 0).c_str(), stdout);
+  return kDone;
+}
+
+}  // namespace
+
+void addPropertyCommands(CLI::App& app, const Options& options, int& exitCode) {
+  CLI::App* prop = app.add_subcommand("prop", "System properties, which the service reads anew each time");
+  prop->require_subcommand(1);
+
+  struct Arguments {
+    std::string name;
+    std::string value;
+  };
+  const auto arguments = std::make_shared<Arguments>();
+
+  CLI::App* get = prop->add_subcommand("get", "Print a property's value");
+  get->add_option("NAME", arguments->name)->required();
+  get->callback([arguments, &options, &exitCode] { exitCode = getProperty(arguments->name, options); });
+
+  CLI::App* set = prop->add_subcommand("set", "Set a property; one whose name begins with ro. only once");
+  set->add_option("NAME", arguments->name)->required();
+  set->add_option("VALUE", arguments->value)->required();
+  set->callback([arguments, &exitCode] { exitCode = setProperty(arguments->name, arguments->value); });
+
+  CLI::App* list = prop->add_subcommand("list", "Print all properties");
+  list->callback([&options, &exitCode] { exitCode = listProperties(options); });
+}
+
+}  // namespace diagctl
