@@ -21,8 +21,7 @@ class BatteryCollector : public SystemStateCollector {
     float chargeRatio = 0;  // 1 is full; may be more, the two files are not from one gauge
   };
 
-  static std::unique_ptr<BatteryCollector> init(SystemStateCollectorConfig config,
-                                                ChargeFiles& files = ChargeFiles::ofProcess());
+  static std::unique_ptr<BatteryCollector> init(SystemStateCollectorConfig config, ChargeFiles& files);
   // `files` is open and outlives the collector.
   BatteryCollector(const SystemStateCollectorConfig& config, ChargeFiles& files);
   ~BatteryCollector() override;

@@ -14,16 +14,23 @@
 namespace Torv::OS::Diagnostics {
 namespace {
 
+using Config = SystemStateCollectorConfig;
+
 template <typename Collector>
-std::unique_ptr<SystemStateCollector> make(const SystemStateCollectorConfig& config) {
+std::unique_ptr<SystemStateCollector> make(const Config& config, ChargeFiles& /*chargeFiles*/) {
   return Collector::init(config);
+}
+
+template <>
+std::unique_ptr<SystemStateCollector> make<BatteryCollector>(const Config& config, ChargeFiles& chargeFiles) {
+  return BatteryCollector::init(config, chargeFiles);
 }
 
 struct StandardCollector {
   const char* name;
   uint32_t maxSamples;
   uint32_t sampleRate;
-  std::unique_ptr<SystemStateCollector> (*make)(const SystemStateCollectorConfig& config);
+  std::unique_ptr<SystemStateCollector> (*make)(const Config& config, ChargeFiles& chargeFiles);
 };
 
 // A minute of what is sampled every second, two of what is sampled every other.
@@ -44,10 +51,15 @@ int64_t nsSince(std::chrono::steady_clock::time_point start) {
 }  // namespace
 
 std::unique_ptr<SystemStateCollectorManager> SystemStateCollectorManager::makeDefaultManager() {
-  auto manager = std::make_unique<SystemStateCollectorManager>();
+  return makeDefaultManager(PollStatistics::ofProcess(), ChargeFiles::ofProcess());
+}
+
+std::unique_ptr<SystemStateCollectorManager> SystemStateCollectorManager::makeDefaultManager(
+    PollStatistics& statistics, ChargeFiles& chargeFiles) {
+  auto manager = std::make_unique<SystemStateCollectorManager>(statistics);
   for (const StandardCollector& row : kStandardCollectors) {
     __android_log_print(ANDROID_LOG_INFO, nullptr, "systemstatecollector: adding %s\n", row.name);
-    auto collector = row.make(SystemStateCollectorConfig(row.maxSamples, row.sampleRate));
+    auto collector = row.make(Config(row.maxSamples, row.sampleRate), chargeFiles);
     if (collector != nullptr) {
       manager->addCollector(std::move(collector));
     } else {

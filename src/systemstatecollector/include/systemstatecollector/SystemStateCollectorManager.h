@@ -13,6 +13,8 @@
 
 namespace Torv::OS::Diagnostics {
 
+class ChargeFiles;
+
 // Owns the collectors, samples them once a second on a thread of its own and hands out their histories. All
 // operations are safe from any thread, except that only one thread may poll at a time. Polls and dumps shut
 // each other out.
@@ -20,9 +22,12 @@ class SystemStateCollectorManager {
  public:
   // A manager of the standard collectors: every one whose source this machine has. Null where it has none.
   static std::unique_ptr<SystemStateCollectorManager> makeDefaultManager();
+  // The same with the caller's own in the place of what the process keeps; both must outlive the manager.
+  static std::unique_ptr<SystemStateCollectorManager> makeDefaultManager(PollStatistics& statistics,
+                                                                         ChargeFiles& chargeFiles);
 
-  // A manager without collectors. `statistics` must outlive it; tests give one of their own.
-  explicit SystemStateCollectorManager(PollStatistics& statistics = PollStatistics::ofProcess());
+  // A manager without collectors.
+  explicit SystemStateCollectorManager(PollStatistics& statistics);
   virtual ~SystemStateCollectorManager();
   SystemStateCollectorManager(const SystemStateCollectorManager&) = delete;
   SystemStateCollectorManager& operator=(const SystemStateCollectorManager&) = delete;
