@@ -53,8 +53,12 @@ Shape shapeOf(std::string_view text) {
   return shape;
 }
 
-std::unique_ptr<Json::CharReader> makeReader() {
+std::unique_ptr<Json::CharReader> makeReader(JsonRules rules) {
   Json::CharReaderBuilder builder;
+  if (rules == JsonRules::Strict) {
+    for (const char* leniency : {"allowComments", "allowTrailingCommas"}) builder[leniency] = false;
+    for (const char* check : {"failIfExtra", "rejectDupKeys"}) builder[check] = true;
+  }
   // Keeping comments has assertions of its own.
   builder["collectComments"] = false;
   return std::unique_ptr<Json::CharReader>(builder.newCharReader());
@@ -78,7 +82,7 @@ std::string onOneLine(std::string message) {
 
 }  // namespace
 
-std::optional<Json::Value> parseJson(std::string_view text, std::string& error) {
+std::optional<Json::Value> parseJson(std::string_view text, std::string& error, JsonRules rules) {
   if (text.size() > kMaxJsonBytes) {
     error = "larger than " + std::to_string(kMaxJsonBytes) + " bytes";
     return std::nullopt;
@@ -94,7 +98,7 @@ std::optional<Json::Value> parseJson(std::string_view text, std::string& error) 
   }
   Json::Value root;
   std::string message;
-  if (!makeReader()->parse(text.data(), text.data() + text.size(), &root, &message)) {
+  if (!makeReader(rules)->parse(text.data(), text.data() + text.size(), &root, &message)) {
     error = onOneLine(std::move(message));
     return std::nullopt;
   }

@@ -15,11 +15,16 @@ inline constexpr size_t kMaxJsonBytes = size_t{4} << 20;
 inline constexpr size_t kMaxJsonDepth = 100;      // levels of arrays and objects
 inline constexpr size_t kMaxJsonValues = 100000;  // of all kinds and levels
 
-// Parses one JSON document of any kind. Comments, trailing commas and text behind the document are let pass;
-// of two members of one name the last counts. Nothing for a text that does not parse or is past a limit;
+enum class JsonRules {
+  Lenient,  // comments, trailing commas and text behind the document pass; the last of two equal names counts
+  Strict,   // none of these does
+};
+
+// Parses one JSON document of any kind. Nothing for a text that does not parse or is past a limit;
 // `error` then says, on one line, what is wrong and where. Never throws or asserts, whatever the text holds.
 // Thread-safe.
-std::optional<Json::Value> parseJson(std::string_view text, std::string& error);
+std::optional<Json::Value> parseJson(std::string_view text, std::string& error,
+                                     JsonRules rules = JsonRules::Lenient);
 
 // The text behind `fd`, from where it stands to its end, for parseJson(): reading stops one byte past
 // kMaxJsonBytes, so an endless file costs no more than that. Nothing where a read fails; errno says why.
