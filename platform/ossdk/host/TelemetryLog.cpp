@@ -1,0 +1,110 @@
+#include "ossdkhost/TelemetryLog.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include <android-base/unique_fd.h>
+#include <android/log.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "runtime/Files.h"
+
+namespace platform {
+namespace {
+
+constexpr char kTag[] = "OsSdkTelemetry";
+
+}  // namespace
+
+struct TelemetryLog::File {
+  std::string path;
+  android::base::unique_fd fd;
+  dev_t device = 0;
+  ino_t inode = 0;
+  std::atomic<bool> torn = false;  // its last line is a part of one
+};
+
+bool TelemetryLog::append(const std::string& directory, const std::string& line, bool flush) {
+  const std::string path = directory + "/" + kName;
+  size_t sizeBytes = 0;
+  std::shared_ptr<File> file = fileAt(path, &sizeBytes);
+  if (file != nullptr && sizeBytes > 0 && sizeBytes + line.size() > kMaxBytes) {
+    rotate(directory, path, line.size());
+    file = fileAt(path, &sizeBytes);
+  }
+  if (file == nullptr) {
+    complain("cannot open " + path + ": " + strerror(errno));
+    return false;
+  }
+  // The rest of a disk that was full must not swallow the first line after it.
+  const std::string& text = file->torn.exchange(false) ? "\n" + line : line;
+  const ssize_t written = TEMP_FAILURE_RETRY(write(file->fd.get(), text.data(), text.size()));
+  if (written != static_cast<ssize_t>(text.size())) {
+    complain("cannot write " + path + ": " + strerror(written < 0 ? errno : ENOSPC));
+    file->torn = written > 0;
+    return false;
+  }
+  mComplaint.clear();
+  return !flush || fdatasync(file->fd.get()) == 0;
+}
+
+// The file that is at `path` now, opened anew only where it is another one than last time.
+std::shared_ptr<TelemetryLog::File> TelemetryLog::fileAt(const std::string& path, size_t* sizeBytes) {
+  std::shared_ptr<File> file;
+  {
+    std::lock_guard lock(mMutex);
+    file = mFile;
+  }
+  struct stat status {};
+  *sizeBytes = 0;
+  if (stat(path.c_str(), &status) == 0) {
+    *sizeBytes = static_cast<size_t>(status.st_size);
+    if (file != nullptr && file->path == path && file->device == status.st_dev &&
+        file->inode == status.st_ino) {
+      return file;
+    }
+  }
+  file = open(path);
+  std::lock_guard lock(mMutex);
+  mFile = file;
+  return file;
+}
+
+std::shared_ptr<TelemetryLog::File> TelemetryLog::open(const std::string& path) {
+  auto file = std::make_shared<File>();
+  file->path = path;
+  constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+  file->fd.reset(::open(path.c_str(), kFlags, 0644));
+  struct stat status {};
+  if (!file->fd.ok() || fstat(file->fd.get(), &status) != 0) return nullptr;
+  if (!S_ISREG(status.st_mode)) {
+    errno = EINVAL;
+    return nullptr;
+  }
+  file->device = status.st_dev;
+  file->inode = status.st_ino;
+  return file;
+}
+
+void TelemetryLog::rotate(const std::string& directory, const std::string& path, size_t lineBytes) {
+  const FileLock lock(directory + "/telemetry.lock");
+  struct stat status {};
+  // Another process may have rotated while this one waited.
+  if (stat(path.c_str(), &status) != 0) return;
+  if (static_cast<size_t>(status.st_size) + lineBytes <= kMaxBytes) return;
+  if (!lock.holds()) {
+    complain(lock.error());
+  } else if (rename(path.c_str(), (path + ".1").c_str()) != 0) {
+    complain("cannot rotate " + path + ": " + strerror(errno));
+  }
+}
+
+void TelemetryLog::complain(const std::string& message) {
+  if (mComplaint.isNew(message)) __android_log_write(ANDROID_LOG_ERROR, kTag, message.c_str());
+}
+
+}  // namespace platform
