@@ -10,8 +10,9 @@ namespace {
 constexpr char kChargeCounterPath[] = "/sys/class/power_supply/battery/charge_counter";
 constexpr char kChargeFullPath[] = "/sys/class/power_supply/battery/charge_full";
 
-// Reads the number that the file begins with; empty where that hit the end of the file or failed.
-std::optional<long> readFromStart(std::FILE* file) {
+}  // namespace
+
+std::optional<long> readNumberFromStart(std::FILE* file) {
   // Some C libraries rewind within what they have buffered: without this, the first number would stay for
   // ever.
   std::fflush(file);
@@ -23,8 +24,6 @@ std::optional<long> readFromStart(std::FILE* file) {
   if (std::feof(file) != 0 || std::ferror(file) != 0) return std::nullopt;
   return value;
 }
-
-}  // namespace
 
 ChargeFiles& ChargeFiles::ofProcess() {
   // Never destroyed: collectors may read until the process is gone.
@@ -40,9 +39,9 @@ bool ChargeFiles::open() {
 std::optional<float> ChargeFiles::readRatio() {
   OS::LockGuard lock(mMutex);
   if (!mChargeCounter.file || !mChargeFull.file) return std::nullopt;
-  const auto counter = readFromStart(mChargeCounter.file.get());
+  const auto counter = readNumberFromStart(mChargeCounter.file.get());
   if (!counter) return std::nullopt;
-  const auto full = readFromStart(mChargeFull.file.get());
+  const auto full = readNumberFromStart(mChargeFull.file.get());
   if (!full || *full == 0) return std::nullopt;
   return static_cast<float>(*counter) / static_cast<float>(*full);
 }

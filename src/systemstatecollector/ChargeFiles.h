@@ -8,6 +8,10 @@
 
 namespace Torv::OS::Diagnostics {
 
+// The number that the file begins with, read anew; 0 where that is no number. Empty where reading it hit the
+// end of the file or failed.
+std::optional<long> readNumberFromStart(std::FILE* file);
+
 // The two files of the battery's charge, shared by all battery collectors of the process. Thread-safe.
 class ChargeFiles {
  public:

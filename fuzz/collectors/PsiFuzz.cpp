@@ -1,0 +1,36 @@
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <sstream>
+#include <string>
+
+#include "Check.h"
+#include "PsiText.h"
+#include "TextScanner.h"
+
+using namespace Torv::OS::Diagnostics;
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  const std::string text(reinterpret_cast<const char*>(data), size);
+  std::string_view rest = text;
+  std::string_view found;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    check(nextLine(rest, found) && found == line, "line");
+    char type[5] = "";
+    float averages[3] = {};
+    unsigned long total = 0;
+    std::sscanf(line.c_str(), "%4s avg10=%f avg60=%f avg300=%f total=%lu", type, &averages[0], &averages[1],
+                &averages[2], &total);
+
+    const PsiLine psi = parsePsiLine(found);
+    const float foundAverages[3] = {psi.avg10, psi.avg60, psi.avg300};
+    check(std::strcmp(psi.type.data(), type) == 0, "type");
+    // Byte by byte, so that a NaN equals itself and a zero keeps its sign.
+    check(std::memcmp(foundAverages, averages, sizeof(averages)) == 0, "averages");
+    check(psi.total == total, "total");
+  }
+  check(!nextLine(rest, found), "end");
+  return 0;
+}

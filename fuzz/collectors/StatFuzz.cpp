@@ -1,0 +1,39 @@
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <sstream>
+#include <string>
+
+#include "Check.h"
+#include "CpuStat.h"
+
+using namespace Torv::OS::Diagnostics;
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  const std::string text(reinterpret_cast<const char*>(data), size);
+  std::string_view rest = text;
+  CpuStats previous;
+  CpuStats found;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream words(line);
+    std::string name;
+    words >> name;
+    if (line.find("cpu") == std::string::npos || name != "cpu") continue;
+    CpuStats stats;
+    words >> stats.user >> stats.nice >> stats.system >> stats.idle >> stats.iowait >> stats.irq >>
+        stats.softirq >> stats.steal >> stats.guest >> stats.guestNice;
+
+    check(nextCpuStats(rest, found), "missed line");
+    check(found.user == stats.user && found.nice == stats.nice && found.system == stats.system &&
+              found.idle == stats.idle && found.iowait == stats.iowait && found.irq == stats.irq &&
+              found.softirq == stats.softirq && found.steal == stats.steal && found.guest == stats.guest &&
+              found.guestNice == stats.guestNice,
+          "counters");
+    const auto percent = cpuUtilizationPercent(previous, found);
+    check(!percent || std::isfinite(*percent), "utilisation");
+    previous = found;
+  }
+  check(!nextCpuStats(rest, found), "line that is none");
+  return 0;
+}
