@@ -1,0 +1,124 @@
+// An application that tells the service what it is doing, as statsd atoms, until a bug ends it: it keeps
+// using a picture after giving its memory back, and dies of the SIGSEGV that the kernel sends for that.
+//
+//   crash_story_app [--seconds N]
+//
+// Prints its pid on the first line.
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <string>
+#include <thread>
+
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+
+#include <statsd/StatsEventWriter.h>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr size_t kPictureBytes = size_t{8} << 20;
+constexpr auto kStep = std::chrono::milliseconds(200);
+
+struct Moment {
+  const char* screen;
+  const char* action;
+};
+
+constexpr Moment kStory[] = {
+    {"home", "started"},
+    {"gallery", "opened the album Holidays"},
+    {"gallery", "scrolled to picture 214"},
+    {"editor", "opened picture 214"},
+    {"editor", "applied the filter Sunset"},
+    {"editor", "sharing picture 214"},
+};
+
+class Publisher {
+ public:
+  void publish(const char* key, const std::string& value) {
+    const auto result = mWriter.publishApplicationState(getpid(), key, value);
+    if (result == libstatsd::WriteResult::Sent || mComplained) return;
+    fprintf(stderr, "crash_story_app: no service hears what this application publishes\n");
+    mComplained = true;
+  }
+
+ private:
+  libstatsd::StatsEventWriter mWriter;
+  bool mComplained = false;
+};
+
+long residentKib() {
+  long pages = 0;
+  if (FILE* file = fopen("/proc/self/statm", "re")) {
+    if (fscanf(file, "%*s %ld", &pages) != 1) pages = 0;
+    fclose(file);
+  }
+  return pages * (sysconf(_SC_PAGESIZE) / 1024);
+}
+
+char* newPicture() {
+  void* picture = mmap(nullptr, kPictureBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (picture == MAP_FAILED) {
+    perror("mmap");
+    exit(1);
+  }
+  memset(picture, 0x7f, kPictureBytes);
+  return static_cast<char*>(picture);
+}
+
+void tell(Publisher& publisher, const Moment& moment) {
+  printf("  %s: %s\n", moment.screen, moment.action);
+  fflush(stdout);
+  publisher.publish("screen", moment.screen);
+  publisher.publish("last_action", moment.action);
+}
+
+// Lives through the story, each moment as long as the others.
+void work(Publisher& publisher, double seconds) {
+  const auto start = Clock::now();
+  const auto moment = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds)) /
+                      static_cast<int>(std::size(kStory));
+  auto until = start;
+  for (const Moment& now : kStory) {
+    until += moment;
+    tell(publisher, now);
+    newPicture();  // the application's other fault: it keeps them all
+    do {
+      publisher.publish("memory_kib", std::to_string(residentKib()));
+      std::this_thread::sleep_for(std::min<Clock::duration>(kStep, until - Clock::now()));
+    } while (Clock::now() < until);
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("Publishes what it does, then dies of a SIGSEGV.", "crash_story_app");
+  double seconds = 6;
+  app.add_option("--seconds", seconds, "How long it works before it dies")
+      ->check(CLI::Range(0.0, 3600.0))
+      ->capture_default_str();
+  CLI11_PARSE(app, argc, argv);
+
+  printf("%d\n", getpid());
+  fflush(stdout);
+  const rlimit none{};
+  setrlimit(RLIMIT_CORE, &none);  // it dies on purpose; nobody wants its core file
+
+  Publisher publisher;
+  work(publisher, seconds);
+  char* volatile picture = newPicture();
+  munmap(picture, kPictureBytes);
+  *picture = 0;
+  return 0;
+}
