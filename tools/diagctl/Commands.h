@@ -7,7 +7,22 @@
 namespace diagctl {
 
 constexpr int kDone = 0;
-constexpr int kRefused = 1;     // refused, not found, not answered; stderr says what to do
+constexpr int kRefused = 1;  // refused, not found, not answered; stderr says what to do
 constexpr int kWrongUsage = 2;
+
+// What holds for every command.
+struct Options {
+  bool json = false;  // print one JSON document instead of text for people
+  double timeoutSeconds = 5;
+};
+
+// push, push-session, status: what an application does, and what becomes of it.
+void addAtomCommands(CLI::App& app, const Options& options, int& exitCode);
+
+// prop get, prop set, prop list.
+void addPropertyCommands(CLI::App& app, const Options& options, int& exitCode);
+
+// state, states, context, notify, ping: through the service's binder interfaces.
+void addServiceCommands(CLI::App& app, const Options& options, int& exitCode);
 
 }  // namespace diagctl

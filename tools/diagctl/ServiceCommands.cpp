@@ -1,0 +1,154 @@
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <map>
+#include <memory>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "Calls.h"
+#include "Commands.h"
+#include "Output.h"
+#include "dev/kerno/internal/diagnostics/IDiagnosticsCollectorService.h"
+#include "dev/kerno/internal/diagnostics/IDiagnosticsNotificationService.h"
+#include "service/BundlePacking.h"
+
+namespace diagctl {
+namespace {
+
+using android::interface_cast;
+using android::sp;
+using android::String16;
+using android::os::PersistableBundle;
+using dev::kerno::internal::diagnostics::IDiagnosticsCollectorService;
+using dev::kerno::internal::diagnostics::IDiagnosticsNotificationEventCode;
+using dev::kerno::internal::diagnostics::IDiagnosticsNotificationService;
+namespace bundlekey = Torv::OS::Diagnostics::bundlekey;
+
+sp<IDiagnosticsCollectorService> collector() {
+  return interface_cast<IDiagnosticsCollectorService>(
+      serviceBinder(IDiagnosticsCollectorService::kServiceName));
+}
+
+void printProcess(const PersistableBundle& process) {
+  int32_t pid = 0;
+  process.getInt(String16(bundlekey::kProcessId), &pid);
+  const Rows rows = stringRows(childOf(process, String16(bundlekey::kApplicationStateData)));
+  printf("process %d\n%s", pid, table(rows, 2).c_str());
+}
+
+int state(int pid, const Options& options) {
+  PersistableBundle process;
+  requireOk(collector()->getApplicationStateDataForProcess(pid, String16("diagctl"), &process));
+  if (process.empty()) {
+    throw Refusal(
+        fmt::format("Nothing is known of process {}: it has published no state, or it died more "
+                    "than a minute ago. diagctl states lists the processes that are known.",
+                    pid));
+  }
+  options.json ? printJson(toJson(process)) : printProcess(process);
+  return kDone;
+}
+
+int states(const Options& options) {
+  PersistableBundle all;
+  requireOk(collector()->getAllAvailableApplicationStateData(&all));
+  if (options.json) {
+    printJson(toJson(all));
+    return kDone;
+  }
+  // The keys are the decimal pids; people look for them in the order of the numbers.
+  std::map<int64_t, String16> byPid;
+  for (const String16& key : all.getPersistableBundleKeys()) byPid[atoll(toUtf8(key).c_str())] = key;
+  for (const auto& [pid, key] : byPid) printProcess(childOf(all, key));
+  if (all.empty()) puts("No process has published a state.");
+  return kDone;
+}
+
+void printGlobals(const PersistableBundle& globals) {
+  for (const String16& name : globals.getPersistableBundleKeys()) {
+    const Rows rows = stringRows(childOf(childOf(globals, name), String16(bundlekey::kGlobalStateData)));
+    printf("\nglobal states, namespace %s\n%s", printable(toUtf8(name)).c_str(), table(rows, 2).c_str());
+  }
+}
+
+int context(const Options& options) {
+  PersistableBundle reply;
+  requireOk(collector()->getSystemContextData(&reply));
+  if (options.json) {
+    printJson(toJson(reply));
+    return kDone;
+  }
+  const PersistableBundle context = childOf(reply, String16(bundlekey::kSystemContextData));
+  printf("system context\n%s", table(stringRows(context), 2).c_str());
+  printGlobals(childOf(reply, String16(bundlekey::kGlobalStateData)));
+  return kDone;
+}
+
+int notify(int32_t code, const Options& options) {
+  const auto service = interface_cast<IDiagnosticsNotificationService>(
+      serviceBinder(IDiagnosticsNotificationService::kServiceName));
+  requireOk(service->notifySystemEvent(static_cast<IDiagnosticsNotificationEventCode>(code), {}));
+  if (options.json) {
+    Json::Value document(Json::objectValue);
+    document["sent"] = code;
+    printJson(document);
+  } else {
+    printf("Sent event %d. The call is one-way: the service's log says what became of it.\n", code);
+  }
+  return kDone;
+}
+
+// The round trip of a ping in microseconds. Throws a Refusal where the service is gone.
+int64_t pingUs(const char* name) {
+  const sp<android::IBinder> binder = serviceBinder(name);
+  const auto start = std::chrono::steady_clock::now();
+  requireOk(android::binder::Status::fromStatusT(binder->pingBinder()));
+  return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start)
+      .count();
+}
+
+int ping(const Options& options) {
+  Json::Value document(Json::objectValue);
+  for (const char* name :
+       {IDiagnosticsCollectorService::kServiceName, IDiagnosticsNotificationService::kServiceName}) {
+    const int64_t microseconds = pingUs(name);
+    document[name]["round_trip_us"] = static_cast<Json::Int64>(microseconds);
+    if (!options.json) printf("%s answers (%ld us)\n", name, static_cast<long>(microseconds));
+  }
+  if (options.json) printJson(document);
+  return kDone;
+}
+
+// Adds a command that talks to the service and so is given a time to do it in.
+CLI::App* addCommand(CLI::App& app, const Options& options, int& exitCode, const char* name,
+                     const char* description, std::function<int()> calls) {
+  CLI::App* command = app.add_subcommand(name, description);
+  command->callback(
+      [&options, &exitCode, calls = std::move(calls)] { exitCode = within(options.timeoutSeconds, calls); });
+  return command;
+}
+
+}  // namespace
+
+void addServiceCommands(CLI::App& app, const Options& options, int& exitCode) {
+  const auto add = [&](const char* name, const char* description, std::function<int()> calls) {
+    return addCommand(app, options, exitCode, name, description, std::move(calls));
+  };
+  const auto number = std::make_shared<int32_t>(0);
+  add("state", "What a process last published", [number, &options] { return state(*number, options); })
+      ->add_option("PID", *number, "The process, dead for up to a minute or alive")
+      ->required();
+  add("states", "What every known process last published", [&options] { return states(options); });
+  add("context", "The system: build, test run, histories, global states",
+      [&options] { return context(options); });
+  add("notify", "Tell the service of a system event", [number, &options] { return notify(*number, options); })
+      ->add_option("CODE", *number, "0: an application crashed; 1: an application does not respond")
+      ->required();
+  add("ping", "Whether both binder services answer", [&options] { return ping(options); });
+}
+
+}  // namespace diagctl
