@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <iterator>
 #include <map>
 #include <vector>
 
@@ -34,7 +35,7 @@ std::map<std::string, Series> seriesByMetric(const Json::Value& samples) {
 }
 
 std::string text(const Json::Value& number) {
-  return number.isDouble() && !number.isIntegral() ? fmt::format("{}", number.asDouble()) : number.asString();
+  return number.type() == Json::realValue ? fmt::format("{}", number.asDouble()) : number.asString();
 }
 
 std::string_view bar(double value, double lowest, double highest) {
