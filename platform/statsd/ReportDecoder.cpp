@@ -46,7 +46,8 @@ bool readFields(CodedInputStream& in, const Take& take) {
 template <typename Read>
 bool readMessage(CodedInputStream& in, const Read& read) {
   int size = 0;
-  if (!in.ReadVarintSizeAsInt(&size)) return false;
+  // The stream would take a length past the end as one up to the end.
+  if (!in.ReadVarintSizeAsInt(&size) || size > in.BytesUntilLimit()) return false;
   const CodedInputStream::Limit before = in.PushLimit(size);
   const bool ok = read();
   in.PopLimit(before);
@@ -108,7 +109,7 @@ class ReportReader {
           *ok = readTimestamp(mIn, &single.elapsedTimestampNs);
           return true;
         case kDataAtom:
-          *ok = WireFormatLite::ReadMessage(&mIn, &single.atom);
+          *ok = readMessage(mIn, [&] { return single.atom.MergePartialFromCodedStream(&mIn); });
           return true;
         case kDataAggregated:
           aggregated = true;
@@ -130,7 +131,7 @@ class ReportReader {
     const bool ok = readFields(mIn, [&](uint32_t tag, bool* ok) {
       switch (tag) {
         case kAggregatedAtom:
-          *ok = WireFormatLite::ReadMessage(&mIn, &atom);
+          *ok = readMessage(mIn, [&] { return atom.MergePartialFromCodedStream(&mIn); });
           return true;
         case kAggregatedTimestamp:
           *ok = readOne();
@@ -159,6 +160,7 @@ class ReportReader {
 
 std::optional<std::vector<Report>> decodeReportList(std::string_view bytes) {
   CodedInputStream in(reinterpret_cast<const uint8_t*>(bytes.data()), static_cast<int>(bytes.size()));
+  in.PushLimit(static_cast<int>(bytes.size()));
   std::vector<Report> reports;
   const bool ok = readFields(in, [&](uint32_t tag, bool* ok) {
     if (tag != kListReports) return false;
