@@ -1,0 +1,7 @@
+#pragma once
+
+namespace Torv {
+
+inline constexpr char kConfigurationLogTag[] = "libDiagnosticConfiguration";
+
+}  // namespace Torv

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <vector>
+
+#include "configuration/IConfiguration.h"
+
+namespace Torv {
+
+enum class SettingType { String, Bool, Uint, Int, StringMap };
+
+struct Setting {
+  std::string key;
+  SettingType type;
+};
+
+// The bottom of the chain: the compiled-in defaults, and fixed answers for keys that have none.
+class DefaultConfiguration : public IConfiguration {
+ public:
+  DefaultConfiguration();
+
+  // The keys that have a default, by type and then by name.
+  std::vector<Setting> settings() const;
+
+  std::string getString(const std::string& key) const override;
+  uint16_t getUint(const std::string& key) const override;
+  int32_t getInt(const std::string& key) const override;
+  bool getBool(const std::string& key) const override;
+  std::map<std::string, std::string> getLocalStrMap(const std::string& key) const override;
+
+  void registerPreferencesChangeCallback(std::function<void(void*)> callback) override;
+  void registerPreferencesChangeCallback(const std::function<void()>& callback,
+                                         const std::string& key) override;
+  size_t getCallbackSize() override;
+  void runCallbackFunctions() override;
+
+ private:
+  const std::map<std::string, std::string> mStrings;
+  const std::map<std::string, bool> mBools;
+  const std::map<std::string, uint16_t> mUints;
+  const std::map<std::string, int32_t> mInts;
+  const std::map<std::string, std::map<std::string, std::string>> mStringMaps;
+};
+
+}  // namespace Torv
