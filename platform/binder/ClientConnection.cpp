@@ -11,7 +11,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/uio.h>
 
 #include "Fork.h"
 #include "LocalSocket.h"
@@ -159,19 +158,16 @@ ClientConnection::Sent ClientConnection::post(const FrameHeader& header, const u
 }
 
 std::optional<android::status_t> ClientConnection::receive(android::Parcel* reply) {
-  static thread_local std::array<uint8_t, kStagingSize> staging;
-  FrameHeader header;
-  iovec parts[2] = {{&header, sizeof(header)}, {staging.data(), staging.size()}};
+  static thread_local std::array<uint8_t, sizeof(FrameHeader) + kStagingSize> staging;
   size_t got = 0;
-  while (got < sizeof(header)) {
-    parts[0] = {reinterpret_cast<uint8_t*>(&header) + got, sizeof(header) - got};
-    msghdr message{};
-    message.msg_iov = parts;
-    message.msg_iovlen = 2;
-    const ssize_t size = TEMP_FAILURE_RETRY(recvmsg(mSocket.get(), &message, 0));
+  while (got < sizeof(FrameHeader)) {
+    const ssize_t size =
+        TEMP_FAILURE_RETRY(recv(mSocket.get(), staging.data() + got, staging.size() - got, 0));
     if (size <= 0) return std::nullopt;
     got += static_cast<size_t>(size);
   }
+  FrameHeader header;
+  memcpy(&header, staging.data(), sizeof(header));
   got -= sizeof(header);
   const char* const fault = faultOf(header, FrameKind::Reply);
   if (fault != nullptr || got > header.size) {
@@ -183,7 +179,7 @@ std::optional<android::status_t> ClientConnection::receive(android::Parcel* repl
   reply->freeData();
   auto* const target = static_cast<uint8_t*>(reply->writeInplace(header.size));
   if (target == nullptr) return std::nullopt;
-  memcpy(target, staging.data(), got);
+  memcpy(target, staging.data() + sizeof(header), got);
   while (got < header.size) {
     const ssize_t size =
         TEMP_FAILURE_RETRY(recv(mSocket.get(), target + got, header.size - got, MSG_WAITALL));

@@ -18,6 +18,15 @@ namespace {
 constexpr size_t kMaxBacklog = kMaxPayload / 2;
 constexpr size_t kItemOverhead = 256;
 
+// A client that never stops sending gives way to others after so many reads. More than one, because a client
+// often has its next transaction ready as soon as it has a reply, and going back to the set costs more than a
+// read that finds nothing.
+constexpr int kReadsPerEvent = 16;
+
+bool isOneWay(const Frame& frame) {
+  return (frame.header.flags & android::IBinder::FLAG_ONEWAY) != 0;
+}
+
 }  // namespace
 
 Connection::Connection(Server& server, std::shared_ptr<const Service> service,
@@ -62,7 +71,8 @@ void Connection::oneWayDone(size_t payloadSize) {
 
 Connection::Next Connection::advance(Worker& worker) {
   if (!flush()) return mBroken ? Next::Close : Next::Write;
-  bool received = false;
+  int reads = 0;
+  bool worthReading = true;
   for (;;) {
     Frame frame;
     switch (mReader.next(&frame)) {
@@ -70,25 +80,37 @@ Connection::Next Connection::advance(Worker& worker) {
         endStall();
         handle(frame, worker);
         if (mBroken) return Next::Close;
-        if (mOut.empty()) break;
-        mReader.keep();
-        noteStall(/*progress=*/true);
-        return Next::Write;
+        if (!mOut.empty()) {
+          mReader.keep();
+          noteStall(/*progress=*/true);
+          return Next::Write;
+        }
+        worthReading |= !isOneWay(frame);
+        break;
       case FrameReader::Result::Malformed:
         logWarning("%s sent %s; the connection is closed", describe().c_str(), mReader.fault());
         return Next::Close;
       case FrameReader::Result::NeedMore:
-        // One read for each event: a client that never stops sending does not keep the thread.
-        if (received) return awaitMore();
-        if (const auto next = receive(worker); next) return *next;
-        received = true;
+        mReader.keep();
+        if (!worthReading || reads++ == kReadsPerEvent) return awaitMore();
+        switch (receive(worker)) {
+          case Received::Rest:
+            worthReading = false;
+            break;
+          case Received::Full:
+            break;
+          case Received::Nothing:
+            return awaitMore();
+          case Received::End:
+            if (mReader.inFrame()) logWarning("%s closed in the middle of a frame", describe().c_str());
+            return Next::Close;
+        }
         break;
     }
   }
 }
 
 Connection::Next Connection::awaitMore() {
-  mReader.keep();
   {
     std::lock_guard guard(mBacklogMutex);
     if (mBacklog > kMaxBacklog) {
@@ -101,21 +123,18 @@ Connection::Next Connection::awaitMore() {
   return Next::Read;
 }
 
-// Feeds the reader what the socket holds. Returns what to do where that is nothing.
-std::optional<Connection::Next> Connection::receive(Worker& worker) {
+// Feeds the reader what the socket holds.
+Connection::Received Connection::receive(Worker& worker) {
   const ssize_t size =
       TEMP_FAILURE_RETRY(recv(fd(), worker.incoming.data(), worker.incoming.size(), MSG_DONTWAIT));
-  if (size > 0) {
-    mReader.feed(worker.incoming.data(), static_cast<size_t>(size));
-    return std::nullopt;
-  }
-  if (size < 0 && errno == EAGAIN) return Next::Read;
-  if (mReader.inFrame()) logWarning("%s closed in the middle of a frame", describe().c_str());
-  return Next::Close;
+  if (size < 0 && errno == EAGAIN) return Received::Nothing;
+  if (size <= 0) return Received::End;
+  mReader.feed(worker.incoming.data(), static_cast<size_t>(size));
+  return static_cast<size_t>(size) == worker.incoming.size() ? Received::Full : Received::Rest;
 }
 
 void Connection::handle(const Frame& frame, Worker& worker) {
-  if ((frame.header.flags & android::IBinder::FLAG_ONEWAY) != 0) {
+  if (isOneWay(frame)) {
     enqueue(frame, worker);
   } else {
     answer(frame, worker);

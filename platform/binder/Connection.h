@@ -47,10 +47,12 @@ class Connection final : public EventSource, public std::enable_shared_from_this
 
  private:
   enum class Next { Read, Write, Pause, Close };
+  // All there was (Rest), perhaps not all (Full), or that the client has closed.
+  enum class Received { Nothing, Rest, Full, End };
 
   Next advance(Worker& worker);
   Next awaitMore();
-  std::optional<Next> receive(Worker& worker);
+  Received receive(Worker& worker);
   void handle(const Frame& frame, Worker& worker);
   void enqueue(const Frame& frame, Worker& worker);
   void answer(const Frame& frame, Worker& worker);
