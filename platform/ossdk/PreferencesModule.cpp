@@ -19,7 +19,7 @@ namespace v4 = OSSDK::Preferences::v4;
 
 namespace {
 
-class PreferencesManager : public v4::IPreferencesManager {
+class PreferencesManager final : public v4::IPreferencesManager {
  public:
   PreferencesManager()
       : mDirectory(platform::runtimeDirectory()), mFile(platform::PreferencesFile::of(mDirectory)) {}

@@ -48,7 +48,7 @@ void appendQuoted(std::string& line, std::string_view text) {
   line += Json::writeString(builder, Json::Value(text.data(), text.data() + text.size()));
 }
 
-class TelemetryEvent : public v5::ITelemetryEvent {
+class TelemetryEvent final : public v5::ITelemetryEvent {
  public:
   explicit TelemetryEvent(OSSDK::String name) {
     mLine.reserve(512);
@@ -88,7 +88,7 @@ class TelemetryEvent : public v5::ITelemetryEvent {
   bool mClosed = false;
 };
 
-class TelemetryHandler : public v5::ITelemetryHandler {
+class TelemetryHandler final : public v5::ITelemetryHandler {
  public:
   v5::ITelemetryEvent* createTelemetryEvent(OSSDK::String name) override {
     if (name.size == 0) return nullptr;

@@ -81,7 +81,10 @@ PreferencesFile::PreferencesFile(const std::string& directory)
 std::shared_ptr<const Json::Value> PreferencesFile::read() {
   struct stat status {};
   if (stat(mPath.c_str(), &status) != 0) {
-    if (errno == ENOENT) return noValues();
+    if (errno == ENOENT) {
+      mComplaint.clear();
+      return noValues();
+    }
   } else {
     std::lock_guard lock(mMutex);
     if (mCached.values != nullptr && mCached.identity == Identity::of(status)) return mCached.values;
@@ -167,9 +170,12 @@ void PreferencesFile::setAsideLocked(const Reading& damaged) {
   // Somebody has put another file in its place, or has set it aside already.
   if (stat(mPath.c_str(), &status) != 0 || !(Identity::of(status) == damaged.identity)) return;
   const std::string aside = mPath + ".corrupt";
-  const bool moved = rename(mPath.c_str(), aside.c_str()) == 0;
-  complain(mPath + " is damaged (" + damaged.problem + ") and " +
-           (moved ? "was set aside as " + aside : std::string("cannot be set aside: ") + strerror(errno)));
+  const std::string what = mPath + " is damaged (" + damaged.problem + ") and ";
+  if (rename(mPath.c_str(), aside.c_str()) == 0) {
+    __android_log_write(ANDROID_LOG_ERROR, kLogTag, (what + "was set aside as " + aside).c_str());
+  } else {
+    complain(what + "cannot be set aside: " + strerror(errno));
+  }
 }
 
 void PreferencesFile::complain(const std::string& message) {

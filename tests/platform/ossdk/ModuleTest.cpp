@@ -1,0 +1,206 @@
+// The module as a client has it: entry points looked up by name.
+#include <condition_variable>
+#include <mutex>
+#include <vector>
+
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <ossdk/Preferences.h>
+#include <ossdk/UnifiedTelemetry.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "ossdkhost/PreferencesFile.h"
+#include "support/LogCapture.h"
+#include "support/TempDir.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+namespace v4 = OSSDK::Preferences::v4;
+namespace v5 = OSSDK::UnifiedTelemetry::v5;
+
+template <typename Function>
+Function* entryPoint(const char* name) {
+  void* module = dlopen(OSSDK_MODULE, RTLD_LAZY);
+  EXPECT_NE(module, nullptr) << dlerror();
+  return reinterpret_cast<Function*>(dlsym(module, name));
+}
+
+using Manager = std::shared_ptr<v4::IPreferencesManager>;
+
+Manager makeManager() {
+  auto* destroy = entryPoint<v4::DestroyPreferencesManager>(v4::kDestroyPreferencesManager);
+  return {entryPoint<v4::CreatePreferencesManager>(v4::kCreatePreferencesManager)(v4::kVersion),
+          [destroy](v4::IPreferencesManager* manager) { destroy(v4::kVersion, manager); }};
+}
+
+std::string textOf(const Manager& manager, const char* key) {
+  OSSDK::OwnedText text;
+  if (manager->getString(key, &text) != v4::kOk) return "(none)";
+  std::string copy(text.characters, text.length);
+  text.release(text.characters);
+  return copy;
+}
+
+class Listener : public v4::IPreferencesListener {
+ public:
+  void onConnected() override { note("connected"); }
+  void onDisconnected() override { note("disconnected"); }
+  void onChanged(OSSDK::Utils::IListString* keys) override {
+    std::string names = "changed";
+    for (size_t i = 0; i < keys->size(); ++i) names += " " + std::string(keys->at(i).view());
+    EXPECT_EQ(keys->at(keys->size()).size, 0u);
+    note(names);
+  }
+
+  // The next notification, or a complaint if it does not come.
+  std::string next() {
+    std::unique_lock lock(mMutex);
+    if (!mArrived.wait_for(lock, std::chrono::seconds(60), [this] { return mTaken < mNotes.size(); })) {
+      return "nothing";
+    }
+    return mNotes[mTaken++];
+  }
+
+ private:
+  void note(const std::string& text) {
+    std::lock_guard lock(mMutex);
+    mNotes.push_back(text);
+    mArrived.notify_all();
+  }
+
+  std::mutex mMutex;
+  std::condition_variable mArrived;
+  std::vector<std::string> mNotes;
+  size_t mTaken = 0;
+};
+
+class ModuleTest : public ::testing::Test {
+ protected:
+  test::TempDir mDir;
+  test::ScopedEnv mRuntime{"TORV_RUNTIME_DIR", mDir.path()};
+};
+
+TEST_F(ModuleTest, otherVersionsAreRefused) {
+  for (const int version : {-1, 0, 3, 6}) {
+    EXPECT_EQ(entryPoint<v4::CreatePreferencesManager>(v4::kCreatePreferencesManager)(version), nullptr);
+    EXPECT_EQ(entryPoint<v5::CreateTelemetryHandler>(v5::kCreateTelemetryHandler)(version), nullptr);
+  }
+  EXPECT_EQ(entryPoint<v4::CreatePreferencesManager>(v4::kCreatePreferencesManager)(5), nullptr);
+  EXPECT_EQ(entryPoint<v5::CreateTelemetryHandler>(v5::kCreateTelemetryHandler)(4), nullptr);
+}
+
+TEST_F(ModuleTest, onlyAClosedNamedEventIsRecorded) {
+  auto* handler = entryPoint<v5::CreateTelemetryHandler>(v5::kCreateTelemetryHandler)(v5::kVersion);
+  ASSERT_NE(handler, nullptr);
+  EXPECT_EQ(handler->createTelemetryEvent(""), nullptr);
+  EXPECT_NE(handler->record(nullptr, false), v5::kRecorded);
+  {
+    const auto event =
+        v5::ITelemetryEvent::rawToPtr(handler->createTelemetryEvent("name"),
+                                      entryPoint<v5::DestroyTelemetryEvent>(v5::kDestroyTelemetryEvent));
+    EXPECT_NE(handler->record(event.get(), false), v5::kRecorded);
+    event->close();
+    EXPECT_EQ(handler->record(event.get(), true), v5::kRecorded);
+  }
+  entryPoint<v5::DestroyTelemetryHandler>(v5::kDestroyTelemetryHandler)(v5::kVersion, handler);
+}
+
+TEST_F(ModuleTest, valuesAreTyped) {
+  const Manager manager = makeManager();
+  uint32_t uintValue = 5;
+  int32_t intValue = 5;
+  uint8_t boolValue = 5;
+  EXPECT_EQ(manager->getUint("u", &uintValue), v4::kNotFound);
+  EXPECT_EQ(manager->setUint("u", 4294967295U), v4::kOk);
+  EXPECT_EQ(manager->getUint("u", &uintValue), v4::kOk);
+  EXPECT_EQ(uintValue, 4294967295U);
+  EXPECT_EQ(manager->getInt("u", &intValue), v4::kNotFound) << "out of an int's range";
+  EXPECT_EQ(manager->setInt("i", -2), v4::kOk);
+  EXPECT_EQ(manager->getUint("i", &uintValue), v4::kNotFound);
+  EXPECT_EQ(manager->getBool("i", &boolValue), v4::kNotFound);
+  EXPECT_EQ(intValue, 5) << "untouched by a failure";
+  EXPECT_EQ(manager->getInt("i", &intValue), v4::kOk);
+  EXPECT_EQ(intValue, -2);
+  EXPECT_EQ(manager->setBool("b", true), v4::kOk);
+  EXPECT_EQ(manager->getBool("b", &boolValue), v4::kOk);
+  EXPECT_EQ(boolValue, 1);
+  EXPECT_EQ(manager->setString("b", ""), v4::kOk) << "a key may change its type";
+  EXPECT_EQ(manager->getBool("b", &boolValue), v4::kNotFound);
+  EXPECT_EQ(textOf(manager, "b"), "");
+  EXPECT_EQ(textOf(manager, "u"), "(none)");
+  EXPECT_EQ(textOf(makeManager(), "b"), "") << "and another manager sees it";
+
+  mDir.write("preferences.json", R"({"real": 1.5, "null": null, "object": {}, "huge": 1e300})");
+  for (const char* key : {"real", "null", "object", "huge"}) {
+    EXPECT_EQ(manager->getInt(key, &intValue), v4::kNotFound);
+    EXPECT_EQ(manager->getUint(key, &uintValue), v4::kNotFound);
+    EXPECT_EQ(manager->getBool(key, &boolValue), v4::kNotFound);
+    EXPECT_EQ(textOf(manager, key), "(none)");
+  }
+}
+
+TEST_F(ModuleTest, aStoreThatCannotBeUsedAnswersWithAnError) {
+  const test::ScopedEnv nowhere("TORV_RUNTIME_DIR", mDir.path("missing"));
+  const test::LogCapture log;
+  const Manager manager = makeManager();
+  int32_t value = 0;
+  Listener listener;
+  EXPECT_EQ(manager->getInt("a", &value), v4::kNotFound);
+  EXPECT_EQ(manager->setInt("a", 1), v4::kStoreError);
+  EXPECT_EQ(manager->registerListener(&listener, {}), v4::kStoreError);
+  EXPECT_EQ(log.lines().size(), 2u);
+}
+
+TEST_F(ModuleTest, listenersHearOfTheirKeysFromOtherProcesses) {
+  mDir.write("preferences.json", R"({"kept": 1, "changed": 1, "removed": true})");
+  const Manager manager = makeManager();
+  Listener listener;
+  Listener other;
+  const OSSDK::String keys[] = {"added", "removed", "changed", "kept"};
+  ASSERT_EQ(manager->registerListener(&listener, {keys, 4}), v4::kOk);
+  const OSSDK::String otherKeys[] = {"unheard", "kept"};
+  ASSERT_EQ(manager->registerListener(&other, {otherKeys, 2}), v4::kOk);
+  EXPECT_EQ(listener.next(), "connected");
+  EXPECT_EQ(other.next(), "connected");
+  const pid_t child = fork();
+  if (child == 0) {
+    platform::PreferencesFile file(mDir.path());
+    const bool failed = file.update([](Json::Value& values) {
+                              values["added"] = "x";
+                              values["changed"] = 2;
+                              values.removeMember("removed");
+                            })
+                            .has_value();
+    _exit(failed ? 1 : 0);
+  }
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(listener.next(), "changed added removed changed");
+  EXPECT_EQ(manager->setInt("kept", 2), v4::kOk);
+  EXPECT_EQ(listener.next(), "changed kept");
+  EXPECT_EQ(other.next(), "changed kept");
+  mDir.write("preferences.json", R"({"kept": 3})");  // in place, as an editor might
+  EXPECT_EQ(other.next(), "changed kept");
+}
+
+TEST_F(ModuleTest, listenersHearThatTheDirectoryIsGone) {
+  const test::TempDir outer;
+  const std::string runtime = outer.path("runtime");
+  outer.write("runtime/preferences.json", R"({"a": 1})");
+  const test::ScopedEnv there("TORV_RUNTIME_DIR", runtime);
+  const Manager manager = makeManager();
+  Listener listener;
+  const OSSDK::String key = "a";
+  ASSERT_EQ(manager->registerListener(&listener, {&key, 1}), v4::kOk);
+  EXPECT_EQ(listener.next(), "connected");
+  ASSERT_EQ(unlink((runtime + "/preferences.json").c_str()), 0);
+  EXPECT_EQ(listener.next(), "changed a");
+  ASSERT_EQ(rmdir(runtime.c_str()), 0);
+  EXPECT_EQ(listener.next(), "disconnected");
+}
+
+}  // namespace
