@@ -58,8 +58,11 @@ class Decoder {
                           "%s: Failed to parse appStateData buffer into diagnostics atom.", __func__);
       return;
     }
-    mStates.push_back({false, "", mApplicationState.pid(), std::move(*mApplicationState.mutable_key()),
-                       std::move(*mApplicationState.mutable_value()), timestamp});
+    ApplicationState& state = mStates.emplace_back();
+    state.pid = mApplicationState.pid();
+    state.key = std::move(*mApplicationState.mutable_key());
+    state.value = std::move(*mApplicationState.mutable_value());
+    state.timestamp = timestamp;
   }
 
   void extractStatesFromTelemetryStateDataAtom(std::string_view payload, int64_t timestamp) {

@@ -16,6 +16,10 @@ namespace Torv::OS::Diagnostics {
 class History {
  public:
   explicit History(KeyTable::Id key) : mKey(key) {}
+  // Takes along only the entries that there are; most keys of a table that grows have one.
+  History(History&& other) noexcept : mKey(other.mKey), mSize(other.mSize), mOrder(other.mOrder) {
+    for (size_t i = 0; i < mSize; i++) mEntries[i] = std::move(other.mEntries[i]);
+  }
 
   KeyTable::Id key() const { return mKey; }
   size_t size() const { return mSize; }

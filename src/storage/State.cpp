@@ -38,7 +38,12 @@ std::unordered_map<std::string, std::string> State::getAll(bool withAge) const {
   all.reserve(mHistories.size());
   for (const History& history : mHistories) {
     if (history.empty()) continue;
-    all.emplace(mKeys.name(history.key()), newestValue(history, withAge).value_or(""));
+    const std::string& name = mKeys.name(history.key());
+    if (withAge) {
+      all.emplace(name, newestValue(history, true).value_or(""));
+    } else {
+      all.emplace(name, history.newest().value);
+    }
   }
   return all;
 }
@@ -55,8 +60,7 @@ void State::clear(const std::string& key) {
 
 const History* State::find(const std::string& key) const {
   const std::optional<KeyTable::Id> id = mKeys.find(key);
-  if (!id) return nullptr;
-  const std::optional<uint32_t> slot = mIndex.find(*id);
+  const std::optional<uint32_t> slot = id ? mIndex.find(*id) : std::nullopt;
   return slot ? &mHistories[*slot] : nullptr;
 }
 
@@ -65,14 +69,19 @@ History* State::find(const std::string& key) {
 }
 
 History& State::findOrInsert(const std::string& key) {
-  if (History* history = find(key)) return *history;
-  const KeyTable::Id id = mKeys.hold(key);
-  mIndex.insert(id, static_cast<uint32_t>(mHistories.size()));
+  std::optional<KeyTable::Id> id = mKeys.find(key);
+  if (id) {
+    if (const std::optional<uint32_t> slot = mIndex.find(*id)) return mHistories[*slot];
+    mKeys.hold(*id);
+  } else {
+    id = mKeys.hold(key);
+  }
+  mIndex.insert(*id, static_cast<uint32_t>(mHistories.size()));
   // Processes have a handful of keys each: doubling would leave a fifth of the memory unused.
   if (mHistories.size() == mHistories.capacity()) {
     mHistories.reserve(mHistories.size() + std::max<size_t>(4, mHistories.size() / 4));
   }
-  return mHistories.emplace_back(id);
+  return mHistories.emplace_back(*id);
 }
 
 }  // namespace Torv::OS::Diagnostics

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -26,6 +27,7 @@ class KeyTable {
   // The number of `name`, new where the name is new. Every hold() is given back with one release(); after
   // the last one the name is forgotten and its number may be given to another.
   Id hold(const std::string& name);
+  void hold(Id id) { ++mSlots[id].holders; }  // of a number that is held already
   void release(Id id);
 
   // The name of a number that is held; valid until its last release().
@@ -41,7 +43,12 @@ class KeyTable {
     uint32_t holders = 0;
   };
 
-  std::unordered_map<std::string, Id> mIds;
+  // libstdc++ searches a map of up to twenty strings one by one, unless the hash is not its own.
+  struct Hash {
+    size_t operator()(const std::string& name) const { return std::hash<std::string>()(name); }
+  };
+
+  std::unordered_map<std::string, Id, Hash> mIds;
   std::vector<Slot> mSlots;  // by number
   std::vector<Id> mFree;
 };

@@ -43,8 +43,8 @@ class SlotIndex {
   }
 
   void grow() {
-    const size_t size = mCells.empty() ? 4 : mCells.size() * 2;
-    mShift = mCells.empty() ? 30 : mShift - 1;
+    const size_t size = mCells.empty() ? 16 : mCells.size() * 2;
+    mShift = mCells.empty() ? 28 : mShift - 1;
     const std::vector<Cell> old = std::exchange(mCells, std::vector<Cell>(size));
     for (const Cell& cell : old) {
       if (cell.slot != kFree) mCells[place(cell.key)] = cell;

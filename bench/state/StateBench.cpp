@@ -1,0 +1,147 @@
+#include <algorithm>
+#include <chrono>
+#include <memory>
+
+#include <malloc.h>
+
+#include "Baseline.h"
+#include "storage/BlackBox.h"
+#include "support/Compare.h"
+
+namespace {
+
+using bench::Baseline;
+using Torv::OS::Diagnostics::BlackBox;
+
+constexpr int kProcesses = 10'000;
+constexpr int kRounds = 3;
+
+void fill(BlackBox& box, int processes) {
+  for (const bench::Update& update : bench::updates(processes, kRounds, 1)) {
+    box.addProcessState(update.pid, *update.key, update.timestamp, update.value);
+  }
+}
+
+void fill(Baseline& baseline, int processes) {
+  for (const bench::Update& update : bench::updates(processes, kRounds, 1)) {
+    baseline.add(update.pid, *update.key, update.timestamp, update.value);
+  }
+}
+
+template <typename Table>
+std::unique_ptr<Table> filled(int processes) {
+  auto table = std::make_unique<Table>();
+  fill(*table, processes);
+  return table;
+}
+
+template <typename Table>
+double bytesOf(int processes) {
+  const size_t before = mallinfo2().uordblks;
+  const auto table = filled<Table>(processes);
+  return static_cast<double>(mallinfo2().uordblks - before);
+}
+
+void addSteadyState(benchmark::State& state) {
+  const auto box = filled<BlackBox>(kProcesses);
+  const auto baseline = filled<Baseline>(kProcesses);
+  std::vector<bench::Update> load = bench::updates(kProcesses, 1, INT64_C(1'000'000'000));
+  int64_t later = 0;  // every pass is newer than the one before
+  bench::compare(
+      state, 1.3,
+      [&] {
+        later += INT64_C(1'000'000'000);
+        for (const auto& [pid, key, timestamp, value] : load) {
+          box->addProcessState(pid, *key, timestamp + later, value);
+        }
+      },
+      [&] {
+        for (const auto& [pid, key, timestamp, value] : load) {
+          baseline->add(pid, *key, timestamp + later, value);
+        }
+      });
+  state.counters["ns_per_add"] = state.counters["median_ns"] / static_cast<double>(load.size());
+}
+
+void memory(benchmark::State& state) {
+  double ours = 0;
+  double limit = 0;
+  for (auto _ : state) {
+    ours = bytesOf<BlackBox>(kProcesses);
+    limit = bytesOf<Baseline>(kProcesses);
+  }
+  state.counters["bytes_per_key"] = ours / kProcesses / bench::kKeys;
+  state.counters["limit_bytes_per_key"] = limit / kProcesses / bench::kKeys;
+  state.counters["ratio"] = ours / limit;
+  state.counters["at_most"] = 1.2;
+  if (ours > 1.2 * limit) state.SetLabel("OVER");
+}
+
+// Many calls about one process, so that it is hot.
+template <typename Ask>
+std::function<void()> hot(const Ask& ask) {
+  return [&ask] {
+    for (int i = 0; i < 2'000; i++) benchmark::DoNotOptimize(ask());
+  };
+}
+
+void oneProcessOfManyOrFew(benchmark::State& state) {
+  const auto many = filled<BlackBox>(kProcesses);
+  const auto few = filled<BlackBox>(10);
+  const auto ofMany = [&] { return many->getAllForPid(5); };
+  const auto ofFew = [&] { return few->getAllForPid(5); };
+  bench::compare(state, 1.2, hot(ofMany), hot(ofFew));
+}
+
+void oneProcessOrItsCopy(benchmark::State& state) {
+  const auto box = filled<BlackBox>(kProcesses);
+  const auto baseline = filled<Baseline>(kProcesses);
+  const auto ours = [&] { return box->getAllForPid(5); };
+  const auto copy = [&] { return baseline->newest(5); };
+  bench::compare(state, 1.3, hot(ours), hot(copy));
+}
+
+void snapshot(benchmark::State& state) {
+  const auto box = filled<BlackBox>(kProcesses);
+  const auto baseline = filled<Baseline>(kProcesses);
+  double longestNs = 0;  // of the lock that the manager holds around it
+  bench::compare(
+      state, 1.2,
+      [&] {
+        const auto start = std::chrono::steady_clock::now();
+        const auto all = box->getAllProcessStates();
+        longestNs = std::max(
+            longestNs,
+            std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - start).count());
+      },
+      [&] { benchmark::DoNotOptimize(baseline->snapshot()); });
+  state.counters["longest_lock_ms"] = longestNs / 1e6;
+}
+
+// Ten snapshots of 1,000 processes beside one of 10,000: what a process costs must not grow with their
+// number, but for what no longer fits the caches.
+void snapshotGrowth(benchmark::State& state) {
+  const auto many = filled<BlackBox>(kProcesses);
+  const auto few = filled<BlackBox>(kProcesses / 10);
+  bench::compare(
+      state, 2.0, [&] { benchmark::DoNotOptimize(many->getAllProcessStates()); },
+      [&] {
+        for (int i = 0; i < 10; i++) benchmark::DoNotOptimize(few->getAllProcessStates());
+      });
+}
+
+}  // namespace
+
+void registerFetchBenchmarks();
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  bench::registerComparison("addProcessState/10000 processes", 7, &addSteadyState);
+  benchmark::RegisterBenchmark("memory/10000 processes", &memory)->Iterations(1);
+  bench::registerComparison("getAllForPid/of 10000 and of 10", 15, &oneProcessOfManyOrFew);
+  bench::registerComparison("getAllForPid/and a copy", 15, &oneProcessOrItsCopy);
+  bench::registerComparison("getAllProcessStates/10000 processes", 9, &snapshot);
+  bench::registerComparison("getAllProcessStates/growth", 9, &snapshotGrowth);
+  registerFetchBenchmarks();
+  benchmark::RunSpecifiedBenchmarks();
+}
