@@ -11,6 +11,7 @@
 
 #include "Calls.h"
 #include "Commands.h"
+#include "HistoryChart.h"
 #include "Output.h"
 #include "dev/kerno/internal/diagnostics/IDiagnosticsCollectorService.h"
 #include "dev/kerno/internal/diagnostics/IDiagnosticsNotificationService.h"
@@ -75,6 +76,22 @@ void printGlobals(const PersistableBundle& globals) {
   }
 }
 
+// The plain values as a table, then the histories as charts.
+void printContext(const PersistableBundle& context) {
+  Rows values;
+  std::string charts;
+  for (const String16& key : context.getStringKeys()) {
+    const std::string value = stringOf(context, key);
+    const std::string name = printable(toUtf8(key));
+    if (const std::optional<std::string> chart = historyChart(value)) {
+      charts += '\n' + name + '\n' + *chart;
+    } else {
+      values.emplace_back(name, printable(value));
+    }
+  }
+  printf("system context\n%s%s", table(values, 2).c_str(), charts.c_str());
+}
+
 int context(const Options& options) {
   PersistableBundle reply;
   requireOk(collector()->getSystemContextData(&reply));
@@ -82,8 +99,7 @@ int context(const Options& options) {
     printJson(toJson(reply));
     return kDone;
   }
-  const PersistableBundle context = childOf(reply, String16(bundlekey::kSystemContextData));
-  printf("system context\n%s", table(stringRows(context), 2).c_str());
+  printContext(childOf(reply, String16(bundlekey::kSystemContextData)));
   printGlobals(childOf(reply, String16(bundlekey::kGlobalStateData)));
   return kDone;
 }

@@ -1,0 +1,187 @@
+// Whatever one client does, the others are served.
+
+#include <filesystem>
+#include <functional>
+#include <limits>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <signal.h>
+
+#include <gtest/gtest.h>
+
+#include "fixture/Daemon.h"
+
+namespace {
+
+using android::IBinder;
+using android::Parcel;
+using android::sp;
+using android::status_t;
+using android::String16;
+using android::os::PersistableBundle;
+using fixture::Daemon;
+using fixture::eventually;
+using fixture::IDiagnosticsCollectorService;
+using fixture::IDiagnosticsNotificationService;
+using fixture::staged;
+
+class BadClientsTest : public testing::Test {
+ protected:
+  BadClientsTest() {
+    daemon.start();
+    EXPECT_TRUE(fixture::publish(getpid(), "screen", "home"));
+    expectServing();
+  }
+
+  ~BadClientsTest() override { expectServing(); }
+
+  // A good client, new to the service, is answered and learns what it asked for.
+  void expectServing() {
+    PersistableBundle all;
+    const auto status = daemon.collector()->getAllAvailableApplicationStateData(&all);
+    EXPECT_TRUE(status.isOk()) << status.toString8();
+    EXPECT_EQ(all.getPersistableBundleKeys().count(String16(std::to_string(getpid()).c_str())), 1u);
+    EXPECT_TRUE(daemon.process().running()) << daemon.log();
+  }
+
+  size_t openFiles() {
+    const std::filesystem::directory_iterator all("/proc/" + std::to_string(daemon.process().pid()) + "/fd");
+    return std::distance(begin(all), end(all));
+  }
+
+  std::unique_ptr<fixture::Process> client(std::vector<std::string> arguments) {
+    fixture::ProcessOptions options = daemon.client();
+    options.output = daemon.dir().path("client.log");
+    arguments.insert(arguments.begin(), staged("test_client"));
+    auto process = std::make_unique<fixture::Process>(arguments, options);
+    const bool ready = eventually([&] { return test::readFile(options.output).find("ready") == 0; });
+    EXPECT_TRUE(ready) << test::readFile(options.output);
+    return process;
+  }
+
+  Daemon daemon;
+};
+
+struct Request {
+  const char* what;
+  const char* service;
+  uint32_t code;
+  std::function<void(Parcel&)> fill;
+  status_t expected;
+  uint32_t flags = 0;
+};
+
+void collectorToken(Parcel& parcel) {
+  parcel.writeInterfaceToken(IDiagnosticsCollectorService::descriptor);
+}
+void notifierToken(Parcel& parcel) {
+  parcel.writeInterfaceToken(IDiagnosticsNotificationService::descriptor);
+}
+
+TEST_F(BadClientsTest, RequestsThatAreWrongGetTheErrorThatSaysHow) {
+  constexpr auto kCollector = IDiagnosticsCollectorService::kServiceName;
+  constexpr auto kNotifier = IDiagnosticsNotificationService::kServiceName;
+  const String16 kilobytes800(std::string(400'000, 'x').c_str());
+  const String16 megabyte(std::string(600'000, 'x').c_str());
+  const auto withName = [](const String16& name) {
+    return [name](Parcel& parcel) {
+      collectorToken(parcel);
+      parcel.writeInt32(getpid());
+      parcel.writeString16(name);
+    };
+  };
+  const std::vector<Request> requests = {
+      {"foreign token", kCollector, 1, notifierToken, android::BAD_TYPE},
+      {"no token", kCollector, 2, [](Parcel&) {}, android::BAD_TYPE},
+      {"code 0", kCollector, 0, collectorToken, android::UNKNOWN_TRANSACTION},
+      {"code 4", kCollector, 4, collectorToken, android::UNKNOWN_TRANSACTION},
+      {"the last code", kCollector, 0xffffffff, collectorToken, android::UNKNOWN_TRANSACTION},
+      {"no pid", kCollector, 1, collectorToken, android::NOT_ENOUGH_DATA},
+      {"trailing bytes", kCollector, 2,
+       [](Parcel& parcel) {
+         collectorToken(parcel);
+         parcel.writeInt64(-1);
+       },
+       android::OK},
+      {"a long name", kCollector, 1, withName(kilobytes800), android::OK},
+      {"a name beyond what is carried", kCollector, 1, withName(megabyte), android::FAILED_TRANSACTION},
+      {"a bundle that is none", kNotifier, 1,
+       [](Parcel& parcel) {
+         notifierToken(parcel);
+         for (int32_t word : {0, 1, 24, 0x21212121, 1}) parcel.writeInt32(word);
+       },
+       android::BAD_VALUE},
+      {"a bundle that is none, one-way", kNotifier, 1,
+       [](Parcel& parcel) {
+         notifierToken(parcel);
+         for (int32_t word : {0, 1, 24, 0x21212121, 1}) parcel.writeInt32(word);
+       },
+       android::OK, IBinder::FLAG_ONEWAY},
+      {"notifier, code 2", kNotifier, 2, notifierToken, android::UNKNOWN_TRANSACTION},
+  };
+  for (const Request& request : requests) {
+    Parcel data;
+    Parcel reply;
+    request.fill(data);
+    EXPECT_EQ(Daemon::binder(request.service)->transact(request.code, data, &reply, request.flags),
+              request.expected)
+        << request.what;
+    expectServing();
+  }
+}
+
+TEST_F(BadClientsTest, CallersKilledInMidCallLeaveNothingBehind) {
+  const size_t before = openFiles();
+  std::mt19937 random(1);
+  for (int i = 0; i < 20; ++i) {
+    fixture::ProcessOptions options = daemon.client();
+    fixture::Process greedy({staged("test_client"), "greedy", "4"}, options);
+    usleep(random() % 20'000);
+    greedy.signal(SIGKILL);
+  }
+  EXPECT_TRUE(eventually([&] { return openFiles() <= before; })) << openFiles() << " after " << before;
+}
+
+TEST_F(BadClientsTest, TwoHundredCallersThatStopReadingDelayNobody) {
+  // Answers of 600 KB, which no socket takes at once.
+  for (int i = 0; i < 100; ++i) {
+    ASSERT_TRUE(fixture::publish(getpid(), "key " + std::to_string(i), std::string(3000, 'x')));
+  }
+  const size_t before = openFiles();
+  const auto stalled = client({"greedy", "200"});
+  stalled->signal(SIGSTOP);
+  for (int i = 0; i < 50; ++i) expectServing();
+  EXPECT_TRUE(eventually([&] { return openFiles() < before + 200; })) << "stalled connections are dropped";
+  stalled->signal(SIGCONT);
+}
+
+TEST_F(BadClientsTest, GarbageFromManyThreadsHarmsNobody) {
+  const auto garbage = client({"garbage", "8", "1"});
+  for (int i = 0; i < 50; ++i) expectServing();
+  EXPECT_TRUE(garbage->running()) << "refused requests are answers";
+}
+
+TEST_F(BadClientsTest, OnlyKnownEventsReachTheHandlerAndEveryOneIsLogged) {
+  using Code = dev::kerno::internal::diagnostics::IDiagnosticsNotificationEventCode;
+  using Limits = std::numeric_limits<int32_t>;
+  for (const int32_t code : {-2, -1, 0, 1, 2, 3, Limits::min(), Limits::max()}) {
+    EXPECT_TRUE(daemon.notifier()->notifySystemEvent(static_cast<Code>(code), {}).isOk()) << "one-way";
+    const std::string number = std::to_string(code);
+    EXPECT_TRUE(
+        daemon.logs("DiagnosticsNotificationService: Received notification of event: " + number + "\n"));
+    const bool known = code == 0 || code == 1;
+    EXPECT_TRUE(daemon.logs((known ? "DiagnosticsCollectorService::onEvent called with event id: "
+                                   : "Unexpected system event: ") +
+                            number + "\n"));
+  }
+  EXPECT_EQ(daemon.countInLog("onEvent called"), 2u);
+  EXPECT_TRUE(eventually([&] {
+    const std::string telemetry = test::readFile(daemon.runtime("telemetry.jsonl"));
+    return telemetry.find("notify_system_event_error") != std::string::npos &&
+           telemetry.find("notify_system_event_success") != std::string::npos;
+  }));
+}
+
+}  // namespace

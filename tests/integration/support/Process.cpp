@@ -1,0 +1,114 @@
+#include "fixture/Process.h"
+
+#include <cstdlib>
+#include <stdexcept>
+#include <thread>
+
+#include <fcntl.h>
+#include <grp.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "support/TempDir.h"
+
+extern char** environ;
+
+namespace fixture {
+namespace {
+
+std::vector<char*> pointers(std::vector<std::string>& texts) {
+  std::vector<char*> result;
+  for (std::string& text : texts) result.push_back(text.data());
+  result.push_back(nullptr);
+  return result;
+}
+
+std::vector<std::string> environmentWith(const std::map<std::string, std::string>& additions) {
+  std::vector<std::string> result;
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    const std::string text = *entry;
+    if (additions.count(text.substr(0, text.find('='))) == 0) result.push_back(text);
+  }
+  for (const auto& [name, value] : additions) result.push_back(name + "=" + value);
+  return result;
+}
+
+bool becomeUser(uid_t uid) {
+  return uid == getuid() || (setgroups(0, nullptr) == 0 && setgid(uid) == 0 && setuid(uid) == 0);
+}
+
+}  // namespace
+
+uid_t serviceUid() {
+  return getuid() == 0 ? 1000 : getuid();
+}
+uid_t applicationUid() {
+  return getuid() == 0 ? 10123 : getuid();
+}
+uid_t reporterUid() {
+  return getuid() == 0 ? 10124 : getuid();
+}
+
+void actAs(uid_t uid, const std::function<void()>& work) {
+  std::thread([&] {
+    // The bare system call changes this thread alone, where the library's function would change all.
+    if (syscall(SYS_setresuid, uid, uid, uid) != 0) throw std::runtime_error("setresuid");
+    work();
+  }).join();
+}
+
+Process::Process(std::vector<std::string> arguments, const ProcessOptions& options) {
+  std::vector<std::string> environment = environmentWith(options.environment);
+  const std::vector<char*> argv = pointers(arguments);
+  const std::vector<char*> envp = pointers(environment);
+  const pid_t parent = getpid();
+  mPid = fork();
+  if (mPid < 0) throw std::runtime_error("fork");
+  if (mPid > 0) return;
+  // Opened by the tester, who may write where the child may not.
+  const int output = open(options.output.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+  if (output < 0 || dup2(output, STDOUT_FILENO) < 0 || dup2(output, STDERR_FILENO) < 0) _exit(126);
+  if (!becomeUser(options.uid) || prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || getppid() != parent) _exit(126);
+  execve(argv[0], argv.data(), envp.data());
+  _exit(127);
+}
+
+Process::~Process() {
+  if (mStatus) return;
+  kill(mPid, SIGKILL);
+  waitpid(mPid, nullptr, 0);
+}
+
+void Process::signal(int number) const {
+  kill(mPid, number);
+}
+
+std::optional<int> Process::wait(std::chrono::seconds atMost) {
+  const auto deadline = std::chrono::steady_clock::now() + atMost;
+  while (!mStatus) {
+    int status = 0;
+    if (waitpid(mPid, &status, WNOHANG) == mPid) mStatus = status;
+    if (mStatus || std::chrono::steady_clock::now() >= deadline) break;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return mStatus;
+}
+
+int Outcome::exitCode() const {
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+Outcome run(const std::vector<std::string>& arguments, ProcessOptions options) {
+  const test::TempDir dir;
+  options.output = dir.path("output");
+  Process process(arguments, options);
+  Outcome outcome;
+  outcome.status = process.wait().value_or(SIGKILL);
+  outcome.output = test::readFile(options.output);
+  return outcome;
+}
+
+}  // namespace fixture

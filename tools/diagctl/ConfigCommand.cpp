@@ -1,0 +1,141 @@
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <json/value.h>
+#include <json/writer.h>
+
+#include "Commands.h"
+#include "Output.h"
+#include "Settings.h"
+#include "configuration/ConfigurationChain.h"
+#include "configuration/JSONConfiguration.h"
+#include "configuration/PreferencesConfiguration.h"
+
+namespace diagctl {
+namespace {
+
+using Torv::DefaultConfiguration;
+using Torv::IConfiguration;
+using Torv::SettingType;
+
+// Stands below one layer and notes whether a look-up was handed on to it.
+class Witness : public DefaultConfiguration {
+ public:
+  explicit Witness(bool& asked) : mAsked(asked) {}
+
+  std::string getString(const std::string& key) const override {
+    mAsked = true;
+    return DefaultConfiguration::getString(key);
+  }
+  uint16_t getUint(const std::string& key) const override {
+    mAsked = true;
+    return DefaultConfiguration::getUint(key);
+  }
+  int32_t getInt(const std::string& key) const override {
+    mAsked = true;
+    return DefaultConfiguration::getInt(key);
+  }
+  bool getBool(const std::string& key) const override {
+    mAsked = true;
+    return DefaultConfiguration::getBool(key);
+  }
+  std::map<std::string, std::string> getLocalStrMap(const std::string& key) const override {
+    mAsked = true;
+    return DefaultConfiguration::getLocalStrMap(key);
+  }
+
+ private:
+  bool& mAsked;
+};
+
+Json::Value valueOf(const IConfiguration& configuration, const Torv::Setting& setting) {
+  switch (setting.type) {
+    case SettingType::String:
+      return configuration.getString(setting.key);
+    case SettingType::Bool:
+      return configuration.getBool(setting.key);
+    case SettingType::Uint:
+      return configuration.getUint(setting.key);
+    case SettingType::Int:
+      return configuration.getInt(setting.key);
+    case SettingType::StringMap:
+      break;
+  }
+  Json::Value map(Json::objectValue);
+  for (const auto& [name, value] : configuration.getLocalStrMap(setting.key)) map[name] = value;
+  return map;
+}
+
+// The layers that can answer, in the chain's order, each over a witness instead of the next one.
+class Layers {
+ public:
+  explicit Layers(Json::Value file)
+      : mFile(std::move(file), std::make_unique<Witness>(mHandedOn)),
+        mPreferences(std::make_unique<Witness>(mHandedOn),
+                     Torv::PreferencesConfiguration::kServiceFlags) {}
+
+  // The layer that answers, by name, and its answer.
+  std::pair<const char*, Json::Value> ask(const Torv::Setting& setting) {
+    const std::pair<const char*, const IConfiguration*> layers[] = {{"file", &mFile},
+                                                                    {"preferences", &mPreferences}};
+    for (const auto& [name, layer] : layers) {
+      mHandedOn = false;
+      Json::Value value = valueOf(*layer, setting);
+      if (!mHandedOn) return {name, std::move(value)};
+    }
+    return {"default", valueOf(mDefaults, setting)};
+  }
+
+ private:
+  bool mHandedOn = false;
+  Torv::JSONConfiguration mFile;
+  Torv::PreferencesConfiguration mPreferences;
+  DefaultConfiguration mDefaults;
+};
+
+std::string textOf(const Json::Value& value) {
+  if (value.isString()) return value.asString();
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  return Json::writeString(builder, value);
+}
+
+int showConfiguration(const Options& options) {
+  std::string error;
+  auto file = Torv::readServiceConfiguration(error);
+  if (!file) {
+    fprintf(stderr,
+            "diagctl: the service configuration %s cannot be used: %s. The service does not start without a "
+            "JSON object there; TORV_DEVICE_ROOT names the directory that it is looked for in.\n",
+            Torv::kServiceConfigurationPath, printable(error).c_str());
+    return kRefused;
+  }
+  Layers layers(std::move(*file));
+  Json::Value document(Json::objectValue);
+  Rows rows;
+  for (const Torv::Setting& setting : knownSettings()) {
+    auto [layer, value] = layers.ask(setting);
+    rows.emplace_back(setting.key, (layer + std::string(11, ' ')).substr(0, 13) + printable(textOf(value)));
+    document[setting.key]["layer"] = layer;
+    document[setting.key]["value"] = std::move(value);
+  }
+  if (options.json) {
+    printJson(document);
+  } else {
+    fputs(table(rows, 0).c_str(), stdout);
+  }
+  return kDone;
+}
+
+}  // namespace
+
+void addConfigCommand(CLI::App& app, const Options& options, int& exitCode) {
+  CLI::App* config = app.add_subcommand("config", "Print every setting and the layer that answers for it");
+  config->callback([&options, &exitCode] { exitCode = showConfiguration(options); });
+}
+
+}  // namespace diagctl

@@ -1,0 +1,166 @@
+#include <algorithm>
+#include <charconv>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <json/value.h>
+#include <json/writer.h>
+#include <unistd.h>
+
+#include "Commands.h"
+#include "Output.h"
+#include "Settings.h"
+#include "os/Json.h"
+#include "ossdkhost/PreferencesFile.h"
+#include "runtime/RuntimeDirectory.h"
+
+namespace diagctl {
+namespace {
+
+using Torv::SettingType;
+
+std::shared_ptr<platform::PreferencesFile> preferences() {
+  return platform::PreferencesFile::of(platform::runtimeDirectory());
+}
+
+// A string as it is, anything else as JSON.
+std::string textOf(const Json::Value& value) {
+  if (value.isString()) return value.asString();
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  return Json::writeString(builder, value);
+}
+
+template <typename Number>
+std::optional<Json::Value> numberFrom(const std::string& text) {
+  Number number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return Json::Value(number);
+}
+
+std::optional<Json::Value> valueFrom(const std::string& text, SettingType type) {
+  switch (type) {
+    case SettingType::Bool:
+      if (text != "true" && text != "false") return std::nullopt;
+      return Json::Value(text == "true");
+    case SettingType::Uint:
+      return numberFrom<uint32_t>(text);
+    case SettingType::Int:
+      return numberFrom<int32_t>(text);
+    case SettingType::String:
+    case SettingType::StringMap:
+      break;
+  }
+  return Json::Value(text);
+}
+
+// The type that the readers of `key` ask for; for a key that is not known, the first that `text` fits.
+SettingType typeFor(const std::string& key, const std::string& text) {
+  for (const Torv::Setting& setting : knownSettings()) {
+    if (setting.key == key) return setting.type;
+  }
+  for (const SettingType type : {SettingType::Bool, SettingType::Int, SettingType::Uint}) {
+    if (valueFrom(text, type)) return type;
+  }
+  return SettingType::String;
+}
+
+std::optional<SettingType> typeNamed(const std::string& name) {
+  for (const SettingType type :
+       {SettingType::String, SettingType::Bool, SettingType::Uint, SettingType::Int}) {
+    if (name == nameOf(type)) return type;
+  }
+  return std::nullopt;
+}
+
+int getPreference(const std::string& key, const Options& options) {
+  const auto values = preferences()->read();
+  if (values == nullptr) return kRefused;  // the log has said why
+  const Json::Value* value = Torv::OS::findMember(*values, key);
+  if (value == nullptr) {
+    fprintf(stderr, "diagctl: %s is not stored; diagctl pref list shows what is, diagctl config what holds.\n",
+            printable(key).c_str());
+    return kRefused;
+  }
+  if (options.json) {
+    printJson(*value);
+  } else {
+    const std::string text = textOf(*value);
+    // A program gets the value to the byte, a terminal nothing that it would act on.
+    printf("%s\n", isatty(STDOUT_FILENO) != 0 ? printable(text).c_str() : text.c_str());
+  }
+  return kDone;
+}
+
+int setPreference(const std::string& key, const std::string& text, const std::string& typeName) {
+  const SettingType type = typeNamed(typeName).value_or(typeFor(key, text));
+  if (type == SettingType::StringMap) {
+    fprintf(stderr, "diagctl: %s is a map, which only the service configuration can hold.\n",
+            printable(key).c_str());
+    return kRefused;
+  }
+  const std::optional<Json::Value> value = valueFrom(text, type);
+  if (!value) {
+    fprintf(stderr, "diagctl: '%s' is no %s, which %s is; --type stores it under another type.\n",
+            printable(text).c_str(), nameOf(type), printable(key).c_str());
+    return kWrongUsage;
+  }
+  const auto refused = preferences()->update([&](Json::Value& values) { values[key] = *value; });
+  if (!refused) return kDone;
+  fprintf(stderr,
+          "diagctl: %s. Preferences are set by the owner of the runtime directory, once the service has made "
+          "it, or by root.\n",
+          printable(*refused).c_str());
+  return kRefused;
+}
+
+int listPreferences(const Options& options) {
+  const auto values = preferences()->read();
+  if (values == nullptr) return kRefused;
+  if (options.json) {
+    printJson(*values);
+    return kDone;
+  }
+  Rows rows;
+  for (auto value = values->begin(); value != values->end(); ++value) {
+    rows.emplace_back(printable(value.name()), printable(textOf(*value)));
+  }
+  fputs(table(rows, 0).c_str(), stdout);
+  return kDone;
+}
+
+}  // namespace
+
+void addPreferenceCommands(CLI::App& app, const Options& options, int& exitCode) {
+  CLI::App* pref = app.add_subcommand("pref", "Stored preferences, which the service reads anew each time");
+  pref->require_subcommand(1);
+
+  struct Arguments {
+    std::string key;
+    std::string value;
+    std::string type;
+  };
+  const auto arguments = std::make_shared<Arguments>();
+
+  CLI::App* get = pref->add_subcommand("get", "Print a stored value");
+  get->add_option("KEY", arguments->key)->required();
+  get->callback([arguments, &options, &exitCode] { exitCode = getPreference(arguments->key, options); });
+
+  CLI::App* set = pref->add_subcommand("set", "Store a value under the type that its readers ask for");
+  set->add_option("KEY", arguments->key)->required();
+  set->add_option("VALUE", arguments->value)->required();
+  set->add_option("--type", arguments->type, "Store it as this instead")
+      ->check(CLI::IsMember({"string", "bool", "uint", "int"}));
+  set->callback([arguments, &exitCode] {
+    exitCode = setPreference(arguments->key, arguments->value, arguments->type);
+  });
+
+  CLI::App* list = pref->add_subcommand("list", "Print all stored values");
+  list->callback([&options, &exitCode] { exitCode = listPreferences(options); });
+}
+
+}  // namespace diagctl
