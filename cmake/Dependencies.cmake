@@ -22,3 +22,11 @@ foreach(name IN ITEMS log utils cutils base)
     IMPORTED_LOCATION ${DIAG_ANDROID_${name}}
     INTERFACE_LINK_LIBRARIES Android::headers)
 endforeach()
+
+# A real libbinder takes the place of platform/binder, which defines the same target.
+if(DIAG_BINDER_LIBRARY)
+  add_library(Android::binder UNKNOWN IMPORTED)
+  set_target_properties(Android::binder PROPERTIES
+    IMPORTED_LOCATION ${DIAG_BINDER_LIBRARY}
+    INTERFACE_LINK_LIBRARIES "Android::utils;Android::cutils;Android::base;Android::log")
+endif()

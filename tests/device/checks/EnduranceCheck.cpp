@@ -1,0 +1,102 @@
+// Many clients, dying clients, a dead process's states, and the daemon's own death; these run last.
+
+#include <gtest/gtest.h>
+#include <linux/android/binder.h>
+#include <signal.h>
+#include <time.h>
+#include <utils/String16.h>
+
+#include <atomic>
+#include <fstream>
+#include <thread>
+
+#include "Machine.h"
+
+namespace {
+
+using android::IBinder;
+using android::sp;
+using android::String16;
+using android::os::PersistableBundle;
+
+bool deadProcessIsKnown() {
+  PersistableBundle states;
+  EXPECT_TRUE(collector()->getApplicationStateDataForProcess(Machine::deadPid(), String16(), &states).isOk());
+  return flatten(states)["ApplicationStateData/last_words"] == "told";
+}
+
+TEST(Endurance, SixteenClientsAtOnceGetTheirAnswers) {
+  Child application(kApplication, {"publish", "who", "everyone's"});
+  ASSERT_TRUE(application.ready());
+  std::vector<Child> clients;
+  for (int i = 0; i < 16; ++i) {
+    clients.emplace_back(
+        i % 2 == 0 ? kApplication : kSystem,
+        std::vector<std::string>{"query", std::to_string(application.pid()), "everyone's", "10"});
+  }
+  for (Child& client : clients) EXPECT_EQ(client.wait(), 0);
+}
+
+// Whether a process's main thread stands in the driver's read-and-write call.
+bool waitsInBinder(pid_t pid) {
+  char call[16];
+  snprintf(call, sizeof(call), "0x%lx", static_cast<unsigned long>(BINDER_WRITE_READ));
+  return contentsOf("/proc/" + std::to_string(pid) + "/syscall").find(call) != std::string::npos;
+}
+
+// A stopped daemon leaves the client in the driver, where it dies; the daemon then finds a request that
+// nobody waits for.
+TEST(Endurance, AClientKilledInMidCallHurtsNobody) {
+  for (int i = 0; i < 20; ++i) {
+    Child client(kApplication, {"stuck"});
+    ASSERT_TRUE(client.ready());
+    Machine::daemon().stop();
+    client.release();
+    EXPECT_TRUE(eventually(std::chrono::seconds(10), [&] { return waitsInBinder(client.pid()); }));
+    client.kill(SIGKILL);
+    EXPECT_EQ(client.wait(), 128 + SIGKILL);
+    Machine::daemon().kill(SIGCONT);
+  }
+  EXPECT_TRUE(deadProcessIsKnown());
+}
+
+// Runs through the real clean-up period twice; only the 60 s between marking and forgetting are moved.
+TEST(Endurance, ADeadProcessIsRememberedForAMinute) {
+  constexpr auto kCleanUpPeriod = std::chrono::seconds(30);
+  std::this_thread::sleep_until(Machine::deathTime() + kCleanUpPeriod + std::chrono::seconds(2));
+  EXPECT_TRUE(deadProcessIsKnown()) << "forgotten when it was found dead";
+
+  timespec now;
+  ASSERT_EQ(clock_gettime(CLOCK_REALTIME, &now), 0);
+  now.tv_sec += 60;
+  ASSERT_EQ(clock_settime(CLOCK_REALTIME, &now), 0);
+  EXPECT_TRUE(deadProcessIsKnown()) << "forgotten between two clean-ups";
+  EXPECT_TRUE(eventually(kCleanUpPeriod + std::chrono::seconds(10), [] { return !deadProcessIsKnown(); }));
+}
+
+TEST(Endurance, ItsClientsLearnOfTheDaemonsDeathAndFindTheNextOne) {
+  class Mourner : public IBinder::DeathRecipient {
+   public:
+    std::atomic<int> deaths = 0;
+
+   private:
+    void binderDied(const android::wp<IBinder>&) override { ++deaths; }
+  };
+  const sp<IBinder> before = collectorBinder();
+  const sp<Mourner> mourner = new Mourner;
+  ASSERT_EQ(before->linkToDeath(mourner), android::OK);
+  EXPECT_EQ(before->pingBinder(), android::OK);
+
+  Machine::daemon().kill(SIGKILL);
+  EXPECT_EQ(Machine::daemon().wait(), 128 + SIGKILL) << "it had ended by itself before";
+  EXPECT_TRUE(eventually(std::chrono::seconds(10), [&] { return mourner->deaths == 1; }));
+  EXPECT_EQ(before->pingBinder(), android::DEAD_OBJECT);
+
+  ASSERT_TRUE(Machine::startDaemon());
+  PersistableBundle all;
+  EXPECT_TRUE(collector()->getAllAvailableApplicationStateData(&all).isOk());
+  EXPECT_TRUE(all.empty());
+  EXPECT_EQ(mourner->deaths, 1);
+}
+
+}  // namespace

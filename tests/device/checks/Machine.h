@@ -1,0 +1,56 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <dev/kerno/internal/diagnostics/IDiagnosticsCollectorService.h>
+#include <dev/kerno/internal/diagnostics/IDiagnosticsNotificationService.h>
+
+#include "Child.h"
+
+inline constexpr char kDaemonLog[] = "/tmp/daemon.log";
+inline constexpr char kTelemetryLog[] = "/run/torv/telemetry.jsonl";
+
+using dev::kerno::internal::diagnostics::IDiagnosticsCollectorService;
+using dev::kerno::internal::diagnostics::IDiagnosticsNotificationEventCode;
+using dev::kerno::internal::diagnostics::IDiagnosticsNotificationService;
+
+// What stands before the first check and serves all of them.
+class Machine {
+ public:
+  // Lays out the runtime directory, listens for registrations, starts the daemon, and lets a process of the
+  // application's uid publish a state and die at once. False, with a word on the console, if that fails.
+  static bool start();
+  static void stop();
+
+  static Child& daemon();
+  // Starts it and waits until both its services answer.
+  static bool startDaemon();
+  // The names that the service manager announced since start(), in its order.
+  static std::vector<std::string> registrations();
+  // The pid of the process that died before the first check, and when.
+  static pid_t deadPid();
+  static std::chrono::steady_clock::time_point deathTime();
+};
+
+// Tries every 20 ms until `condition` holds; false after `limit`.
+bool eventually(std::chrono::seconds limit, const std::function<bool()>& condition);
+
+android::sp<android::IBinder> collectorBinder();
+android::sp<android::IBinder> notificationBinder();
+android::sp<IDiagnosticsCollectorService> collector();
+android::sp<IDiagnosticsNotificationService> notification();
+
+std::string contentsOf(const std::string& path);
+size_t countOf(const std::string& text, const std::string& part);
+
+// A bundle tree as one map: "outer/inner" to the text of a string, or to "int 5" for an int. An empty nested
+// bundle stands as "outer/" with an empty text; an entry of any other type as "?".
+using Flat = std::map<std::string, std::string>;
+Flat flatten(const android::os::PersistableBundle& bundle);
+// The part of `flat` below `prefix`, without it.
+Flat below(const Flat& flat, const std::string& prefix);

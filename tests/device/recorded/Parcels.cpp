@@ -1,0 +1,196 @@
+#include "recorded/Parcels.h"
+
+#include <dev/kerno/internal/diagnostics/BnDiagnosticsCollectorService.h>
+#include <dev/kerno/internal/diagnostics/BpDiagnosticsCollectorService.h>
+#include <dev/kerno/internal/diagnostics/BpDiagnosticsNotificationService.h>
+
+#include <utils/String16.h>
+
+namespace {
+
+using android::IBinder;
+using android::Parcel;
+using android::sp;
+using android::String16;
+using android::binder::Status;
+using android::os::PersistableBundle;
+using namespace dev::kerno::internal::diagnostics;
+
+using Parcels = std::vector<std::pair<std::string, std::string>>;
+
+std::string hexOf(const Parcel& parcel) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  std::string text;
+  for (size_t i = 0; i < parcel.dataSize(); ++i) {
+    text += kDigits[parcel.data()[i] >> 4];
+    text += kDigits[parcel.data()[i] & 15];
+  }
+  return text;
+}
+
+// Stands in for a remote service and keeps the last request.
+class RequestCatcher : public android::BBinder {
+ public:
+  const std::string& hex() const { return mHex; }
+
+ private:
+  android::status_t onTransact(uint32_t, const Parcel& data, Parcel*, uint32_t) override {
+    mHex = hexOf(data);
+    return android::OK;
+  }
+
+  std::string mHex;
+};
+
+// Answers every request with one status and one bundle.
+class FixedCollector : public BnDiagnosticsCollectorService {
+ public:
+  FixedCollector(Status status, PersistableBundle answer)
+      : mStatus(std::move(status)), mAnswer(std::move(answer)) {}
+
+ private:
+  Status getApplicationStateDataForProcess(int32_t, const String16&, PersistableBundle* data) override {
+    return answer(data);
+  }
+  Status getAllAvailableApplicationStateData(PersistableBundle* data) override { return answer(data); }
+  Status getSystemContextData(PersistableBundle* data) override { return answer(data); }
+
+  Status answer(PersistableBundle* data) {
+    *data = mAnswer;
+    return mStatus;
+  }
+
+  Status mStatus;
+  PersistableBundle mAnswer;
+};
+
+const String16 kWide(u"\u00e9\u65e5\U0001f680");  // two bytes, three bytes and a surrogate pair
+
+PersistableBundle strings(std::initializer_list<std::pair<const char*, String16>> entries) {
+  PersistableBundle bundle;
+  for (const auto& [key, value] : entries) bundle.putString(String16(key), value);
+  return bundle;
+}
+
+PersistableBundle processBundle(int32_t pid) {
+  PersistableBundle bundle;
+  bundle.putInt(String16("processId"), pid);
+  bundle.putPersistableBundle(
+      String16("ApplicationStateData"),
+      strings(
+          {{"screen", String16("home")}, {"odd", String16("abc")}, {"empty", String16()}, {"wide", kWide}}));
+  return bundle;
+}
+
+PersistableBundle allProcessesBundle() {
+  PersistableBundle bundle;
+  bundle.putPersistableBundle(String16("1234"), processBundle(1234));
+  bundle.putPersistableBundle(String16("-1"), processBundle(-1));
+  return bundle;
+}
+
+PersistableBundle systemBundle() {
+  PersistableBundle space = strings({{"GlobalNamespace", String16("telemetry")}});
+  space.putPersistableBundle(String16("GlobalStateData"),
+                             strings({{"service_session_id", String16("{\"dt_ms\":5,\"v\":\"S\"}")}}));
+  PersistableBundle spaces;
+  spaces.putPersistableBundle(String16("telemetry"), space);
+  PersistableBundle bundle;
+  bundle.putPersistableBundle(String16("SystemContextData"), strings({{"build_tags", String16("dev-keys")}}));
+  bundle.putPersistableBundle(String16("GlobalStateData"), spaces);
+  return bundle;
+}
+
+PersistableBundle everyType() {
+  PersistableBundle bundle = strings({{"string", kWide}, {"emptyString", String16()}});
+  bundle.putBoolean(String16("true"), true);
+  bundle.putBoolean(String16("false"), false);
+  bundle.putInt(String16("int"), -2147483647 - 1);
+  bundle.putLong(String16("long"), INT64_MIN);
+  bundle.putDouble(String16("double"), -1.5);
+  bundle.putBooleanVector(String16("booleans"), {true, false, true});
+  bundle.putIntVector(String16("ints"), {1, -1});
+  bundle.putLongVector(String16("longs"), {INT64_MAX});
+  bundle.putDoubleVector(String16("doubles"), {0.25, -0.0});
+  bundle.putStringVector(String16("strings"), {String16("a"), String16(), kWide});
+  bundle.putStringVector(String16("noStrings"), {});
+  bundle.putPersistableBundle(String16("emptyBundle"), {});
+  return bundle;
+}
+
+void packRequests(Parcels& out) {
+  sp<RequestCatcher> catcher = new RequestCatcher;
+  sp<IDiagnosticsCollectorService> collector = new BpDiagnosticsCollectorService(catcher);
+  const auto keep = [&](const char* name) { out.emplace_back(name, catcher->hex()); };
+  PersistableBundle ignored;
+  collector->getApplicationStateDataForProcess(1234, String16("odd"), &ignored);
+  keep("request-process");
+  collector->getApplicationStateDataForProcess(-1, String16(), &ignored);
+  keep("request-process-empty-name");
+  collector->getApplicationStateDataForProcess(INT32_MAX, kWide, &ignored);
+  keep("request-process-wide-name");
+  collector->getAllAvailableApplicationStateData(&ignored);
+  keep("request-all");
+  collector->getSystemContextData(&ignored);
+  keep("request-system");
+
+  sp<IDiagnosticsNotificationService> notification = new BpDiagnosticsNotificationService(catcher);
+  notification->notifySystemEvent(IDiagnosticsNotificationEventCode{0}, {});
+  keep("request-notify-0-empty");
+  notification->notifySystemEvent(IDiagnosticsNotificationEventCode{-1}, everyType());
+  keep("request-notify-every-type");
+  PersistableBundle nested;
+  nested.putPersistableBundle(String16("inner"), everyType());
+  notification->notifySystemEvent(IDiagnosticsNotificationEventCode{1}, nested);
+  keep("request-notify-1-nested");
+}
+
+void packReply(Parcels& out, const std::string& name, uint32_t code, const Status& status,
+               const PersistableBundle& answer) {
+  sp<IBinder> stub = new FixedCollector(status, answer);
+  Parcel request, reply;
+  request.writeInterfaceToken(IDiagnosticsCollectorService::descriptor);
+  if (code == IDiagnosticsCollectorService::kGetApplicationStateDataForProcess) {
+    request.writeInt32(1);
+    request.writeString16(String16());
+  }
+  stub->transact(code, request, &reply);
+  out.emplace_back(name, hexOf(reply));
+}
+
+void packReplies(Parcels& out) {
+  constexpr auto kProcess = IDiagnosticsCollectorService::kGetApplicationStateDataForProcess;
+  constexpr auto kAll = IDiagnosticsCollectorService::kGetAllAvailableApplicationStateData;
+  constexpr auto kSystem = IDiagnosticsCollectorService::kGetSystemContextData;
+  packReply(out, "reply-process", kProcess, Status::ok(), processBundle(1234));
+  packReply(out, "reply-process-unknown", kProcess, Status::ok(), {});
+  packReply(out, "reply-all", kAll, Status::ok(), allProcessesBundle());
+  packReply(out, "reply-system", kSystem, Status::ok(), systemBundle());
+  packReply(out, "reply-interface", IBinder::INTERFACE_TRANSACTION, Status::ok(), {});
+  for (const int32_t exception : {-1, -2, -3, -4, -5, -6, -7, -9, -55}) {
+    packReply(out, "reply-exception" + std::to_string(exception), kProcess,
+              Status::fromExceptionCode(exception), {});
+  }
+  packReply(out, "reply-exception-with-message", kAll, Status::fromExceptionCode(-4, "missing \u65e5"), {});
+  packReply(out, "reply-service-specific", kAll, Status::fromServiceSpecificError(7, "x"), {});
+  // A failed transaction has no reply to speak of: the status goes back in its place.
+  packReply(out, "reply-failed-transaction", kAll, Status::fromStatusT(android::FAILED_TRANSACTION), {});
+
+  // A null name becomes an exception of the stub's own.
+  sp<IBinder> stub = new FixedCollector(Status::ok(), processBundle(1));
+  Parcel request, reply;
+  request.writeInterfaceToken(IDiagnosticsCollectorService::descriptor);
+  request.writeInt32(1);
+  request.writeInt32(-1);
+  stub->transact(kProcess, request, &reply);
+  out.emplace_back("reply-null-name", hexOf(reply));
+}
+
+}  // namespace
+
+std::vector<std::pair<std::string, std::string>> packParcels() {
+  Parcels parcels;
+  packRequests(parcels);
+  packReplies(parcels);
+  return parcels;
+}
