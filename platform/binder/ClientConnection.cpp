@@ -135,9 +135,10 @@ ClientConnection::Sent ClientConnection::send(const FrameHeader& header, const u
 }
 
 ClientConnection::Sent ClientConnection::post(const FrameHeader& header, const uint8_t* payload) {
-  using Clock = std::chrono::steady_clock;
+  const auto deadline = std::chrono::steady_clock::now() + kPostPatience;
+  // What was sent before must be taken before anything that is sent anew.
+  if (mEnding) return waitFor(POLLIN, deadline) ? Sent::Broken : Sent::Full;
   const size_t size = sizeof(header) + header.size;
-  std::optional<Clock::time_point> deadline;
   for (size_t sent = 0; sent < size;) {
     const ssize_t taken = sendFrame(mSocket.get(), header, payload, sent, MSG_DONTWAIT);
     if (taken >= 0) {
@@ -145,16 +146,24 @@ ClientConnection::Sent ClientConnection::post(const FrameHeader& header, const u
       continue;
     }
     if (errno != EAGAIN) return Sent::Broken;
-    if (!deadline) deadline = Clock::now() + kPostPatience;
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(*deadline - Clock::now()).count();
-    pollfd waiting{mSocket.get(), POLLOUT, 0};
-    if (left <= 0 || poll(&waiting, 1, static_cast<int>(left)) == 0) {
+    if (!waitFor(POLLOUT, deadline)) {
       // Half a transaction cannot be taken back: what follows it would be read as its end.
-      if (sent != 0) shutdown(mSocket.get(), SHUT_RDWR);
+      if (sent != 0) mEnding = shutdown(mSocket.get(), SHUT_WR) == 0;
       return Sent::Full;
     }
   }
   return Sent::Whole;
+}
+
+bool ClientConnection::waitFor(short event, std::chrono::steady_clock::time_point deadline) {
+  using std::chrono::milliseconds;
+  for (;;) {
+    const auto left = std::chrono::ceil<milliseconds>(deadline - std::chrono::steady_clock::now()).count();
+    pollfd waiting{mSocket.get(), event, 0};
+    const int ready = poll(&waiting, 1, static_cast<int>(std::max<long>(left, 0)));
+    if (ready > 0 || (ready < 0 && errno != EINTR)) return true;
+    if (ready == 0) return false;
+  }
 }
 
 std::optional<android::status_t> ClientConnection::receive(android::Parcel* reply) {

@@ -2,6 +2,7 @@
 
 #include "ParcelHeader.h"
 
+#include <chrono>
 #include <memory>
 
 #include <android-base/unique_fd.h>
@@ -39,7 +40,11 @@ class ClientConnection {
   std::optional<android::status_t> receive(android::Parcel* reply);
 
  private:
+  // Whether the event, or the end of the connection, comes in time.
+  bool waitFor(short event, std::chrono::steady_clock::time_point deadline);
+
   android::base::unique_fd mSocket;
+  bool mEnding = false;  // one-way: half a transaction was sent, and the server is to read to the end
 };
 
 }  // namespace platform::binder

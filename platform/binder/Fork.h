@@ -20,7 +20,7 @@ class PerProcess {
     const uint32_t generation = forkGeneration();
     Slot* slot = mSlot.load(std::memory_order_acquire);
     if (slot != nullptr && slot->generation == generation) return slot->object;
-    auto* const made = new Slot{generation, slot, {}};
+    auto* const made = new Slot(generation, slot);
     if (mSlot.compare_exchange_strong(slot, made, std::memory_order_acq_rel)) return made->object;
     delete made;
     return slot->object;
@@ -28,8 +28,10 @@ class PerProcess {
 
  private:
   struct Slot {
-    uint32_t generation;
-    Slot* inherited;
+    Slot(uint32_t ofGeneration, Slot* from) : generation(ofGeneration), inherited(from) {}
+
+    const uint32_t generation;
+    Slot* const inherited;
     T object;
   };
   std::atomic<Slot*> mSlot{nullptr};

@@ -30,8 +30,8 @@ constexpr std::chrono::seconds kDrain{5};
 // How soon a listener tries again that found no room.
 constexpr std::chrono::seconds kRoomRetry{1};
 
-// Three quarters of the descriptors that the process may have: the rest is for its own work.
-size_t connectionLimit() {
+// The quarter that is left is for the process's own work.
+size_t defaultMaxConnections() {
   rlimit limit{};
   if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return 256;
   return static_cast<size_t>(std::clamp<rlim_t>(limit.rlim_cur / 4 * 3, 16, 16384));
@@ -89,11 +89,12 @@ class Server::Timer final : public EventSource {
   std::atomic<bool> mRunning{false};
 };
 
-Server::Server()
+Server::Server(const ServerLimits& limits)
     : mEpoll(epoll_create1(EPOLL_CLOEXEC)),
       mStopEvent(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       mTimer(std::make_unique<Timer>(*this)),
-      mMaxConnections(connectionLimit()) {
+      mStalls(limits.patience, limits.maxStalledBytes),
+      mMaxConnections(limits.maxConnections != 0 ? limits.maxConnections : defaultMaxConnections()) {
   watch(mTimer->fd(), EPOLLIN, mTimer.get());
   // Seen by every thread, so it is not armed for one.
   epoll_event event{};
@@ -165,7 +166,7 @@ void Server::arm(int fd, uint32_t events, EventSource* source) {
 StallWatch::Ticket Server::stalled(StallWatch::Clock::time_point now, size_t bytes,
                                    const Connection& connection) {
   const auto ticket = mStalls.add(now, bytes, [fd = connection.fd()] { shutdown(fd, SHUT_RDWR); });
-  mTimer->start(now + StallWatch::kPatience);
+  mTimer->start(mStalls.due(now));
   return ticket;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <map>
 #include <memory>
@@ -20,13 +21,23 @@ namespace platform::binder {
 
 class Listener;
 
+// What bad clients may take from a process at most.
+struct ServerLimits {
+  // For how long a frame may be begun and not ended, or a reply not be taken.
+  std::chrono::milliseconds patience{5000};
+  // What such frames and replies may hold together.
+  size_t maxStalledBytes = 32 * 1024 * 1024;
+  // Connections at a time; 0: three quarters of the descriptors that the process may have.
+  size_t maxConnections = 0;
+};
+
 // A process's side of all the services that it publishes: one epoll set, and a pool of threads that lead in
 // turn. A thread that takes an event deals with all that follows from it, a transaction included, and then
 // waits again; when that leaves none waiting, the pool grows by one up to its maximum. Nothing wakes up while
 // there is nothing to do. Thread-safe.
 class Server {
  public:
-  Server();
+  explicit Server(const ServerLimits& limits = {});
   // Stops first. Must not run on a thread of the pool.
   ~Server();
   Server(const Server&) = delete;

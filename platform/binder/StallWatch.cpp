@@ -33,7 +33,7 @@ void StallWatch::remove(Ticket ticket) {
 std::optional<StallWatch::Clock::time_point> StallWatch::expire(Clock::time_point now) {
   std::lock_guard guard(mMutex);
   for (Entry& entry : mEntries) {
-    if (now < entry.since + kPatience) return entry.since + kPatience;
+    if (now < due(entry.since)) return due(entry.since);
     entry.drop();
   }
   return std::nullopt;
@@ -44,7 +44,7 @@ void StallWatch::setBytes(Ticket ticket, size_t bytes) {
   mBytes += bytes - ticket->bytes;
   ticket->bytes = bytes;
   size_t left = mBytes;
-  for (auto entry = mEntries.begin(); left > kMaxBytes && entry != mEntries.end(); ++entry) {
+  for (auto entry = mEntries.begin(); left > mMaxBytes && entry != mEntries.end(); ++entry) {
     entry->drop();
     left -= entry->bytes;
   }

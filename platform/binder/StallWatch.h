@@ -16,8 +16,8 @@ class StallWatch {
  public:
   using Clock = std::chrono::steady_clock;
 
-  static constexpr std::chrono::seconds kPatience{5};
-  static constexpr size_t kMaxBytes = 32 * 1024 * 1024;
+  StallWatch(std::chrono::milliseconds patience, size_t maxBytes)
+      : mPatience(patience), mMaxBytes(maxBytes) {}
 
   struct Entry {
     Clock::time_point since;
@@ -25,6 +25,9 @@ class StallWatch {
     std::function<void()> drop;
   };
   using Ticket = std::list<Entry>::iterator;
+
+  // When a connection that stalls from `now` on is due to be dropped.
+  Clock::time_point due(Clock::time_point now) const { return now + mPatience; }
 
   // `drop` is called with the watch's lock held: it must only shut the connection down, whose owner then
   // removes the entry in its own time.
@@ -34,12 +37,14 @@ class StallWatch {
   void resize(Ticket ticket, size_t bytes);
   void remove(Ticket ticket);
 
-  // Drops those that have stalled for kPatience. Returns when to ask again, or nothing while none stalls.
+  // Drops those that have stalled for too long. Returns when to ask again, or nothing while none stalls.
   std::optional<Clock::time_point> expire(Clock::time_point now);
 
  private:
   void setBytes(Ticket ticket, size_t bytes);
 
+  const std::chrono::milliseconds mPatience;
+  const size_t mMaxBytes;
   std::mutex mMutex;
   std::list<Entry> mEntries;  // guarded by mMutex; the longest stalled one first
   size_t mBytes = 0;          // guarded by mMutex; the sum over mEntries

@@ -1,0 +1,283 @@
+// The wire layout of parcels. The bytes are those of API 32. Where Debian's headers come from an older
+// snapshot whose library differs, API 32 is the rule:
+//   - an empty String8 takes 8 bytes, not 4
+//   - the marker of a parcelable that is there is exactly 1, not any number but 0
+//   - a string without its NUL reads as UNEXPECTED_NULL, and is not accepted
+//   - the stability word of a null binder is 0x00000001, not 0
+#include "Bytes.h"
+
+#include <cstring>
+
+#include <binder/IPCThreadState.h>
+#include <binder/PersistableBundle.h>
+#include <gtest/gtest.h>
+#include <utils/String8.h>
+
+namespace {
+
+using android::Parcel;
+using android::sp;
+using android::String16;
+using android::String8;
+using test::fill;
+using test::hex;
+using test::hexOf;
+
+TEST(ParcelBytes, ScalarsTakeWholeWordsAndAreNotAlignedToEight) {
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeInt32(1234); }), "d2040000");
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeInt64(1234); }), "d2040000 00000000");
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeBool(true); }), "01000000");
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeByte(-1); }), "ffffffff");
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeChar(u'\u20ac'); }), "ac200000");
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeFloat(1.5f); }), "0000c03f");
+  EXPECT_EQ(hexOf([](Parcel& p) {
+              p.writeInt32(1);
+              p.writeDouble(1.5);
+            }),
+            "01000000 00000000 0000f83f");
+}
+
+TEST(ParcelBytes, StringsEndInNulAndPadding) {
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeString16(String16("hi")); }), "02000000 68006900 00000000");
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeString16(String16("a")); }), "01000000 61000000");
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeString16(String16()); }), "00000000 00000000");
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeString16(nullptr, 0); }), "ffffffff");
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeString16(std::unique_ptr<String16>()); }), "ffffffff");
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeString16(String16("\xf0\x9f\x98\x80")); }),
+            "02000000 3dd800de 00000000");
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeUtf8AsUtf16(std::string("a\xf0\x9f\x98\x80")); }),
+            "03000000 61003dd8 00de0000");
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeString8(String8("hi")); }), "02000000 68690000");
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeString8(String8("abc")); }), "03000000 61626300");
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeString8(String8()); }), "00000000 00000000");
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeCString("hi"); }), "68690000");
+  Parcel parcel;
+  EXPECT_EQ(parcel.writeUtf8AsUtf16(std::string("\xff\xff")), android::BAD_VALUE);
+}
+
+TEST(ParcelBytes, VectorsPackBytesAndGiveBoolAndCharAWord) {
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeByteVector(std::vector<uint8_t>{1, 2, 3}); }), "03000000 01020300");
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeByteVector(std::vector<int8_t>{}); }), "00000000");
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeByteVector(std::unique_ptr<std::vector<uint8_t>>()); }), "ffffffff");
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeInt32Vector({1, 2}); }), "02000000 01000000 02000000");
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeInt64Vector({-1}); }), "01000000 ffffffff ffffffff");
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeDoubleVector({1.5}); }), "01000000 00000000 0000f83f");
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeBoolVector({true, false}); }), "02000000 01000000 00000000");
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeCharVector({u'a', u'b'}); }), "02000000 61000000 62000000");
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeString16Vector({String16("a")}); }), "01000000 01000000 61000000");
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeUtf8VectorAsUtf16Vector({"a"}); }), "01000000 01000000 61000000");
+}
+
+TEST(ParcelBytes, InterfaceTokenHasPolicyWorkSourceHeaderAndDescriptor) {
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeInterfaceToken(String16("a.B")); }),
+            "00000080 ffffffff 54535953 03000000 61002e00 42000000");
+}
+
+TEST(ParcelBytes, ANullBinderHasItsTwentyEightBytesAndALiveOneIsRefused) {
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeStrongBinder(nullptr); }),
+            "852a6273 13010000 00000000 00000000 00000000 00000000 01000000");
+  Parcel parcel;
+  EXPECT_EQ(parcel.writeStrongBinder(new android::BBinder()), android::INVALID_OPERATION);
+  EXPECT_EQ(parcel.writeDupFileDescriptor(0), android::INVALID_OPERATION);
+  EXPECT_EQ(parcel.dataSize(), 0u);
+  sp<android::IBinder> binder;
+  fill(parcel, "852a6273 13010000 00000000 00000000 00000000 00000000 01000000");
+  EXPECT_EQ(parcel.readNullableStrongBinder(&binder), android::OK);
+  EXPECT_EQ(binder, nullptr);
+  fill(parcel, "852a6873 13010000 07000000 00000000 00000000 00000000 0100000c");
+  EXPECT_EQ(parcel.readNullableStrongBinder(&binder), android::INVALID_OPERATION);
+  fill(parcel, "00000000 13010000 00000000 00000000 00000000 00000000 01000000");
+  EXPECT_EQ(parcel.readNullableStrongBinder(&binder), android::BAD_TYPE);
+  fill(parcel, "852a6273 13010000");
+  EXPECT_EQ(parcel.readNullableStrongBinder(&binder), android::NOT_ENOUGH_DATA);
+}
+
+// Whether a token of `text` passes for the interface `expected`, and leaves the position behind it.
+bool enforces(const std::string& text, const char* expected) {
+  Parcel parcel;
+  fill(parcel, text);
+  return parcel.enforceInterface(String16(expected));
+}
+
+TEST(ParcelToken, IsComparedByHeaderAndWholeDescriptor) {
+  const std::string token = "00000080 ffffffff 54535953 03000000 61002e00 42000000";
+  EXPECT_TRUE(enforces(token, "a.B"));
+  EXPECT_FALSE(enforces(token, "a.BC"));
+  EXPECT_FALSE(enforces(token, "a."));
+  EXPECT_FALSE(enforces("00000080 ffffffff 52444e56 03000000 61002e00 42000000", "a.B"));
+  EXPECT_FALSE(enforces(token.substr(0, 40), "a.B"));
+  EXPECT_FALSE(enforces("", "a.B"));
+  // A descriptor that is missing counts as empty.
+  EXPECT_TRUE(enforces("00000080 ffffffff 54535953", ""));
+}
+
+TEST(ParcelToken, HandsOverStrictModeAndWorkSource) {
+  auto* const thread = android::IPCThreadState::self();
+  Parcel parcel;
+  fill(parcel, "05000080 e8030000 54535953 03000000 61002e00 42000000 2a000000");
+  ASSERT_TRUE(parcel.enforceInterface(String16("a.B")));
+  EXPECT_EQ(thread->getStrictModePolicy(), static_cast<int32_t>(0x80000005));
+  EXPECT_EQ(thread->getCallingWorkSourceUid(), 1000u);
+  EXPECT_FALSE(thread->shouldPropagateWorkSource());
+  EXPECT_EQ(parcel.readInt32(), 42);
+  // A caller that does not wait cannot be told of violations.
+  parcel.setDataPosition(0);
+  thread->setLastTransactionBinderFlags(android::IBinder::FLAG_ONEWAY);
+  EXPECT_TRUE(parcel.enforceInterface(String16("a.B")));
+  EXPECT_EQ(thread->getStrictModePolicy(), 0);
+  thread->setLastTransactionBinderFlags(0);
+  thread->clearCallingWorkSource();
+  thread->clearPropagateWorkSource();
+}
+
+TEST(ParcelRead, GivesBackEveryKindOfValue) {
+  Parcel parcel;
+  parcel.writeInt64(INT64_MIN);
+  parcel.writeUint32(UINT32_MAX);
+  parcel.writeFloat(-0.5f);
+  parcel.writeByte(-7);
+  parcel.writeString8(String8("eight"));
+  parcel.writeCString("c");
+  parcel.writeUtf8AsUtf16(std::string("\xe2\x82\xac"));
+  parcel.writeString16Vector(std::make_unique<std::vector<std::unique_ptr<String16>>>(2));
+  parcel.writeBoolVector({true, false, true});
+  parcel.writeUint64Vector({UINT64_MAX});
+  parcel.setDataPosition(0);
+  EXPECT_EQ(parcel.readInt64(), INT64_MIN);
+  EXPECT_EQ(parcel.readUint32(), UINT32_MAX);
+  EXPECT_EQ(parcel.readFloat(), -0.5f);
+  EXPECT_EQ(parcel.readByte(), -7);
+  EXPECT_STREQ(parcel.readString8().string(), "eight");
+  EXPECT_STREQ(parcel.readCString(), "c");
+  std::string text;
+  EXPECT_EQ(parcel.readUtf8FromUtf16(&text), android::OK);
+  EXPECT_EQ(text, "\xe2\x82\xac");
+  std::unique_ptr<std::vector<std::unique_ptr<String16>>> strings;
+  EXPECT_EQ(parcel.readString16Vector(&strings), android::OK);
+  EXPECT_EQ(strings->size(), 2u);
+  EXPECT_EQ((*strings)[1], nullptr);
+  std::vector<bool> flags;
+  EXPECT_EQ(parcel.readBoolVector(&flags), android::OK);
+  EXPECT_EQ(flags, (std::vector<bool>{true, false, true}));
+  std::vector<uint64_t> numbers;
+  EXPECT_EQ(parcel.readUint64Vector(&numbers), android::OK);
+  EXPECT_EQ(numbers, std::vector<uint64_t>{UINT64_MAX});
+  EXPECT_EQ(parcel.dataAvail(), 0u);
+}
+
+TEST(ParcelRead, ATruncatedScalarIsNotEnoughData) {
+  Parcel parcel;
+  fill(parcel, "01000000 020000");
+  int64_t wide = 0;
+  EXPECT_EQ(parcel.readInt64(&wide), android::NOT_ENOUGH_DATA);
+  EXPECT_EQ(parcel.dataPosition(), 0u);
+  int32_t narrow = 0;
+  EXPECT_EQ(parcel.readInt32(&narrow), android::OK);
+  EXPECT_EQ(parcel.readInt32(&narrow), android::NOT_ENOUGH_DATA);
+  EXPECT_EQ(narrow, 1);
+  EXPECT_EQ(parcel.readInplace(5), nullptr);
+  EXPECT_EQ(parcel.readInplace(SIZE_MAX), nullptr);
+  parcel.setDataPosition(1000);
+  EXPECT_EQ(parcel.dataAvail(), 0u);
+  EXPECT_EQ(parcel.readInt32(&narrow), android::NOT_ENOUGH_DATA);
+}
+
+TEST(ParcelRead, AStringThatIsNotWholeIsUnexpectedNull) {
+  for (const char* text : {
+           "",                   // nothing
+           "ffffffff",           // null
+           "feffffff",           // a negative length
+           "ffffff7f 61000000",  // a length past the end
+           "02000000 61006200",  // no room for the NUL
+           "01000000 61006200",  // another character where the NUL should be
+       }) {
+    Parcel parcel;
+    fill(parcel, text);
+    String16 sixteen;
+    EXPECT_EQ(parcel.readString16(&sixteen), android::UNEXPECTED_NULL) << text;
+    std::string utf8;
+    parcel.setDataPosition(0);
+    EXPECT_EQ(parcel.readUtf8FromUtf16(&utf8), android::UNEXPECTED_NULL) << text;
+  }
+  for (const char* text : {"", "ffffffff", "04000000 61616161", "ffffff7f 61000000"}) {
+    Parcel parcel;
+    fill(parcel, text);
+    String8 eight;
+    EXPECT_EQ(parcel.readString8(&eight), android::UNEXPECTED_NULL) << text;
+  }
+  Parcel parcel;
+  fill(parcel, "61616161");
+  EXPECT_EQ(parcel.readCString(), nullptr);
+}
+
+TEST(ParcelRead, ANullableStringIsNullOnlyForMinusOne) {
+  Parcel parcel;
+  fill(parcel, "ffffffff 01000000 61000000 05000000");
+  std::unique_ptr<String16> value = std::make_unique<String16>("old");
+  EXPECT_EQ(parcel.readString16(&value), android::OK);
+  EXPECT_EQ(value, nullptr);
+  EXPECT_EQ(parcel.readString16(&value), android::OK);
+  EXPECT_EQ(*value, String16("a"));
+  EXPECT_EQ(parcel.readString16(&value), android::UNEXPECTED_NULL);
+  EXPECT_EQ(value, nullptr);
+}
+
+TEST(ParcelRead, AVectorsCountIsCheckedBeforeAnythingIsAllocated) {
+  Parcel parcel;
+  fill(parcel, "ffffff7f 00000000");
+  std::vector<int32_t> ints;
+  EXPECT_EQ(parcel.readInt32Vector(&ints), android::BAD_VALUE);
+  parcel.setDataPosition(0);
+  std::vector<String16> strings;
+  EXPECT_EQ(parcel.readString16Vector(&strings), android::BAD_VALUE);
+  parcel.setDataPosition(0);
+  std::unique_ptr<std::vector<uint8_t>> raw;
+  EXPECT_EQ(parcel.readByteVector(&raw), android::BAD_VALUE);
+  EXPECT_EQ(raw, nullptr);
+  fill(parcel, "02000000 01000000 02000000");
+  std::vector<int64_t> longs;
+  EXPECT_EQ(parcel.readInt64Vector(&longs), android::BAD_VALUE);
+  fill(parcel, "ffffffff");
+  EXPECT_EQ(parcel.readInt32Vector(&ints), android::UNEXPECTED_NULL);
+  fill(parcel, "02000000 01000000 61000000");
+  EXPECT_EQ(parcel.readString16Vector(&strings), android::UNEXPECTED_NULL);  // the second string
+  fill(parcel, "03000000 010203");                                           // the padding is missing
+  std::vector<uint8_t> unpadded;
+  EXPECT_EQ(parcel.readByteVector(&unpadded), android::BAD_VALUE);
+}
+
+TEST(ParcelRead, AParcelablesMarkerIsExactlyOne) {
+  for (const auto& [text, expected] : std::vector<std::pair<const char*, android::status_t>>{
+           {"01000000 00000000", android::OK},
+           {"00000000 00000000", android::UNEXPECTED_NULL},
+           {"02000000 00000000", android::UNEXPECTED_NULL},
+           {"", android::NOT_ENOUGH_DATA},
+       }) {
+    Parcel parcel;
+    fill(parcel, text);
+    android::os::PersistableBundle bundle;
+    EXPECT_EQ(parcel.readParcelable(&bundle), expected) << text;
+  }
+}
+
+TEST(ParcelWrite, OverwritesInTheMiddleAndLeavesZerosInAGap) {
+  Parcel parcel;
+  parcel.writeInt64(-1);
+  parcel.setDataPosition(0);
+  parcel.writeInt32(1);
+  EXPECT_EQ(hex(parcel), "01000000 ffffffff");
+  parcel.setDataPosition(12);
+  parcel.writeInt32(2);
+  EXPECT_EQ(hex(parcel), "01000000 ffffffff 00000000 02000000");
+}
+
+TEST(ParcelWrite, RefusesWhatNoParcelCanHoldAndRemembersIt) {
+  Parcel parcel;
+  EXPECT_EQ(parcel.writeInplace(SIZE_MAX), nullptr);
+  EXPECT_EQ(parcel.errorCheck(), android::BAD_VALUE);
+  EXPECT_EQ(parcel.dataSize(), 0u);
+  parcel.freeData();
+  EXPECT_EQ(parcel.errorCheck(), android::OK);
+}
+
+}  // namespace

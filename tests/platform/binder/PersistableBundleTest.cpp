@@ -1,0 +1,172 @@
+#include "Bytes.h"
+
+#include <binder/PersistableBundle.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using android::Parcel;
+using android::String16;
+using android::os::PersistableBundle;
+using test::fill;
+using test::hexOf;
+
+std::string hexOfBundle(const PersistableBundle& bundle) {
+  return hexOf([&](Parcel& parcel) { EXPECT_EQ(bundle.writeToParcel(&parcel), android::OK); });
+}
+
+android::status_t read(const std::string& text, PersistableBundle* bundle) {
+  Parcel parcel;
+  fill(parcel, text);
+  return bundle->readFromParcel(&parcel);
+}
+
+String16 key(const char* text) {
+  return String16(text);
+}
+
+// A bundle of every type, nested once.
+PersistableBundle everything() {
+  PersistableBundle inner;
+  inner.putString(key("s"), key("\xf0\x9f\x98\x80"));
+  PersistableBundle bundle;
+  bundle.putBoolean(key("b"), true);
+  bundle.putInt(key("i"), -1);
+  bundle.putLong(key("l"), INT64_MIN);
+  bundle.putDouble(key("d"), 1.5);
+  bundle.putString(key("s"), String16());
+  bundle.putBooleanVector(key("B"), {true});
+  bundle.putIntVector(key("I"), {1, 2});
+  bundle.putLongVector(key("L"), {});
+  bundle.putDoubleVector(key("D"), {0.5});
+  bundle.putStringVector(key("S"), {key("x"), String16()});
+  bundle.putPersistableBundle(key("n"), inner);
+  bundle.putPersistableBundle(key("e"), PersistableBundle());
+  return bundle;
+}
+
+TEST(BundleBytes, EmptyFlatAndNested) {
+  PersistableBundle bundle;
+  EXPECT_EQ(hexOfBundle(bundle), "00000000");
+  EXPECT_EQ(hexOf([&](Parcel& parcel) { parcel.writeParcelable(bundle); }), "01000000 00000000");
+  bundle.putString(key("k"), key("v"));
+  const std::string flat = "18000000 444e444c 01000000 01000000 6b000000 00000000 01000000 76000000";
+  EXPECT_EQ(hexOfBundle(bundle), flat);
+  PersistableBundle outer;
+  outer.putPersistableBundle(key("n"), bundle);
+  EXPECT_EQ(hexOfBundle(outer), "30000000 444e444c 01000000 01000000 6e000000 19000000 " + flat);
+}
+
+TEST(BundleBytes, EveryTypeInItsOrder) {
+  EXPECT_EQ(hexOfBundle(everything()),
+            "14010000 444e444c 0c000000 "
+            "01000000 62000000 09000000 01000000 "
+            "01000000 69000000 01000000 ffffffff "
+            "01000000 6c000000 06000000 00000000 00000080 "
+            "01000000 64000000 08000000 00000000 0000f83f "
+            "01000000 73000000 00000000 00000000 00000000 "
+            "01000000 42000000 17000000 01000000 01000000 "
+            "01000000 49000000 12000000 02000000 01000000 02000000 "
+            "01000000 4c000000 13000000 00000000 "
+            "01000000 44000000 1c000000 01000000 00000000 0000e03f "
+            "01000000 53000000 0e000000 02000000 01000000 78000000 00000000 00000000 "
+            "01000000 65000000 19000000 00000000 "
+            "01000000 6e000000 19000000 1c000000 444e444c 01000000 01000000 73000000 00000000 "
+            "02000000 3dd800de 00000000");
+}
+
+TEST(BundleBytes, AreReadBackIntoAnEqualBundle) {
+  const PersistableBundle bundle = everything();
+  Parcel parcel;
+  parcel.writeParcelable(bundle);
+  parcel.writeInt32(42);
+  parcel.setDataPosition(0);
+  PersistableBundle copy;
+  ASSERT_EQ(parcel.readParcelable(&copy), android::OK);
+  EXPECT_TRUE(copy == bundle);
+  EXPECT_EQ(copy.size(), 12u);
+  EXPECT_EQ(parcel.readInt32(), 42);
+}
+
+TEST(BundleRead, TakesJavasMagicAndIgnoresTheLength) {
+  PersistableBundle bundle;
+  EXPECT_EQ(read("18000000 424e444c 01000000 01000000 6b000000 01000000 07000000", &bundle), android::OK);
+  int32_t value = 0;
+  EXPECT_TRUE(bundle.getInt(key("k"), &value));
+  EXPECT_EQ(value, 7);
+  EXPECT_FALSE(bundle.getString(key("k"), nullptr));
+  EXPECT_EQ(read("01000000 444e444c 01000000 01000000 6b000000 01000000 08000000", &bundle), android::OK);
+  EXPECT_TRUE(bundle.getInt(key("k"), &value));
+  EXPECT_EQ(value, 8);
+}
+
+TEST(BundleRead, EndsWithTheRightErrorOnEachFault) {
+  for (const auto& [text, expected] : std::vector<std::pair<const char*, android::status_t>>{
+           {"", android::OK},
+           {"00000000", android::OK},
+           {"ffffffff", android::UNEXPECTED_NULL},
+           {"18000000", android::NOT_ENOUGH_DATA},
+           {"18000000 11111111 00000000", android::BAD_VALUE},
+           {"18000000 444e444c", android::NOT_ENOUGH_DATA},
+           {"18000000 444e444c 00000000", android::OK},
+           {"18000000 444e444c ffffffff", android::OK},
+           {"18000000 444e444c ffffff7f 00000000 00000000 00000000 00000000", android::BAD_VALUE},
+           {"18000000 444e444c 01000000 ffffffff 00000000 00000000 00000000", android::UNEXPECTED_NULL},
+           {"18000000 444e444c 01000000 01000000 6b000000 ffffffff 00000000", android::BAD_TYPE},
+           {"18000000 444e444c 01000000 01000000 6b000000 02000000 00000000", android::BAD_TYPE},
+           {"18000000 444e444c 01000000 01000000 6b000000 00000000 ffffffff", android::UNEXPECTED_NULL},
+           {"18000000 444e444c 01000000 01000000 6b000000 12000000 ffffffff", android::UNEXPECTED_NULL},
+           {"18000000 444e444c 01000000 01000000 6b000000 19000000 ffffffff", android::UNEXPECTED_NULL},
+           {"18000000 444e444c 01000000 01000000 6b000000 06000000 00000000", android::NOT_ENOUGH_DATA},
+       }) {
+    PersistableBundle bundle;
+    EXPECT_EQ(read(text, &bundle), expected) << text;
+  }
+}
+
+// As on the device, a parcel that ends where a bundle should be holds an empty one.
+TEST(BundleRead, CutAtEveryByteItFailsExceptWhereABundleBegins) {
+  const auto whole = test::bytes(hexOfBundle(everything()));
+  const size_t lastNested = whole.size() - 36;
+  for (size_t size = 0; size < whole.size(); ++size) {
+    Parcel parcel;
+    parcel.setData(whole.data(), size);
+    PersistableBundle bundle;
+    const auto status = bundle.readFromParcel(&parcel);
+    EXPECT_EQ(status == android::OK, size < 4 || (size >= lastNested && size < lastNested + 4)) << size;
+    EXPECT_LE(parcel.dataPosition(), size);
+  }
+}
+
+TEST(BundleRead, MergesAndKeepsAsTheDeviceDoes) {
+  PersistableBundle bundle;
+  // twice the same nested bundle with one entry each, then an int under the same key
+  const std::string nested = "01000000 6e000000 19000000 10000000 444e444c 01000000 ";
+  ASSERT_EQ(read("01000000 444e444c 03000000 " + nested + "01000000 61000000 01000000 01000000 " + nested +
+                     "01000000 62000000 01000000 02000000 " + "01000000 6e000000 01000000 03000000",
+                 &bundle),
+            android::OK);
+  EXPECT_EQ(bundle.size(), 2u);
+  PersistableBundle inner;
+  ASSERT_TRUE(bundle.getPersistableBundle(key("n"), &inner));
+  EXPECT_EQ(inner.size(), 2u);
+  bundle.putString(key("n"), key("v"));  // put takes the key from all types
+  EXPECT_EQ(bundle.size(), 1u);
+}
+
+std::string nest(int depth) {
+  std::string text;
+  for (int i = 0; i < depth; ++i) text += "18000000 444e444c 01000000 01000000 6b000000 19000000 ";
+  return text + "00000000";
+}
+
+TEST(BundleRead, RefusesToNestDeeperThanItsStackAllows) {
+  PersistableBundle bundle;
+  EXPECT_EQ(read(nest(32), &bundle), android::OK);
+  EXPECT_EQ(read(nest(33), &bundle), android::BAD_VALUE);
+  EXPECT_EQ(read(nest(1000), &bundle), android::BAD_VALUE);
+  // The count of levels is back to none.
+  EXPECT_EQ(read(nest(32), &bundle), android::OK);
+}
+
+}  // namespace

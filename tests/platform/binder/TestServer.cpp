@@ -1,0 +1,74 @@
+// The other process of the tests: publishes a TestService and the service of an interface that aidl-cpp
+// compiled, under the names given, and serves until it is stopped. Says "0" or the status that kept it from
+// it.
+#include <atomic>
+#include <cstdio>
+#include <memory>
+#include <vector>
+
+#include <signal.h>
+#include <sys/prctl.h>
+
+#include "TestService.h"
+
+#include <binder/IPCThreadState.h>
+#include <binder/IServiceManager.h>
+#include <binder/ProcessState.h>
+#include <test/exchange/BnExchange.h>
+
+namespace {
+
+using android::String16;
+using android::binder::Status;
+using android::os::PersistableBundle;
+
+class Exchange final : public test::exchange::BnExchange {
+  Status join(const String16& first, const std::unique_ptr<String16>& second, const std::string& third,
+              String16* result) override {
+    *result = first + String16("|") + (second ? *second : String16("null")) + String16("|") +
+              String16(third.c_str());
+    return Status::ok();
+  }
+  Status reverse(const std::vector<int32_t>& numbers, std::vector<int32_t>* result) override {
+    result->assign(numbers.rbegin(), numbers.rend());
+    return Status::ok();
+  }
+  Status pass(const std::unique_ptr<std::vector<uint8_t>>& raw,
+              std::unique_ptr<std::vector<uint8_t>>* result) override {
+    if (raw) *result = std::make_unique<std::vector<uint8_t>>(*raw);
+    return Status::ok();
+  }
+  Status wrap(const PersistableBundle& bundle, std::vector<bool>* flags, PersistableBundle* result) override {
+    *flags = {true, false, true};
+    result->putPersistableBundle(String16("wrapped"), bundle);
+    return Status::ok();
+  }
+  Status fail(int32_t error) override {
+    return error == 0 ? Status::fromExceptionCode(Status::EX_ILLEGAL_STATE, "asked to")
+                      : Status::fromServiceSpecificError(error, "asked to");
+  }
+  Status note(int32_t number) override {
+    mNoted = number;
+    return Status::ok();
+  }
+  Status noted(int32_t* result) override {
+    *result = mNoted;
+    return Status::ok();
+  }
+  std::atomic<int32_t> mNoted{0};
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (argc < 2) return 2;
+  const auto manager = android::defaultServiceManager();
+  android::status_t status = manager->addService(String16(argv[1]), new test::TestService);
+  if (status == android::OK && argc > 2) status = manager->addService(String16(argv[2]), new Exchange);
+  printf("%d", status);
+  fflush(stdout);
+  if (status != android::OK) return 1;
+  android::ProcessState::self()->startThreadPool();
+  android::IPCThreadState::self()->joinThreadPool();
+}

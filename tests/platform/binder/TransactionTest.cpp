@@ -1,0 +1,373 @@
+// Transactions between two processes.
+#include "TestService.h"
+
+#include <atomic>
+#include <future>
+#include <thread>
+
+#include <signal.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <binder/BpBinder.h>
+#include <binder/IServiceManager.h>
+#include <gtest/gtest.h>
+#include <test/exchange/IExchange.h>
+#include <utils/String8.h>
+
+#include "Process.h"
+#include "support/TempDir.h"
+
+namespace {
+
+using android::IBinder;
+using android::Parcel;
+using android::sp;
+using android::status_t;
+using android::String16;
+using android::String8;
+using test::Process;
+using test::TestService;
+
+constexpr char kServer[] = "binder_test_server";
+constexpr size_t kLimit = 1024 * 1024 - 8 * 1024;
+constexpr uid_t kOtherUid = 12345;
+
+sp<IBinder> lookUp(const char* name) {
+  return android::defaultServiceManager()->waitForService(String16(name));
+}
+
+status_t call(const sp<IBinder>& service, uint32_t code, int32_t argument = 0, Parcel* reply = nullptr,
+              uint32_t flags = 0) {
+  Parcel data;
+  Parcel unwanted;
+  data.writeInt32(argument);
+  return service->transact(code, data, reply != nullptr ? reply : &unwanted, flags);
+}
+
+std::vector<int32_t> notes(const sp<IBinder>& service, uint32_t code, int32_t count = 0) {
+  Parcel reply;
+  std::vector<int32_t> result;
+  EXPECT_EQ(call(service, code, count, &reply), android::OK);
+  EXPECT_EQ(reply.readInt32Vector(&result), android::OK);
+  return result;
+}
+
+class TransactionTest : public testing::Test {
+ protected:
+  test::TempDir mRuntime;
+  test::ScopedEnv mEnv{"TORV_RUNTIME_DIR", mRuntime.path()};
+};
+
+// With a server that publishes "service" and "exchange".
+class ServedTransactionTest : public TransactionTest {
+ protected:
+  Process mServer{{kServer, "service", "exchange"}};
+  sp<IBinder> mService = lookUp("service");
+};
+
+TEST_F(TransactionTest, AThirdPartysServiceAndClientTalk) {
+  Process service({"third_party_service"});
+  Process client({"third_party_client"});
+  EXPECT_EQ(client.readAll(), "0 hello you");
+  EXPECT_EQ(client.wait(), 0);
+}
+
+TEST_F(ServedTransactionTest, GeneratedStubAndProxyAgree) {
+  const auto exchange = android::interface_cast<test::exchange::IExchange>(lookUp("exchange"));
+  String16 joined;
+  EXPECT_TRUE(exchange->join(String16("a"), nullptr, "\xe2\x82\xac", &joined).isOk());
+  EXPECT_STREQ(String8(joined).string(), "a|null|\xe2\x82\xac");
+  std::vector<int32_t> numbers;
+  EXPECT_TRUE(exchange->reverse({1, 2, 3}, &numbers).isOk());
+  EXPECT_EQ(numbers, (std::vector<int32_t>{3, 2, 1}));
+  auto raw = std::make_unique<std::vector<uint8_t>>();
+  EXPECT_TRUE(exchange->pass(nullptr, &raw).isOk());
+  EXPECT_EQ(raw, nullptr);
+  EXPECT_TRUE(exchange->pass(std::make_unique<std::vector<uint8_t>>(5, 7), &raw).isOk());
+  EXPECT_EQ(*raw, std::vector<uint8_t>(5, 7));
+  android::os::PersistableBundle bundle;
+  android::os::PersistableBundle wrapped;
+  bundle.putLong(String16("l"), -1);
+  std::vector<bool> flags;
+  EXPECT_TRUE(exchange->wrap(bundle, &flags, &wrapped).isOk());
+  EXPECT_EQ(flags.size(), 3u);
+  android::os::PersistableBundle inner;
+  EXPECT_TRUE(wrapped.getPersistableBundle(String16("wrapped"), &inner));
+  EXPECT_TRUE(inner == bundle);
+  auto status = exchange->fail(0);
+  EXPECT_EQ(status.exceptionCode(), android::binder::Status::EX_ILLEGAL_STATE);
+  EXPECT_STREQ(status.exceptionMessage().string(), "asked to");
+  EXPECT_EQ(exchange->fail(7).serviceSpecificErrorCode(), 7);
+  EXPECT_TRUE(exchange->note(9).isOk());
+  int32_t noted = 0;
+  while (noted == 0) ASSERT_TRUE(exchange->noted(&noted).isOk());
+  EXPECT_EQ(noted, 9);
+  // A caller of another interface is turned away.
+  Parcel data;
+  Parcel reply;
+  data.writeInterfaceToken(String16("another.Interface"));
+  EXPECT_EQ(android::IInterface::asBinder(exchange)->transact(IBinder::FIRST_CALL_TRANSACTION, data, &reply),
+            android::BAD_TYPE);
+}
+
+TEST_F(ServedTransactionTest, SpecialCodesAreAnsweredByTheBaseClass) {
+  EXPECT_EQ(mService->pingBinder(), android::OK);
+  EXPECT_EQ(lookUp("exchange")->getInterfaceDescriptor(), String16("test.exchange.IExchange"));
+  EXPECT_EQ(mService->getInterfaceDescriptor(), String16());
+  EXPECT_EQ(call(mService, 0), android::UNKNOWN_TRANSACTION);
+  EXPECT_EQ(call(mService, 0x00ffffff), android::UNKNOWN_TRANSACTION);
+  EXPECT_EQ(call(mService, IBinder::SYSPROPS_TRANSACTION), android::OK);
+  EXPECT_EQ(call(mService, IBinder::DUMP_TRANSACTION), android::INVALID_OPERATION);
+  pid_t pid = 0;
+  EXPECT_EQ(mService->getDebugPid(&pid), android::OK);
+  EXPECT_EQ(pid, mServer.pid());
+  sp<IBinder> extension = new TestService;
+  EXPECT_EQ(mService->getExtension(&extension), android::OK);
+  EXPECT_EQ(extension, nullptr);
+}
+
+TEST_F(ServedTransactionTest, ParcelsUpToTheLimitPassAndLargerOnesFailAtTheirSender) {
+  for (const size_t size : {size_t{0}, size_t{1}, size_t{4}, size_t{65536}, kLimit}) {
+    Parcel reply;
+    EXPECT_EQ(call(mService, TestService::kReplyWith, static_cast<int32_t>(size), &reply), android::OK);
+    EXPECT_EQ(reply.dataSize(), size);
+    EXPECT_EQ(reply.dataPosition(), 0u);
+  }
+  EXPECT_EQ(call(mService, TestService::kReplyWith, kLimit + 1), android::FAILED_TRANSACTION);
+  Parcel data;
+  Parcel reply;
+  data.writeInt32(4);
+  ASSERT_EQ(data.setDataSize(kLimit), android::OK);
+  EXPECT_EQ(mService->transact(TestService::kReplyWith, data, &reply), android::OK);
+  ASSERT_EQ(data.setDataSize(kLimit + 1), android::OK);
+  EXPECT_EQ(mService->transact(TestService::kReplyWith, data, &reply), android::FAILED_TRANSACTION);
+  EXPECT_EQ(mService->transact(TestService::kNote, data, nullptr, IBinder::FLAG_ONEWAY),
+            android::FAILED_TRANSACTION);
+  EXPECT_EQ(mService->pingBinder(), android::OK);
+}
+
+TEST_F(ServedTransactionTest, TheCallerIsWhoTheKernelSays) {
+  // uids are of a thread, as far as the kernel is concerned
+  const bool root = getuid() == 0;
+  chmod(mRuntime.path().c_str(), 0755);
+  std::thread([&] {
+    if (root) {
+      ASSERT_EQ(syscall(SYS_setresuid, -1, kOtherUid, -1), 0);
+    }
+    Parcel reply;
+    ASSERT_EQ(call(mService, TestService::kWho, 0, &reply), android::OK);
+    EXPECT_EQ(reply.readInt32(), static_cast<int32_t>(root ? kOtherUid : getuid()));
+    EXPECT_EQ(reply.readInt32(), getpid());
+    EXPECT_EQ(reply.readInt32() & IBinder::FLAG_ONEWAY, 0);
+  }).join();
+}
+
+TEST_F(ServedTransactionTest, AForkedChildCallsAsItself) {
+  ASSERT_EQ(mService->pingBinder(), android::OK);
+  const pid_t child = fork();
+  if (child == 0) {
+    Parcel reply;
+    const bool answered = call(mService, TestService::kWho, 0, &reply) == android::OK;
+    reply.readInt32();
+    _exit(answered && reply.readInt32() == getpid() ? 0 : 1);
+  }
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(mService->pingBinder(), android::OK);
+}
+
+TEST_F(ServedTransactionTest, ThreadsOfAClientDoNotQueueBehindEachOther) {
+  auto held = std::async(std::launch::async, [&] { return call(mService, TestService::kHold); });
+  EXPECT_EQ(call(mService, TestService::kWho), android::OK);
+  EXPECT_EQ(call(mService, TestService::kRelease), android::OK);
+  EXPECT_EQ(held.get(), android::OK);
+}
+
+TEST_F(ServedTransactionTest, TwoHundredClientsAreServedAtOnce) {
+  std::atomic<int> answered{0};
+  std::vector<std::thread> clients;
+  for (int i = 0; i < 200; ++i) {
+    clients.emplace_back([&] {
+      for (int j = 0; j < 5; ++j) {
+        Parcel reply;
+        if (call(mService, TestService::kReplyWith, 4096, &reply) == android::OK &&
+            reply.dataSize() == 4096) {
+          ++answered;
+        }
+      }
+    });
+  }
+  for (auto& client : clients) client.join();
+  EXPECT_EQ(answered, 1000);
+}
+
+TEST_F(ServedTransactionTest, OneWayCallsOfAClientRunInOrder) {
+  constexpr int kClients = 4;
+  constexpr int kCalls = 200;
+  std::vector<std::thread> clients;
+  for (int i = 0; i < kClients; ++i) {
+    clients.emplace_back([&, i] {
+      for (int j = 0; j < kCalls; ++j) {
+        EXPECT_EQ(call(mService, TestService::kNote, i * kCalls + j, nullptr, IBinder::FLAG_ONEWAY),
+                  android::OK);
+      }
+    });
+  }
+  for (auto& client : clients) client.join();
+  std::vector<int32_t> next(kClients, 0);
+  const auto all = notes(mService, TestService::kAwaitNotes, kClients * kCalls);
+  ASSERT_EQ(all.size(), static_cast<size_t>(kClients * kCalls));
+  for (const int32_t note : all) EXPECT_EQ(note % kCalls, next[static_cast<size_t>(note / kCalls)]++);
+}
+
+TEST_F(ServedTransactionTest, AOneWayCallThatTakesItsTimeDelaysOnlyOneWayCalls) {
+  // More of them than the pool has threads.
+  for (int i = 0; i < 40; ++i) {
+    EXPECT_EQ(call(mService, TestService::kHold, 0, nullptr, IBinder::FLAG_ONEWAY), android::OK);
+  }
+  EXPECT_EQ(call(mService, TestService::kNote, 1, nullptr, IBinder::FLAG_ONEWAY), android::OK);
+  for (int i = 0; i < 10; ++i) EXPECT_EQ(mService->pingBinder(), android::OK);
+  EXPECT_TRUE(notes(mService, TestService::kNotes).empty());
+  EXPECT_EQ(call(mService, TestService::kRelease), android::OK);
+  EXPECT_EQ(notes(mService, TestService::kAwaitNotes, 1), std::vector<int32_t>{1});
+}
+
+TEST_F(ServedTransactionTest, AOneWayFloodBeyondTheBacklogIsRefusedAndNotLost) {
+  EXPECT_EQ(call(mService, TestService::kHold, 0, nullptr, IBinder::FLAG_ONEWAY), android::OK);
+  int accepted = 0;
+  while (true) {
+    Parcel data;
+    data.writeInt32(accepted);
+    data.setDataSize(64 * 1024);
+    const status_t status = mService->transact(TestService::kNote, data, nullptr, IBinder::FLAG_ONEWAY);
+    if (status != android::OK) {
+      EXPECT_EQ(status, android::FAILED_TRANSACTION);
+      break;
+    }
+    ASSERT_LT(++accepted, 1000);
+  }
+  EXPECT_EQ(mService->pingBinder(), android::OK);
+  EXPECT_EQ(call(mService, TestService::kRelease), android::OK);
+  const auto all = notes(mService, TestService::kAwaitNotes, accepted);
+  for (int i = 0; i < accepted; ++i) EXPECT_EQ(all[static_cast<size_t>(i)], i);
+  EXPECT_EQ(call(mService, TestService::kNote, -1, nullptr, IBinder::FLAG_ONEWAY), android::OK);
+  EXPECT_EQ(notes(mService, TestService::kAwaitNotes, accepted + 1).back(), -1);
+}
+
+TEST_F(ServedTransactionTest, AOneWayCallIsRunThoughItsCallerHasExited) {
+  const pid_t child = fork();
+  if (child == 0) {
+    for (int i = 0; i < 50; ++i) call(mService, TestService::kNote, i, nullptr, IBinder::FLAG_ONEWAY);
+    _exit(0);
+  }
+  ASSERT_EQ(waitpid(child, nullptr, 0), child);
+  EXPECT_EQ(notes(mService, TestService::kAwaitNotes, 50).size(), 50u);
+}
+
+TEST_F(ServedTransactionTest, AServerKilledInMidCallIsDeadForGoodThoughAnotherTakesItsName) {
+  EXPECT_EQ(call(mService, TestService::kKill), android::DEAD_OBJECT);
+  EXPECT_FALSE(mService->isBinderAlive());
+  EXPECT_TRUE(WIFSIGNALED(mServer.wait()));
+  EXPECT_EQ(android::defaultServiceManager()->checkService(String16("service")), nullptr);
+  Process successor({kServer, "service"});
+  const sp<IBinder> anew = lookUp("service");
+  EXPECT_NE(anew, mService);
+  EXPECT_EQ(anew->pingBinder(), android::OK);
+  EXPECT_EQ(mService->pingBinder(), android::DEAD_OBJECT);
+  std::thread([&] { EXPECT_EQ(mService->pingBinder(), android::DEAD_OBJECT); }).join();
+}
+
+// The same of a proxy that no call has shown its server's death.
+TEST_F(ServedTransactionTest, AProxyDoesNotTalkToItsServersSuccessor) {
+  mServer.kill();
+  mServer.wait();
+  Process successor({kServer, "service"});
+  lookUp("service");
+  EXPECT_EQ(mService->pingBinder(), android::DEAD_OBJECT);
+}
+
+TEST_F(ServedTransactionTest, AStoppedPoolEndsItsProcessAndItsClientsSeeItDead) {
+  EXPECT_EQ(call(mService, TestService::kStop), android::OK);
+  EXPECT_EQ(mServer.wait(), 0);
+  EXPECT_EQ(mService->pingBinder(), android::DEAD_OBJECT);
+}
+
+class Recipient final : public IBinder::DeathRecipient {
+ public:
+  void binderDied(const android::wp<IBinder>& who) override { mDied.set_value(who.unsafe_get()); }
+  IBinder* awaitDeath() { return mDied.get_future().get(); }
+
+ private:
+  std::promise<IBinder*> mDied;
+};
+
+TEST_F(ServedTransactionTest, ADeathIsToldToThoseWhoAreLinked) {
+  const sp<Recipient> linked = new Recipient;
+  const sp<Recipient> unlinked = new Recipient;
+  int cookie = 0;
+  ASSERT_EQ(mService->linkToDeath(unlinked, &cookie), android::OK);
+  ASSERT_EQ(mService->linkToDeath(linked), android::OK);
+  EXPECT_EQ(mService->unlinkToDeath(nullptr, &cookie), android::OK);
+  EXPECT_EQ(mService->unlinkToDeath(unlinked), android::NAME_NOT_FOUND);
+  mServer.kill();
+  EXPECT_EQ(linked->awaitDeath(), mService.get());
+  EXPECT_FALSE(mService->isBinderAlive());
+  EXPECT_EQ(mService->linkToDeath(unlinked), android::DEAD_OBJECT);
+  EXPECT_EQ(mService->unlinkToDeath(linked), android::DEAD_OBJECT);
+  EXPECT_EQ(mService->pingBinder(), android::DEAD_OBJECT);
+}
+
+TEST_F(ServedTransactionTest, DeathIsWatchedAgainAfterTheLastLinkIsGone) {
+  sp<Recipient> recipient = new Recipient;
+  for (int i = 0; i < 3; ++i) {
+    ASSERT_EQ(mService->linkToDeath(recipient), android::OK);
+    EXPECT_EQ(mService->unlinkToDeath(recipient), android::OK);
+  }
+  ASSERT_EQ(mService->linkToDeath(recipient), android::OK);
+  mServer.kill();
+  EXPECT_EQ(recipient->awaitDeath(), mService.get());
+  EXPECT_EQ((new TestService)->linkToDeath(recipient), android::INVALID_OPERATION);
+}
+
+TEST_F(ServedTransactionTest, AServiceHasOneProxyInAProcess) {
+  EXPECT_EQ(lookUp("service"), mService);
+  EXPECT_NE(lookUp("exchange"), mService);
+  EXPECT_EQ(mService->localBinder(), nullptr);
+  EXPECT_NE(mService->remoteBinder(), nullptr);
+}
+
+TEST_F(TransactionTest, AServiceOfThisProcessIsTheObjectItself) {
+  const sp<IBinder> own = new TestService;
+  ASSERT_EQ(android::defaultServiceManager()->addService(String16("own"), own), android::OK);
+  EXPECT_EQ(lookUp("own"), own);
+}
+
+TEST_F(TransactionTest, ANameThatIsTakenStaysWithWhoHasIt) {
+  Process first({kServer, "service"});
+  EXPECT_EQ(first.read(), "0");
+  Process second({kServer, "service"});
+  EXPECT_EQ(second.readAll(), std::to_string(android::ALREADY_EXISTS));
+  EXPECT_EQ(lookUp("service")->pingBinder(), android::OK);
+  // Another name in the same directory is free to another process.
+  Process third({kServer, "another"});
+  EXPECT_EQ(third.read(), "0");
+  const auto names = android::defaultServiceManager()->listServices();
+  ASSERT_EQ(names.size(), 2u);
+  EXPECT_EQ(names[0], String16("another"));
+  EXPECT_EQ(names[1], String16("service"));
+}
+
+TEST_F(TransactionTest, WhatIsNoServiceIsNotFound) {
+  const auto manager = android::defaultServiceManager();
+  EXPECT_EQ(manager->checkService(String16("nobody")), nullptr);
+  EXPECT_EQ(manager->checkService(String16("")), nullptr);
+  EXPECT_EQ(manager->addService(String16("bad name"), new TestService),
+            android::binder::Status::EX_ILLEGAL_ARGUMENT);
+  EXPECT_EQ(manager->addService(String16("null"), nullptr), android::binder::Status::EX_ILLEGAL_ARGUMENT);
+  EXPECT_FALSE(manager->isDeclared(String16("service")));
+}
+
+}  // namespace

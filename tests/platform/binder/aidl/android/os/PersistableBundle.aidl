@@ -1,0 +1,3 @@
+package android.os;
+
+parcelable PersistableBundle cpp_header "binder/PersistableBundle.h";
