@@ -13,13 +13,13 @@ const Json::StaticString kUtilization("CpuUtilization_%");
 }  // namespace
 
 std::unique_ptr<CpuUsageCollector> CpuUsageCollector::init(SystemStateCollectorConfig config) {
-  auto stream = openSource("/proc/stat");
-  if (!stream) return nullptr;
-  return std::make_unique<CpuUsageCollector>(config, std::move(*stream));
+  auto source = TextSource::open("/proc/stat");
+  if (!source) return nullptr;
+  return std::make_unique<CpuUsageCollector>(config, std::move(*source));
 }
 
-CpuUsageCollector::CpuUsageCollector(const SystemStateCollectorConfig& config, std::ifstream stream)
-    : TextCollector(config, std::move(stream)) {}
+CpuUsageCollector::CpuUsageCollector(const SystemStateCollectorConfig& config, TextSource source)
+    : TextCollector(config, std::move(source)) {}
 
 uint8_t CpuUsageCollector::getId() const {
   return 6;

@@ -1,12 +1,12 @@
 #pragma once
 
 #include <cstdint>
-#include <fstream>
 #include <memory>
 #include <string>
 
 #include "CpuStat.h"
 #include "TextCollector.h"
+#include "TextSource.h"
 
 namespace Torv::OS::Diagnostics {
 
@@ -16,7 +16,7 @@ namespace Torv::OS::Diagnostics {
 class CpuUsageCollector : public TextCollector {
  public:
   static std::unique_ptr<CpuUsageCollector> init(SystemStateCollectorConfig config);
-  CpuUsageCollector(const SystemStateCollectorConfig& config, std::ifstream stream);
+  CpuUsageCollector(const SystemStateCollectorConfig& config, TextSource source);
 
   uint8_t getId() const override;
   std::string getDescription() const override;

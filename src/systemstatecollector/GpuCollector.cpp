@@ -27,13 +27,13 @@ std::optional<double> gpuUtilizationPercent(const GpuUtilStats& previous, const 
 }
 
 std::unique_ptr<GpuCollector> GpuCollector::init(SystemStateCollectorConfig config) {
-  auto stream = openSource(kPath);
-  if (!stream) return nullptr;
-  return std::make_unique<GpuCollector>(config, std::move(*stream));
+  auto source = TextSource::open(kPath);
+  if (!source) return nullptr;
+  return std::make_unique<GpuCollector>(config, std::move(*source));
 }
 
-GpuCollector::GpuCollector(const SystemStateCollectorConfig& config, std::ifstream stream)
-    : TextCollector(config, std::move(stream)) {}
+GpuCollector::GpuCollector(const SystemStateCollectorConfig& config, TextSource source)
+    : TextCollector(config, std::move(source)) {}
 
 uint8_t GpuCollector::getId() const {
   return 7;

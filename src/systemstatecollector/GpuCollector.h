@@ -1,13 +1,13 @@
 #pragma once
 
 #include <cstdint>
-#include <fstream>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "TextCollector.h"
+#include "TextSource.h"
 
 namespace Torv::OS::Diagnostics {
 
@@ -29,7 +29,7 @@ std::optional<double> gpuUtilizationPercent(const GpuUtilStats& previous, const 
 class GpuCollector : public TextCollector {
  public:
   static std::unique_ptr<GpuCollector> init(SystemStateCollectorConfig config);
-  GpuCollector(const SystemStateCollectorConfig& config, std::ifstream stream);
+  GpuCollector(const SystemStateCollectorConfig& config, TextSource source);
 
   uint8_t getId() const override;
   std::string getDescription() const override;

@@ -44,23 +44,23 @@ void writeOddMetrics(const PsiLine& line, const char* type, Json::Value& out) {
 
 template <typename Collector>
 std::unique_ptr<Collector> makeCollector(const SystemStateCollectorConfig& config,
-                                         std::optional<std::ifstream> stream) {
-  if (!stream) return nullptr;
-  return std::make_unique<Collector>(config, std::move(*stream));
+                                         std::optional<TextSource> source) {
+  if (!source) return nullptr;
+  return std::make_unique<Collector>(config, std::move(*source));
 }
 
 }  // namespace
 
 PsiCollector::PsiCollector(const SystemStateCollectorConfig& config, std::string resourceName,
-                           std::ifstream stream)
-    : TextCollector(config, std::move(stream)), mResourceName(std::move(resourceName)) {}
+                           TextSource source)
+    : TextCollector(config, std::move(source)), mResourceName(std::move(resourceName)) {}
 
 std::string PsiCollector::getDescription() const {
   return fmt::format("Returns the PSI information by sampling {} file in /proc/pressure", mResourceName);
 }
 
-std::optional<std::ifstream> PsiCollector::init(const std::string& resourceName) {
-  return openSource("/proc/pressure/" + resourceName);
+std::optional<TextSource> PsiCollector::init(const std::string& resourceName) {
+  return TextSource::open("/proc/pressure/" + resourceName);
 }
 
 std::string PsiCollector::historyName() const {
@@ -92,8 +92,8 @@ std::unique_ptr<PsiCpuCollector> PsiCpuCollector::init(SystemStateCollectorConfi
   return makeCollector<PsiCpuCollector>(config, PsiCollector::init(kCpu));
 }
 
-PsiCpuCollector::PsiCpuCollector(const SystemStateCollectorConfig& config, std::ifstream stream)
-    : PsiCollector(config, kCpu, std::move(stream)) {}
+PsiCpuCollector::PsiCpuCollector(const SystemStateCollectorConfig& config, TextSource source)
+    : PsiCollector(config, kCpu, std::move(source)) {}
 
 uint8_t PsiCpuCollector::getId() const {
   return 1;
@@ -103,8 +103,8 @@ std::unique_ptr<PsiMemCollector> PsiMemCollector::init(SystemStateCollectorConfi
   return makeCollector<PsiMemCollector>(config, PsiCollector::init(kMemory));
 }
 
-PsiMemCollector::PsiMemCollector(const SystemStateCollectorConfig& config, std::ifstream stream)
-    : PsiCollector(config, kMemory, std::move(stream)) {}
+PsiMemCollector::PsiMemCollector(const SystemStateCollectorConfig& config, TextSource source)
+    : PsiCollector(config, kMemory, std::move(source)) {}
 
 uint8_t PsiMemCollector::getId() const {
   return 2;
@@ -114,8 +114,8 @@ std::unique_ptr<PsiIoCollector> PsiIoCollector::init(SystemStateCollectorConfig 
   return makeCollector<PsiIoCollector>(config, PsiCollector::init(kIo));
 }
 
-PsiIoCollector::PsiIoCollector(const SystemStateCollectorConfig& config, std::ifstream stream)
-    : PsiCollector(config, kIo, std::move(stream)) {}
+PsiIoCollector::PsiIoCollector(const SystemStateCollectorConfig& config, TextSource source)
+    : PsiCollector(config, kIo, std::move(source)) {}
 
 uint8_t PsiIoCollector::getId() const {
   return 3;

@@ -1,12 +1,12 @@
 #pragma once
 
 #include <cstdint>
-#include <fstream>
 #include <memory>
 #include <optional>
 #include <string>
 
 #include "TextCollector.h"
+#include "TextSource.h"
 
 namespace Torv::OS::Diagnostics {
 
@@ -17,10 +17,10 @@ class PsiCollector : public TextCollector {
   std::string getDescription() const override;
 
  protected:
-  PsiCollector(const SystemStateCollectorConfig& config, std::string resourceName, std::ifstream stream);
+  PsiCollector(const SystemStateCollectorConfig& config, std::string resourceName, TextSource source);
 
   // Opens the pressure file of `resourceName`; empty, with an error log, where there is none.
-  static std::optional<std::ifstream> init(const std::string& resourceName);
+  static std::optional<TextSource> init(const std::string& resourceName);
 
  private:
   std::string historyName() const override;
@@ -33,7 +33,7 @@ class PsiCollector : public TextCollector {
 class PsiCpuCollector : public PsiCollector {
  public:
   static std::unique_ptr<PsiCpuCollector> init(SystemStateCollectorConfig config);
-  PsiCpuCollector(const SystemStateCollectorConfig& config, std::ifstream stream);
+  PsiCpuCollector(const SystemStateCollectorConfig& config, TextSource source);
 
   uint8_t getId() const override;
 };
@@ -41,7 +41,7 @@ class PsiCpuCollector : public PsiCollector {
 class PsiMemCollector : public PsiCollector {
  public:
   static std::unique_ptr<PsiMemCollector> init(SystemStateCollectorConfig config);
-  PsiMemCollector(const SystemStateCollectorConfig& config, std::ifstream stream);
+  PsiMemCollector(const SystemStateCollectorConfig& config, TextSource source);
 
   uint8_t getId() const override;
 };
@@ -49,7 +49,7 @@ class PsiMemCollector : public PsiCollector {
 class PsiIoCollector : public PsiCollector {
  public:
   static std::unique_ptr<PsiIoCollector> init(SystemStateCollectorConfig config);
-  PsiIoCollector(const SystemStateCollectorConfig& config, std::ifstream stream);
+  PsiIoCollector(const SystemStateCollectorConfig& config, TextSource source);
 
   uint8_t getId() const override;
 };

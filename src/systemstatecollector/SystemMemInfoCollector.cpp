@@ -19,13 +19,13 @@ const Json::StaticString kAvailable("MemAvail_%");
 }  // namespace
 
 std::unique_ptr<SystemMemInfoCollector> SystemMemInfoCollector::init(SystemStateCollectorConfig config) {
-  auto stream = openSource("/proc/meminfo");
-  if (!stream) return nullptr;
-  return std::make_unique<SystemMemInfoCollector>(config, std::move(*stream));
+  auto source = TextSource::open("/proc/meminfo");
+  if (!source) return nullptr;
+  return std::make_unique<SystemMemInfoCollector>(config, std::move(*source));
 }
 
-SystemMemInfoCollector::SystemMemInfoCollector(const SystemStateCollectorConfig& config, std::ifstream stream)
-    : TextCollector(config, std::move(stream)) {}
+SystemMemInfoCollector::SystemMemInfoCollector(const SystemStateCollectorConfig& config, TextSource source)
+    : TextCollector(config, std::move(source)) {}
 
 uint8_t SystemMemInfoCollector::getId() const {
   return 4;

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <cstdint>
-#include <fstream>
 #include <memory>
 #include <string>
 
 #include "TextCollector.h"
+#include "TextSource.h"
 
 namespace Torv::OS::Diagnostics {
 
@@ -13,7 +13,7 @@ namespace Torv::OS::Diagnostics {
 class SystemMemInfoCollector : public TextCollector {
  public:
   static std::unique_ptr<SystemMemInfoCollector> init(SystemStateCollectorConfig config);
-  SystemMemInfoCollector(const SystemStateCollectorConfig& config, std::ifstream stream);
+  SystemMemInfoCollector(const SystemStateCollectorConfig& config, TextSource source);
 
   uint8_t getId() const override;
   std::string getDescription() const override;

@@ -1,12 +1,11 @@
 #pragma once
 
 #include <cstdint>
-#include <fstream>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
+#include "TextSource.h"
 #include "os/Mutex.h"
 #include "systemstatecollector/CircularBuffer.h"
 #include "systemstatecollector/SystemStateCollector.h"
@@ -28,10 +27,7 @@ class TextCollector : public SystemStateCollector {
   std::unique_ptr<History> dumpSystemStateHistory() override EXCLUDES(mMutex);
 
  protected:
-  TextCollector(const SystemStateCollectorConfig& config, std::ifstream stream);
-
-  // The device's file at `path`; empty, with an error log, where it cannot be opened.
-  static std::optional<std::ifstream> openSource(const std::string& path);
+  TextCollector(const SystemStateCollectorConfig& config, TextSource source);
 
  private:
   virtual std::string historyName() const = 0;
@@ -41,7 +37,7 @@ class TextCollector : public SystemStateCollector {
 
   uint64_t readFromCircularBuffer(std::vector<RawMetric>& out) const EXCLUDES(mMutex);
 
-  std::ifstream mStream;  // only the polling thread's
+  TextSource mSource;  // only the polling thread's
   mutable OS::Mutex mMutex;
   const std::unique_ptr<CircularBuffer<RawMetric>> mBuffer PT_GUARDED_BY(mMutex);
 };

@@ -78,6 +78,23 @@ TEST(TextCollector, AStreamAtItsEndOrFailedIsNotBad) {
   EXPECT_EQ(totalsOf(collector), (std::vector<int>{1}));
 }
 
+// Around the sizes of the buffers that the text comes through.
+TEST(TextCollector, ATextOfAnySizeIsReadWhole) {
+  const test::TempDir root;
+  const test::ScopedEnv environment("TORV_DEVICE_ROOT", root.path());
+  root.write("text", "");
+  auto source = TextSource::open("/text");
+  ASSERT_TRUE(source);
+  std::string found;
+  for (const size_t size : {40'000, 16'385, 16'384, 16'383, 8'193, 8'192, 8'191, 4'096, 1, 0, 100'000}) {
+    std::string text(size, 'x');
+    if (size > 0) text.back() = 'y';
+    root.write("text", text);
+    source->readInto(found);
+    EXPECT_TRUE(found == text) << size << " characters read as " << found.size();
+  }
+}
+
 // A directory opens like a file and fails to read, as a file does whose driver has gone for a while.
 TEST(TextCollector, AFailedReadIsAnEmptySampleAndTheNextOneRecovers) {
   test::TempDir directory;

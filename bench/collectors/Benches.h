@@ -1,0 +1,8 @@
+#pragma once
+
+namespace bench {
+
+void registerPollBenches();
+void registerDumpBenches();
+
+}  // namespace bench

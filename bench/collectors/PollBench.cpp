@@ -1,0 +1,106 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cstdlib>
+#include <new>
+#include <string>
+#include <vector>
+
+#include <android-base/unique_fd.h>
+
+#include "Benches.h"
+#include "CpuUsageCollector.h"
+#include "PsiCollector.h"
+#include "SystemMemInfoCollector.h"
+#include "support/Compare.h"
+#include "systemstatecollector/SystemStateCollectorManager.h"
+
+namespace {
+
+std::atomic<uint64_t> gAllocations{0};
+
+}  // namespace
+
+void* operator new(size_t size) {
+  gAllocations.fetch_add(1, std::memory_order_relaxed);
+  void* const memory = std::malloc(size);
+  if (memory == nullptr) std::abort();
+  return memory;
+}
+void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+void operator delete(void* memory, size_t /*size*/) noexcept {
+  std::free(memory);
+}
+
+namespace bench {
+namespace {
+
+using namespace Torv::OS::Diagnostics;
+
+constexpr int kPollsPerRound = 100;
+constexpr std::array<const char*, 5> kPaths = {"/proc/pressure/cpu", "/proc/pressure/memory",
+                                               "/proc/pressure/io", "/proc/stat", "/proc/meminfo"};
+
+template <typename Collector>
+void add(SystemStateCollectorManager& manager) {
+  auto collector = Collector::init(SystemStateCollectorConfig(60, 1));
+  if (collector != nullptr) manager.addCollector(std::move(collector));
+}
+
+// What a program does that reads the files and nothing else.
+class BareReader {
+ public:
+  BareReader() {
+    for (size_t i = 0; i < kPaths.size(); ++i) mFiles[i].reset(open(kPaths[i], O_RDONLY | O_CLOEXEC));
+  }
+
+  void poll() {
+    for (const auto& file : mFiles) {
+      if (file.ok()) benchmark::DoNotOptimize(pread(file.get(), mBuffer.data(), mBuffer.size(), 0));
+    }
+  }
+
+ private:
+  std::array<android::base::unique_fd, kPaths.size()> mFiles;
+  std::vector<char> mBuffer = std::vector<char>(64 * 1024);
+};
+
+void pollBesideBareReads(benchmark::State& state) {
+  PollStatistics statistics;
+  SystemStateCollectorManager manager(statistics);
+  add<PsiCpuCollector>(manager);
+  add<PsiMemCollector>(manager);
+  add<PsiIoCollector>(manager);
+  add<CpuUsageCollector>(manager);
+  add<SystemMemInfoCollector>(manager);
+  BareReader bare;
+  // The first round gives every slot its memory.
+  for (int i = 0; i < 60; ++i) manager.pollCollectors();
+
+  uint64_t allocations = 0;
+  compare(
+      state, 1.15,
+      [&] {
+        const uint64_t before = gAllocations;
+        for (int i = 0; i < kPollsPerRound; ++i) manager.pollCollectors();
+        allocations += gAllocations - before;
+      },
+      [&] {
+        for (int i = 0; i < kPollsPerRound; ++i) bare.poll();
+      });
+  state.counters["polls"] = kPollsPerRound;
+  state.counters["allocations"] = static_cast<double>(allocations);
+  if (allocations > 0) state.SetLabel("ALLOCATES");
+}
+
+}  // namespace
+
+void registerPollBenches() {
+  registerComparison("poll/five_sources", 101, pollBesideBareReads);
+}
+
+}  // namespace bench
