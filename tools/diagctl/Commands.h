@@ -22,6 +22,12 @@ void addAtomCommands(CLI::App& app, const Options& options, int& exitCode);
 // prop get, prop set, prop list.
 void addPropertyCommands(CLI::App& app, const Options& options, int& exitCode);
 
+// pref get, pref set, pref list.
+void addPreferenceCommands(CLI::App& app, const Options& options, int& exitCode);
+
+// config: every setting and the layer that answers for it.
+void addConfigCommand(CLI::App& app, const Options& options, int& exitCode);
+
 // state, states, context, notify, ping: through the service's binder interfaces.
 void addServiceCommands(CLI::App& app, const Options& options, int& exitCode);
 

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include <json/value.h>
-#include <json/writer.h>
 
 #include "Commands.h"
 #include "Output.h"
@@ -75,8 +74,7 @@ class Layers {
  public:
   explicit Layers(Json::Value file)
       : mFile(std::move(file), std::make_unique<Witness>(mHandedOn)),
-        mPreferences(std::make_unique<Witness>(mHandedOn),
-                     Torv::PreferencesConfiguration::kServiceFlags) {}
+        mPreferences(std::make_unique<Witness>(mHandedOn), Torv::PreferencesConfiguration::kServiceFlags) {}
 
   // The layer that answers, by name, and its answer.
   std::pair<const char*, Json::Value> ask(const Torv::Setting& setting) {
@@ -97,13 +95,6 @@ class Layers {
   DefaultConfiguration mDefaults;
 };
 
-std::string textOf(const Json::Value& value) {
-  if (value.isString()) return value.asString();
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "";
-  return Json::writeString(builder, value);
-}
-
 int showConfiguration(const Options& options) {
   std::string error;
   auto file = Torv::readServiceConfiguration(error);
@@ -119,7 +110,9 @@ int showConfiguration(const Options& options) {
   Rows rows;
   for (const Torv::Setting& setting : knownSettings()) {
     auto [layer, value] = layers.ask(setting);
-    rows.emplace_back(setting.key, (layer + std::string(11, ' ')).substr(0, 13) + printable(textOf(value)));
+    std::string answer = layer;
+    answer.resize(std::string("preferences  ").size(), ' ');
+    rows.emplace_back(setting.key, answer + printable(plainText(value)));
     document[setting.key]["layer"] = layer;
     document[setting.key]["value"] = std::move(value);
   }

@@ -7,7 +7,6 @@
 #include <string>
 
 #include <json/value.h>
-#include <json/writer.h>
 #include <unistd.h>
 
 #include "Commands.h"
@@ -24,14 +23,6 @@ using Torv::SettingType;
 
 std::shared_ptr<platform::PreferencesFile> preferences() {
   return platform::PreferencesFile::of(platform::runtimeDirectory());
-}
-
-// A string as it is, anything else as JSON.
-std::string textOf(const Json::Value& value) {
-  if (value.isString()) return value.asString();
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "";
-  return Json::writeString(builder, value);
 }
 
 template <typename Number>
@@ -82,14 +73,15 @@ int getPreference(const std::string& key, const Options& options) {
   if (values == nullptr) return kRefused;  // the log has said why
   const Json::Value* value = Torv::OS::findMember(*values, key);
   if (value == nullptr) {
-    fprintf(stderr, "diagctl: %s is not stored; diagctl pref list shows what is, diagctl config what holds.\n",
+    fprintf(stderr,
+            "diagctl: %s is not stored; diagctl pref list shows what is, diagctl config what holds.\n",
             printable(key).c_str());
     return kRefused;
   }
   if (options.json) {
     printJson(*value);
   } else {
-    const std::string text = textOf(*value);
+    const std::string text = plainText(*value);
     // A program gets the value to the byte, a terminal nothing that it would act on.
     printf("%s\n", isatty(STDOUT_FILENO) != 0 ? printable(text).c_str() : text.c_str());
   }
@@ -127,7 +119,7 @@ int listPreferences(const Options& options) {
   }
   Rows rows;
   for (auto value = values->begin(); value != values->end(); ++value) {
-    rows.emplace_back(printable(value.name()), printable(textOf(*value)));
+    rows.emplace_back(printable(value.name()), printable(plainText(*value)));
   }
   fputs(table(rows, 0).c_str(), stdout);
   return kDone;

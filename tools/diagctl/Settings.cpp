@@ -1,5 +1,7 @@
 #include "Settings.h"
 
+#include <json/writer.h>
+
 #include "configuration/ConfigurationKeys.h"
 #include "systemcontext/ContextKeys.h"
 
@@ -31,6 +33,13 @@ std::vector<Setting> knownSettings() {
   settings.push_back({ContextKeys::kSessionContextSetting, SettingType::String});
   settings.push_back({ContextKeys::kTestContextSetting, SettingType::String});
   return settings;
+}
+
+std::string plainText(const Json::Value& value) {
+  if (value.isString()) return value.asString();
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  return Json::writeString(builder, value);
 }
 
 }  // namespace diagctl

@@ -16,6 +16,8 @@ int main(int argc, char** argv) {
   diagctl::addServiceCommands(app, options, exitCode);
   diagctl::addAtomCommands(app, options, exitCode);
   diagctl::addPropertyCommands(app, options, exitCode);
+  diagctl::addPreferenceCommands(app, options, exitCode);
+  diagctl::addConfigCommand(app, options, exitCode);
 
   try {
     app.parse(argc, argv);
