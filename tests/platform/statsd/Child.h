@@ -4,6 +4,7 @@
 #include <functional>
 #include <string>
 
+#include <fcntl.h>
 #include <grp.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -11,16 +12,33 @@
 
 namespace test {
 
-// A process of its own that runs `body`; its exit status is what body returns. Killed at the latest when the
-// object goes.
+// A process of its own that runs `body` once it is started; its exit status is what body returns. Killed at
+// the latest when the object goes. To be made before any thread of the test is at work: a lock of the
+// allocator that such a thread holds in that moment is held in the child for ever.
 class Child {
  public:
-  explicit Child(const std::function<int()>& body) : mPid(fork()) {
-    if (mPid == 0) _exit(body());
+  explicit Child(const std::function<int()>& body) {
+    int gate[2];
+    if (pipe2(gate, O_CLOEXEC) != 0) abort();
+    mPid = fork();
+    if (mPid == 0) {
+      char go = 0;
+      close(gate[1]);
+      _exit(read(gate[0], &go, 1) == 1 ? body() : EXIT_FAILURE);
+    }
+    close(gate[0]);
+    mGate = gate[1];
   }
-  ~Child() { kill(); }
+  ~Child() {
+    kill();
+    close(mGate);
+  }
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
+
+  void start() {
+    if (write(mGate, "", 1) != 1) abort();
+  }
 
   // The exit status, or -1 where the process did not exit by itself.
   int wait() {
@@ -37,7 +55,8 @@ class Child {
   }
 
  private:
-  pid_t mPid;
+  pid_t mPid = -1;
+  int mGate = -1;
 };
 
 // For a child of root: become that user. False where the process has no right to.

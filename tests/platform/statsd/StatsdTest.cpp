@@ -98,7 +98,6 @@ TEST_F(StatsdTest, AQuerySeesWhatWasPushedJustBefore) {
 }
 
 TEST_F(StatsdTest, AnotherProcessesAtomsArriveFieldForField) {
-  ASSERT_EQ(publish(), PublishStatus::Success);
   Child publisher([] {
     StatsEventWriter writer;
     const bool sent = writer.publishApplicationState(-5, "screen", "") == WriteResult::Sent &&
@@ -106,6 +105,8 @@ TEST_F(StatsdTest, AnotherProcessesAtomsArriveFieldForField) {
                       writer.write(StatsEvent(kStateAtom, 77).addInt32(1)) == WriteResult::Sent;
     return sent ? 0 : 1;
   });
+  ASSERT_EQ(publish(), PublishStatus::Success);
+  publisher.start();
   ASSERT_EQ(publisher.wait(), 0);
   const std::vector<AtomReport> atoms = fetch();
   ASSERT_EQ(atoms.size(), 3U);
@@ -121,16 +122,20 @@ TEST_F(StatsdTest, HearsOnlyTheUidsThatTheConfigurationAllows) {
   if (getuid() != 0) GTEST_SKIP() << "only root can send as other users";
   std::filesystem::permissions(mDirectory.path(), std::filesystem::perms(0755));
   test::LogCapture log;
-  ASSERT_EQ(publish({"AID_APP", "AID_SYSTEM"}), PublishStatus::Success);
+  std::map<uid_t, std::unique_ptr<Child>> publishers;
   for (const auto& [uid, heard] : std::map<uid_t, bool>{{10123, true}, {1000, true}, {4711, false}}) {
-    Child publisher([uid = uid, heard = heard] {
+    publishers[uid] = std::make_unique<Child>([uid = uid, heard = heard] {
       if (!test::becomeUid(uid)) return 2;
       const auto answer = readStatsdStatus(kPatience);
       const auto* status = std::get_if<StatsdStatus>(&answer);
       if (status == nullptr || status->askerUid != uid || status->askerHeard != heard) return 3;
       return StatsEventWriter().publishApplicationState(1, "k", "v") == WriteResult::Sent ? 0 : 4;
     });
-    EXPECT_EQ(publisher.wait(), 0) << uid;
+  }
+  ASSERT_EQ(publish({"AID_APP", "AID_SYSTEM"}), PublishStatus::Success);
+  for (const auto& [uid, publisher] : publishers) {
+    publisher->start();
+    EXPECT_EQ(publisher->wait(), 0) << uid;
   }
   EXPECT_EQ(fetch().size(), 2U);
   EXPECT_EQ(status().counters.droppedSender, 1U);
@@ -141,7 +146,6 @@ TEST_F(StatsdTest, HearsOnlyTheUidsThatTheConfigurationAllows) {
 TEST_F(StatsdTest, LosesAndDoublesNothingUnderAFlood) {
   constexpr int kSenders = 3;
   constexpr int kEach = 3000;
-  ASSERT_EQ(publish(), PublishStatus::Success);
   std::vector<std::unique_ptr<Child>> senders;
   for (int sender = 0; sender < kSenders; sender++) {
     senders.push_back(std::make_unique<Child>([sender] {
@@ -153,6 +157,8 @@ TEST_F(StatsdTest, LosesAndDoublesNothingUnderAFlood) {
       return 0;
     }));
   }
+  ASSERT_EQ(publish(), PublishStatus::Success);
+  for (auto& sender : senders) sender->start();
   std::atomic<bool> over = false;
   std::vector<std::vector<std::vector<AtomReport>>> batches(2);
   std::vector<std::thread> fetchers;
@@ -270,6 +276,7 @@ TEST_F(StatsdTest, ASecondServiceIsRefusedUntilTheFirstIsDead) {
     if (write(ready[1], &answer, 1) != 1) return 1;
     for (;;) pause();
   });
+  first.start();
   char answer = 0;
   ASSERT_EQ(read(ready[0], &answer, 1), 1);
   ASSERT_EQ(answer, 'y');
