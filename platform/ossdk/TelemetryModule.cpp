@@ -1,11 +1,12 @@
 // The module's telemetry: each event becomes a line of the runtime directory's telemetry log.
+#include <array>
 #include <chrono>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include <json/writer.h>
 #include <ossdk/UnifiedTelemetry.h>
-#include <unistd.h>
 
 #include "EntryPoint.h"
 #include "ossdkhost/TelemetryLog.h"
@@ -26,11 +27,16 @@ int64_t wallClockMs() {
   return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
 }
 
+constexpr std::array<bool, 256> kPlainCharacters = [] {
+  std::array<bool, 256> plain{};
+  for (size_t c = ' '; c <= '~'; ++c) plain[c] = c != '"' && c != '\\';
+  return plain;
+}();
+
 bool needsNoEscape(std::string_view text) {
-  for (const char c : text) {
-    if (c < ' ' || c > '~' || c == '"' || c == '\\') return false;  // above ASCII a char is negative
-  }
-  return true;
+  bool plain = true;
+  for (const char c : text) plain &= kPlainCharacters[static_cast<unsigned char>(c)];
+  return plain;
 }
 
 void appendQuoted(std::string& line, std::string_view text) {
@@ -54,7 +60,6 @@ class TelemetryEvent final : public v5::ITelemetryEvent {
     mLine.reserve(512);
     mLine = "{\"time_ms\":";
     mLine += std::to_string(wallClockMs());
-    setInteger("pid", getpid());
     setString("event", name);
   }
 

@@ -1,0 +1,49 @@
+// A configuration file of any bytes: what the reader takes can be asked for anything, and both grammars agree
+// on what they both take.
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+
+#include <android/log.h>
+
+#include "configuration/DefaultConfiguration.h"
+#include "configuration/JSONConfiguration.h"
+#include "os/Json.h"
+
+namespace {
+
+void askForAll(const Torv::IConfiguration& configuration, const std::string& key) {
+  (void)configuration.getString(key);
+  (void)configuration.getUint(key);
+  (void)configuration.getInt(key);
+  (void)configuration.getBool(key);
+  (void)configuration.getLocalStrMap(key);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  __android_log_set_minimum_priority(ANDROID_LOG_SILENT);
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  const std::string_view text(reinterpret_cast<const char*>(data), size);
+  std::string error;
+  const auto strict = Torv::OS::parseJson(text, error, Torv::OS::JsonRules::Strict);
+  error.clear();
+  const auto root = Torv::OS::parseJson(text, error);
+  if (root.has_value() != error.empty()) abort();
+  if (strict && (!root || *root != *strict)) abort();
+  if (!root) return 0;
+  const Torv::JSONConfiguration configuration(*root, std::make_unique<Torv::DefaultConfiguration>());
+  askForAll(configuration, "crash-reporter-error-extra-data");
+  if (!root->isObject()) return 0;
+  for (const std::string& key : root->getMemberNames()) {
+    askForAll(configuration, key);
+    if (const Json::Value& member = (*root)[key]; member.isString()) {
+      if (configuration.getString(key) != member.asString()) abort();
+    }
+  }
+  return 0;
+}
