@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+
 namespace platform::binder {
 
 struct Worker;
@@ -10,8 +12,17 @@ class EventSource {
  public:
   virtual void onEvent(Worker& worker) = 0;
 
+  // The kernel has the one who arms a source done before the one who gets its event; these two say so in
+  // terms of the language. The server calls them.
+  void handOver() { mHandedOver.store(true, std::memory_order_release); }
+  void takeOver() const { static_cast<void>(mHandedOver.load(std::memory_order_acquire)); }
+
  protected:
+  EventSource() = default;
   ~EventSource() = default;
+
+ private:
+  std::atomic<bool> mHandedOver{false};
 };
 
 }  // namespace platform::binder

@@ -1,19 +1,25 @@
 #pragma once
 
+#include <cstdarg>
+
 #include <android/log.h>
 
 namespace platform::binder {
 
 inline constexpr char kLogTag[] = "binder";
 
-template <typename... Args>
-void logWarning(const char* format, Args... args) {
-  __android_log_print(ANDROID_LOG_WARN, kLogTag, format, args...);
+[[gnu::format(printf, 1, 2)]] inline void logWarning(const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  __android_log_vprint(ANDROID_LOG_WARN, kLogTag, format, arguments);
+  va_end(arguments);
 }
 
-template <typename... Args>
-void logError(const char* format, Args... args) {
-  __android_log_print(ANDROID_LOG_ERROR, kLogTag, format, args...);
+[[gnu::format(printf, 1, 2)]] inline void logError(const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  __android_log_vprint(ANDROID_LOG_ERROR, kLogTag, format, arguments);
+  va_end(arguments);
 }
 
 }  // namespace platform::binder

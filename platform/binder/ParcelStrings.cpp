@@ -132,6 +132,8 @@ const char16_t* Parcel::readString16Inplace(size_t* outLen) const {
   *outLen = 0;
   int32_t length = 0;
   if (readInt32(&length) != OK || length < 0) return nullptr;
+  // A header whose size is no multiple of 4 can leave the position anywhere; it is not one to point into.
+  if (dataPosition() % alignof(char16_t) != 0) return nullptr;
   const auto units = static_cast<size_t>(length);
   const auto* const text = static_cast<const char16_t*>(readInplace((units + 1) * sizeof(char16_t)));
   if (text == nullptr || text[units] != 0) return nullptr;

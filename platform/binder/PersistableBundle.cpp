@@ -74,6 +74,13 @@ typename Map::mapped_type* slot(Map* map, const String16& key) {
   return &map->try_emplace(map->end(), key)->second;
 }
 
+// A key has one value, of one type. Whoever puts the keys of a type in order pays one comparison for each.
+template <typename Map, typename Value>
+void put(PersistableBundle* bundle, Map* map, const String16& key, const Value& value) {
+  if (bundle->size() != map->size()) bundle->erase(key);
+  map->insert_or_assign(map->end(), key, value);
+}
+
 }  // namespace
 
 status_t PersistableBundle::writeToParcel(Parcel* parcel) const {
@@ -188,59 +195,49 @@ size_t PersistableBundle::erase(const String16& key) {
 }
 
 void PersistableBundle::putBoolean(const String16& key, bool value) {
-  erase(key);
-  mBoolMap[key] = value;
+  put(this, &mBoolMap, key, value);
 }
 
 void PersistableBundle::putInt(const String16& key, int32_t value) {
-  erase(key);
-  mIntMap[key] = value;
+  put(this, &mIntMap, key, value);
 }
 
 void PersistableBundle::putLong(const String16& key, int64_t value) {
-  erase(key);
-  mLongMap[key] = value;
+  put(this, &mLongMap, key, value);
 }
 
 void PersistableBundle::putDouble(const String16& key, double value) {
-  erase(key);
-  mDoubleMap[key] = value;
+  put(this, &mDoubleMap, key, value);
 }
 
 void PersistableBundle::putString(const String16& key, const String16& value) {
-  erase(key);
-  mStringMap[key] = value;
+  put(this, &mStringMap, key, value);
 }
 
 void PersistableBundle::putBooleanVector(const String16& key, const std::vector<bool>& value) {
-  erase(key);
-  mBoolVectorMap[key] = value;
+  put(this, &mBoolVectorMap, key, value);
 }
 
 void PersistableBundle::putIntVector(const String16& key, const std::vector<int32_t>& value) {
-  erase(key);
-  mIntVectorMap[key] = value;
+  put(this, &mIntVectorMap, key, value);
 }
 
 void PersistableBundle::putLongVector(const String16& key, const std::vector<int64_t>& value) {
-  erase(key);
-  mLongVectorMap[key] = value;
+  put(this, &mLongVectorMap, key, value);
 }
 
 void PersistableBundle::putDoubleVector(const String16& key, const std::vector<double>& value) {
-  erase(key);
-  mDoubleVectorMap[key] = value;
+  put(this, &mDoubleVectorMap, key, value);
 }
 
 void PersistableBundle::putStringVector(const String16& key, const std::vector<String16>& value) {
-  erase(key);
-  mStringVectorMap[key] = value;
+  put(this, &mStringVectorMap, key, value);
 }
 
 void PersistableBundle::putPersistableBundle(const String16& key, const PersistableBundle& value) {
   erase(key);
   // The class has a copy constructor and, by that, no move: build in place rather than assign.
-  mPersistableBundleMap.try_emplace(key, value);
+  mPersistableBundleMap.try_emplace(mPersistableBundleMap.end(), key, value);
 }
 
 bool PersistableBundle::getBoolean(const String16& key, bool* out) const {

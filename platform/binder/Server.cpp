@@ -150,6 +150,7 @@ void Server::stop() {
 }
 
 void Server::watch(int fd, uint32_t events, EventSource* source) {
+  source->handOver();
   epoll_event event{};
   event.events = events | EPOLLONESHOT;
   event.data.ptr = source;
@@ -157,6 +158,7 @@ void Server::watch(int fd, uint32_t events, EventSource* source) {
 }
 
 void Server::arm(int fd, uint32_t events, EventSource* source) {
+  source->handOver();
   epoll_event event{};
   event.events = events | EPOLLONESHOT;
   event.data.ptr = source;
@@ -216,7 +218,9 @@ void Server::run() {
     const bool lastIdle = mIdle.fetch_sub(1, std::memory_order_relaxed) == 1;
     if (count != 1 || event.data.ptr == nullptr) continue;
     if (lastIdle) growPool();
-    static_cast<EventSource*>(event.data.ptr)->onEvent(*worker);
+    auto* const source = static_cast<EventSource*>(event.data.ptr);
+    source->takeOver();
+    source->onEvent(*worker);
   }
   leavePool();
 }

@@ -210,6 +210,14 @@ TEST(ParcelRead, AStringThatIsNotWholeIsUnexpectedNull) {
   EXPECT_EQ(parcel.readCString(), nullptr);
 }
 
+TEST(ParcelRead, AStringAtAnOddPositionIsNotPointedInto) {
+  Parcel parcel;
+  fill(parcel, "00010000 00610000 00000000");
+  parcel.setDataPosition(1);
+  String16 value;
+  EXPECT_EQ(parcel.readString16(&value), android::UNEXPECTED_NULL);
+}
+
 TEST(ParcelRead, ANullableStringIsNullOnlyForMinusOne) {
   Parcel parcel;
   fill(parcel, "ffffffff 01000000 61000000 05000000");

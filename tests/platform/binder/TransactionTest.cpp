@@ -329,7 +329,8 @@ TEST_F(ServedTransactionTest, DeathIsWatchedAgainAfterTheLastLinkIsGone) {
   ASSERT_EQ(mService->linkToDeath(recipient), android::OK);
   mServer.kill();
   EXPECT_EQ(recipient->awaitDeath(), mService.get());
-  EXPECT_EQ((new TestService)->linkToDeath(recipient), android::INVALID_OPERATION);
+  const sp<IBinder> local = new TestService;
+  EXPECT_EQ(local->linkToDeath(recipient), android::INVALID_OPERATION);
 }
 
 TEST_F(ServedTransactionTest, AServiceHasOneProxyInAProcess) {

@@ -1,0 +1,32 @@
+// A bundle of any bytes. What is read without an error is written, read and written again, and the two
+// writings must be the same bytes.
+
+#include <limits>
+#include <memory>
+#include <optional>
+
+#include <cstdlib>
+#include <cstring>
+
+#include <binder/Parcel.h>
+#include <binder/PersistableBundle.h>
+
+using android::Parcel;
+using android::os::PersistableBundle;
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  Parcel parcel;
+  parcel.setData(data, size);
+  PersistableBundle bundle;
+  if (bundle.readFromParcel(&parcel) != android::OK) return 0;
+  Parcel first;
+  if (bundle.writeToParcel(&first) != android::OK) abort();
+  first.setDataPosition(0);
+  PersistableBundle copy;
+  if (copy.readFromParcel(&first) != android::OK || first.dataAvail() != 0) abort();
+  Parcel second;
+  if (copy.writeToParcel(&second) != android::OK) abort();
+  if (first.dataSize() != second.dataSize()) abort();
+  if (memcmp(first.data(), second.data(), first.dataSize()) != 0) abort();
+  return 0;
+}
