@@ -1,3 +1,4 @@
+#include <atomic>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -77,7 +78,7 @@ TEST(FilesTest, ReplacesAFileWholeAndCleansUpWhenItCannot) {
 
 TEST(FilesTest, ALockIsHeldByOneAtATime) {
   const test::TempDir directory;
-  int counter = 0;
+  std::atomic<int> counter = 0;  // updates get lost where two hold the lock
   const auto count = [&] {
     for (int i = 0; i < 200; i++) {
       const FileLock lock(directory.path("lock"));
