@@ -14,15 +14,24 @@ namespace {
 constexpr char kTag[] = "libdiagnostics-storage";
 constexpr int64_t kNsPerMs = 1'000'000;
 
-// A writer of compact JSON. Its settings are costly to read, so a thread reads them once.
-Json::StreamWriter& compactWriter() {
-  thread_local const std::unique_ptr<Json::StreamWriter> writer = [] {
+// Writes JSON on one line, without spaces. Its settings are costly to read, so they are read once.
+class CompactWriter {
+ public:
+  CompactWriter() {
     Json::StreamWriterBuilder settings;
     settings["indentation"] = "";
-    return std::unique_ptr<Json::StreamWriter>(settings.newStreamWriter());
-  }();
-  return *writer;
-}
+    mWriter.reset(settings.newStreamWriter());
+  }
+
+  std::string write(const Json::Value& json) {
+    std::ostringstream text;
+    mWriter->write(json, &text);
+    return text.str();
+  }
+
+ private:
+  std::unique_ptr<Json::StreamWriter> mWriter;
+};
 
 }  // namespace
 
@@ -43,9 +52,8 @@ std::optional<std::string> agedValue(const State::Entry& entry, int64_t nowMs) {
   Json::Value json(Json::objectValue);
   json["v"] = entry.value;
   json["dt_ms"] = static_cast<Json::UInt64>(ageMs);
-  std::ostringstream text;
-  compactWriter().write(json, &text);
-  return text.str();
+  thread_local CompactWriter writer;
+  return writer.write(json);
 }
 
 }  // namespace Torv::OS::Diagnostics

@@ -93,6 +93,7 @@ std::string SystemContextManager::getRawBuildFingerprint() {
   return Torv::Utils::getSystemProperty(ContextKeys::kBuildFingerprintProperty);
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the signature is the platform's
 bool SystemContextManager::parseBuildTags(std::string tags, std::unordered_set<std::string>& flags,
                                           StringMap& values) {
   std::string_view rest = tags;

@@ -52,7 +52,7 @@ class SlotIndex {
   }
 
   std::vector<Cell> mCells;  // a power of two of them, at most three quarters taken
-  uint32_t mCount = 0;
+  size_t mCount = 0;
   uint32_t mShift = 0;  // 32 less the power
 };
 
