@@ -61,9 +61,28 @@ std::string repaired(std::string_view text) {
   return result;
 }
 
+// The greater part of all text is short and ASCII: widened here in one pass, where the platform's conversion
+// walks over it twice.
+constexpr size_t kShortText = 256;
+
+// Widens `text` into `out`; false where it holds more than ASCII.
+bool widenAscii(std::string_view text, char16_t* out) {
+  unsigned seen = 0;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    seen |= byte;
+    out[i] = byte;
+  }
+  return seen < 0x80;
+}
+
 }  // namespace
 
 android::String16 toString16(std::string_view utf8) {
+  if (utf8.size() <= kShortText) {
+    char16_t wide[kShortText];
+    if (widenAscii(utf8, wide)) return android::String16(wide, utf8.size());
+  }
   if (wellFormedPrefix(utf8) == utf8.size()) return android::String16(utf8.data(), utf8.size());
   const std::string text = repaired(utf8);
   return android::String16(text.data(), text.size());
