@@ -25,10 +25,12 @@ class BatteryCollectorTest : public testing::Test {
     return BatteryCollector::init(SystemStateCollectorConfig(maxSamples, 2), mFiles);
   }
 
-  // The charge that a sample taken now reports.
-  static double sampledPercent(BatteryCollector& collector) {
+  // The charge that is reported of a sample taken of these texts.
+  std::string percent(BatteryCollector& collector, std::string_view counter, std::string_view full) const {
+    set(counter, full);
     EXPECT_TRUE(collector.collectSystemStateData());
-    return test::valuesOf(collector, "battery_state_history").front()["BatteryCharge_%"].asDouble();
+    const std::string metrics = test::metrics(collector).at(0);
+    return metrics.substr(sizeof("{\"BatteryCharge_%\":") - 1);
   }
 
   const test::TempDir mRoot;
@@ -38,62 +40,28 @@ class BatteryCollectorTest : public testing::Test {
 
 }  // namespace
 
-TEST_F(BatteryCollectorTest, ReportsTheShareOfTheFullCharge) {
-  set("3000\n", "4000\n");
+TEST_F(BatteryCollectorTest, ReportsTheShareOfTheFullChargeAsItIsNow) {
+  set("", "");
   const auto collector = makeCollector();
-  ASSERT_NE(collector, nullptr);
-  EXPECT_EQ(collector->getId(), 5);
-  EXPECT_EQ(collector->getDescription(), "Provides battery stats");
-  EXPECT_EQ(sampledPercent(*collector), 75.0);
-  set("5000\n", "4000\n");
-  EXPECT_EQ(sampledPercent(*collector), 125.0);
-  // One byte long, so that it fits even an unbuffered stream's memory.
-  set("1\n", "2\n");
-  EXPECT_EQ(sampledPercent(*collector), 50.0);
-  set("2\n", "2\n");
-  EXPECT_EQ(sampledPercent(*collector), 100.0);
-  set("-1\n", "4\n");
-  EXPECT_EQ(sampledPercent(*collector), -25.0);
-}
-
-TEST_F(BatteryCollectorTest, TheRatioIsA32BitFloat) {
-  set("1000000000000\n", "1\n");
-  const auto collector = makeCollector();
-  EXPECT_EQ(sampledPercent(*collector), 99999999590400.0);
+  EXPECT_EQ(percent(*collector, "3000\n", "4000\n"), "75.0}");
+  EXPECT_EQ(percent(*collector, "5000\n", "4000\n"), "125.0}");
+  EXPECT_EQ(percent(*collector, "1\n", "2\n"), "50.0}");
+  EXPECT_EQ(percent(*collector, "2\n", "2\n"), "100.0}");
+  EXPECT_EQ(percent(*collector, "abc", "2\n"), "0.0}") << "text that is no number is no failed reading";
+  EXPECT_EQ(percent(*collector, "1000000000000\n", "1\n"), "99999999590400.0}")
+      << "the ratio is a 32-bit float";
 }
 
 TEST_F(BatteryCollectorTest, AFailedReadingRepeatsWhatTheSlotHeld) {
-  set("1\n", "4\n");
+  set("", "");
   const auto collector = makeCollector(2);
-  EXPECT_EQ(sampledPercent(*collector), 25.0);
-  set("2\n", "4\n");
-  EXPECT_EQ(sampledPercent(*collector), 50.0);
-  set("3\n", "0\n");
-  EXPECT_EQ(sampledPercent(*collector), 25.0);
-  set("3", "4\n");
-  EXPECT_EQ(sampledPercent(*collector), 50.0);
-  set("", "4\n");
-  EXPECT_EQ(sampledPercent(*collector), 25.0);
-  set("3\n", "4");
-  EXPECT_EQ(sampledPercent(*collector), 50.0);
-  set("3\n", "4\n");
-  EXPECT_EQ(sampledPercent(*collector), 75.0);
-}
-
-TEST_F(BatteryCollectorTest, TextThatIsNoNumberIsNoFailedReading) {
-  set("4\n", "4\n");
-  const auto collector = makeCollector(1);
-  EXPECT_EQ(sampledPercent(*collector), 100.0);
-  set("abc", "4\n");
-  EXPECT_EQ(sampledPercent(*collector), 0.0);
-}
-
-TEST_F(BatteryCollectorTest, AFileThatCannotBeReadIsAFailedReading) {
-  mRoot.write(std::string(kCounter) + "/a_directory", "");
-  mRoot.write(kFull, "4\n");
-  const auto collector = makeCollector();
-  ASSERT_NE(collector, nullptr);
-  EXPECT_FALSE(mFiles.readRatio());
+  EXPECT_EQ(percent(*collector, "1\n", "4\n"), "25.0}");
+  EXPECT_EQ(percent(*collector, "2\n", "4\n"), "50.0}");
+  EXPECT_EQ(percent(*collector, "3\n", "0\n"), "25.0}");
+  EXPECT_EQ(percent(*collector, "3", "4\n"), "50.0}");
+  EXPECT_EQ(percent(*collector, "", "4\n"), "25.0}");
+  EXPECT_EQ(percent(*collector, "3\n", "4"), "50.0}");
+  EXPECT_EQ(percent(*collector, "3\n", "4\n"), "75.0}");
 }
 
 TEST_F(BatteryCollectorTest, NeedsBothFilesAndTriesEachOnce) {
@@ -101,27 +69,31 @@ TEST_F(BatteryCollectorTest, NeedsBothFilesAndTriesEachOnce) {
   EXPECT_EQ(makeCollector(), nullptr);
   set("1\n", "2\n");
   EXPECT_EQ(makeCollector(), nullptr);
-  EXPECT_EQ(log.texts(ANDROID_LOG_ERROR),
-            std::vector<std::string>(2, "Failed to open /sys/class/power_supply/battery/charge_counter"));
-
-  log.clear();
-  ChargeFiles others;
-  mRoot.write("other/" + std::string(kCounter), "1\n");
   const test::ScopedEnv otherRoot("TORV_DEVICE_ROOT", mRoot.path("other"));
-  EXPECT_EQ(BatteryCollector::init(SystemStateCollectorConfig(60, 2), others), nullptr);
+  mRoot.write("other/" + std::string(kCounter) + "/a_directory", "");
+  ChargeFiles others;
+  EXPECT_FALSE(others.open());
   EXPECT_EQ(log.texts(ANDROID_LOG_ERROR),
-            (std::vector<std::string>{"Failed to open /sys/class/power_supply/battery/charge_full"}));
+            (test::Strings{"Failed to open /sys/class/power_supply/battery/charge_counter",
+                           "Failed to open /sys/class/power_supply/battery/charge_counter",
+                           "Failed to open /sys/class/power_supply/battery/charge_full"}));
+}
+
+TEST_F(BatteryCollectorTest, AFileThatCannotBeReadIsAFailedReading) {
+  mRoot.write(std::string(kCounter) + "/a_directory", "");
+  mRoot.write(kFull, "4\n");
+  ASSERT_TRUE(mFiles.open());
+  EXPECT_FALSE(mFiles.readRatio());
 }
 
 TEST_F(BatteryCollectorTest, ACollectorThatGoesTakesOnlyTheFullChargeWithIt) {
   set("1\n", "4\n");
   auto first = makeCollector();
   const auto second = makeCollector(1);
-  EXPECT_EQ(sampledPercent(*second), 25.0);
+  EXPECT_EQ(percent(*second, "1\n", "4\n"), "25.0}");
   first.reset();
-  set("2\n", "4\n");
-  EXPECT_EQ(sampledPercent(*second), 25.0);
+  EXPECT_EQ(percent(*second, "2\n", "4\n"), "25.0}");
   const auto third = makeCollector();
   ASSERT_NE(third, nullptr);
-  EXPECT_EQ(sampledPercent(*third), 50.0);
+  EXPECT_EQ(percent(*third, "2\n", "4\n"), "50.0}");
 }

@@ -1,0 +1,176 @@
+// The metrics that the kernel's texts are turned into, whatever the texts hold.
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "CpuUsageCollector.h"
+#include "GpuCollector.h"
+#include "PsiCollector.h"
+#include "PsiText.h"
+#include "Source.h"
+#include "SystemMemInfoCollector.h"
+#include "support/LogCapture.h"
+
+using namespace Torv::OS::Diagnostics;
+using namespace std::string_literals;
+using test::metricsOf;
+using test::Strings;
+
+namespace {
+
+std::string recorded(const std::string& name) {
+  return test::readFile(DIAG_TEST_DATA "/" + name);
+}
+
+std::string psi(const std::string& text) {
+  return metricsOf<PsiMemCollector>({text}).at(0);
+}
+
+std::string psiLine(const std::string& type, const std::string& avg10, const std::string& avg60,
+                    const std::string& avg300, const std::string& total) {
+  return "\"" + type + "_avg10\":" + avg10 + ",\"" + type + "_avg300\":" + avg300 + ",\"" + type +
+         "_avg60\":" + avg60 + ",\"" + type + "_total\":" + total;
+}
+
+Strings utilizations(const std::string& name, const Strings& percents) {
+  Strings lines;
+  for (const std::string& p : percents) lines.push_back(p.empty() ? "{}" : "{\"" + name + "\":" + p + "}");
+  return lines;
+}
+
+Strings cpu(const Strings& percents) {
+  return utilizations("CpuUtilization_%", percents);
+}
+Strings gpu(const Strings& percents) {
+  return utilizations("GpuUtilization_%", percents);
+}
+
+// The metrics of a meminfo text, and behind them "!" where the log says that they are incomplete.
+std::string memInfo(const std::string& text) {
+  const test::LogCapture log;
+  std::string line = metricsOf<SystemMemInfoCollector>({text}).at(0);
+  if (log.count("Did not find all required metrics in /proc/meminfo") > 0) line += "!";
+  return line;
+}
+
+}  // namespace
+
+TEST(PsiCollector, ReportsTheLinesThatTheKernelHas) {
+  const std::string some = psiLine("some", "1.53", "0.87", "0.2", "6227413");
+  EXPECT_EQ(psi(recorded("pressure-cpu-4.20")), "{" + some + "}");
+  EXPECT_EQ(psi(recorded("pressure-cpu-5.13")),
+            "{" + psiLine("full", "0.0", "0.0", "0.0", "0") + "," + some + "}");
+  EXPECT_EQ(psi(recorded("pressure-memory-6.12")),
+            "{" + psiLine("full", "0.12", "0.03", "0.01", "2113778") + "," +
+                psiLine("some", "12.34", "3.05", "100.0", "18446744073709551615") + "}");
+}
+
+TEST(PsiCollector, ReportsALineAsFarAsItCanBeRead) {
+  EXPECT_EQ(psi("\n\n"), "{}");
+  EXPECT_EQ(psi(" "), "{" + psiLine("", "0.0", "0.0", "0.0", "0") + "}");
+  EXPECT_EQ(psi("somewhat avg10=9.00"), "{" + psiLine("some", "0.0", "0.0", "0.0", "0") + "}");
+  EXPECT_EQ(psi("full avg10=1.00 avg60=x avg300=3.00 total=4"),
+            "{" + psiLine("full", "1.0", "0.0", "0.0", "0") + "}");
+  EXPECT_EQ(psi("irq\tavg10= 1.2345 avg60=-2 avg300=1e1total=-1"),
+            "{" + psiLine("irq", "1.23", "-2.0", "10.0", "18446744073709551615") + "}");
+  EXPECT_EQ(psi("some avg10=nan avg60=0x10 avg300=7\0 total=5"s),
+            "{" + psiLine("some", "null", "16.0", "7.0", "0") + "}");
+  EXPECT_EQ(psi("some avg10=5.00 avg60=1.00 avg300=1.00 total=1\nsome avg10=0.1234"),
+            "{" + psiLine("some", "0.12", "0.0", "0.0", "0") + "}");
+}
+
+// The quick way must give what scanf would, at every number of digits that it takes.
+TEST(PsiText, NumbersAreTheNearestOnes) {
+  for (const std::string number :
+       {"0.01", "33.33", "99.99999", "1234567.1", "16777217.00", "0.1000000001", "12.", ".5"}) {
+    const PsiLine line =
+        parsePsiLine("some avg10=" + number + " avg60=1.00 avg300=2.00 total=18446744073709551616");
+    EXPECT_EQ(line.avg10, strtof(number.c_str(), nullptr)) << number;
+    EXPECT_EQ(line.total, 18446744073709551615U) << number;
+  }
+}
+
+TEST(CpuUsageCollector, ASampleCoversTheTimeSinceTheOneBeforeAndTheFirstTheTimeSinceBoot) {
+  EXPECT_EQ(metricsOf<CpuUsageCollector>({"cpu  10 0 10 70 10\n", "cpu  30 10 30 200 30\n"}),
+            cpu({"20.0", "25.0"}));
+  // Where no time has passed or counters went backwards it is an integer.
+  EXPECT_EQ(
+      metricsOf<CpuUsageCollector>({"cpu 50 0 0 50", "cpu 50 0 0 50", "cpu 40 0 0 50", "cpu 50 0 0 50"}),
+      cpu({"50.0", "0", "0", "100.0"}));
+  EXPECT_EQ(metricsOf<CpuUsageCollector>({"cpu 0 0 0 100", "cpu 200 0 0 50"}), cpu({"0.0", "100.0"}));
+  // Samples without an aggregate line leave the baseline as it is.
+  EXPECT_EQ(metricsOf<CpuUsageCollector>(
+                {"cpu 10 0 0 10", "cpu0 99 0 0 1\n", "", "the cpu 5 6\n", "cpu 10 0 0 110"}),
+            cpu({"50.0", "", "", "", "0.0"}));
+}
+
+TEST(CpuUsageCollector, ReadsTheTextsOfEveryKernel) {
+  std::string many = "cpu  2560 0 0 7680 0 0 0 0 0 0\n";
+  for (int i = 0; i < 256; ++i) many += "cpu" + std::to_string(i) + " 10 0 0 30 0 0 0 0 0 0\n";
+  EXPECT_EQ(metricsOf<CpuUsageCollector>({many}), cpu({"25.0"}));
+  EXPECT_EQ(metricsOf<CpuUsageCollector>({recorded("stat-10-columns-6.12")}), cpu({"2.55"}));
+  EXPECT_EQ(metricsOf<CpuUsageCollector>({recorded("stat-8-columns")}), cpu({"6.01"}));
+  EXPECT_EQ(metricsOf<CpuUsageCollector>({recorded("stat-7-columns")}), cpu({"6.01"}));
+  // User and nice already hold the guests' time.
+  EXPECT_EQ(metricsOf<CpuUsageCollector>({"cpu 60 20 0 20 0 0 0 0 50 20", "cpu 160 40 0 40 0 0 0 0 150 40"}),
+            cpu({"80.0", "85.71"}));
+  // Torn and hostile lines count as far as they can be read.
+  EXPECT_EQ(metricsOf<CpuUsageCollector>({"cpu"}), cpu({"0"}));
+  EXPECT_EQ(metricsOf<CpuUsageCollector>({"cpu 10 0 x 10"}), cpu({"100.0"}));
+  EXPECT_EQ(metricsOf<CpuUsageCollector>({"intr 1\n \tcpu 1 0 0 3 "}), cpu({"25.0"}));
+  EXPECT_EQ(metricsOf<CpuUsageCollector>({"cpu 1 0 0 3\ncpu 2 0\n"}), cpu({"0"}));
+  EXPECT_EQ(metricsOf<CpuUsageCollector>({"cpu 123456789012345678901234567890 0 0 5"}), cpu({"100.0"}));
+}
+
+TEST(CpuUsageCollector, TheBaselineOutlivesADump) {
+  const test::Source source("cpu 50 0 0 50\n");
+  CpuUsageCollector collector(SystemStateCollectorConfig(60, 2), source.open());
+  collector.collectSystemStateData();
+  EXPECT_EQ(test::metrics(collector), cpu({"50.0"}));
+  EXPECT_EQ(test::metrics(collector), cpu({"0"}));
+}
+
+TEST(GpuCollector, EveryLineCoversTheTimeSinceTheOneBefore) {
+  EXPECT_EQ(metricsOf<GpuCollector>({"1000 10000\n", "3500 20000\n", "", "3600 20000\n"}),
+            gpu({"10.0", "25.0", "", "0"}));
+  EXPECT_EQ(metricsOf<GpuCollector>({"1 4\n2 8\n"}), gpu({"25.0"}));
+  // An empty line reads as zeroes, and counters that run backwards wrap.
+  EXPECT_EQ(metricsOf<GpuCollector>({"4 4\n\n"}), gpu({"100.0"}));
+  EXPECT_EQ(metricsOf<GpuCollector>({"100 100\n", "50 200\n"}), gpu({"100.0", "1.84467440737096e+19"}));
+  EXPECT_EQ(metricsOf<GpuCollector>({"x 5"}), gpu({"0"}));
+  EXPECT_EQ(metricsOf<GpuCollector>({"-18446744073709551615 +10"}), gpu({"10.0"}));
+  EXPECT_EQ(metricsOf<GpuCollector>({"0 18446744073709551616"}), gpu({"0.0"}));
+}
+
+TEST(SystemMemInfoCollector, ReportsFiveFiguresAndTheShareAvailable) {
+  EXPECT_EQ(memInfo(recorded("meminfo-4.14")),
+            R"({"Buffers_KB":59996,"Cached_KB":1624416,"MemAvail_%":45.55,"MemAvailable_KB":1729664,)"
+            R"("MemFree_KB":151692,"MemTotal_KB":3796948})");
+  EXPECT_EQ(memInfo(recorded("meminfo-6.12")),
+            R"({"Buffers_KB":620,"Cached_KB":50640,"MemAvail_%":98.86,"MemAvailable_KB":24403828,)"
+            R"("MemFree_KB":24471780,"MemTotal_KB":24684092})");
+  EXPECT_EQ(memInfo(recorded("meminfo-without-available")),
+            R"({"Buffers_KB":102332,"Cached_KB":816416,"MemFree_KB":6543216,"MemTotal_KB":8174240}!)");
+}
+
+TEST(SystemMemInfoCollector, CountsLinesUpToTheLastOfTheFive) {
+  EXPECT_EQ(
+      memInfo("Cached: 5\nBuffers: 4\n \nMemAvailable: 2\nMemFree: 1\nMemTotal: 8\nMemTotal: 4\nCached: 6\n"),
+      R"({"Buffers_KB":4,"Cached_KB":5,"MemAvail_%":25.0,"MemAvailable_KB":2,"MemFree_KB":1,"MemTotal_KB":8})");
+  // A name that comes twice counts twice, so three lines may lack one name and four are too many.
+  EXPECT_EQ(memInfo("MemTotal: 4\nMemTotal: 8\nMemFree: 1\n"),
+            R"({"MemAvail_%":0.0,"MemFree_KB":1,"MemTotal_KB":8})");
+  EXPECT_EQ(memInfo("MemTotal: 4\nMemTotal: 8\nMemFree: 1\nMemAvailable: 2\n"),
+            R"({"MemAvailable_KB":2,"MemFree_KB":1,"MemTotal_KB":8}!)");
+}
+
+TEST(SystemMemInfoCollector, ReadsOddLinesAsAStreamDoes) {
+  EXPECT_EQ(memInfo("MemTotal: 99999999999 kB\nMemFree: kB\nMemAvailable:\t-1 kB\nBuffers:\nCached: 12x"),
+            R"({"Buffers_KB":0,"Cached_KB":12,"MemAvail_%":100.0,"MemAvailable_KB":4294967295,)"
+            R"("MemFree_KB":0,"MemTotal_KB":4294967295})");
+  EXPECT_EQ(memInfo("MemTotal: 0\nMemFree: 0\nMemAvailable: 0\n"),
+            R"({"MemAvailable_KB":0,"MemFree_KB":0,"MemTotal_KB":0}!)");
+  // The last character of a name is taken for its colon, whatever it is.
+  EXPECT_EQ(memInfo("MemTotal 5 kB\nMemFreeX 6\n"), R"({"MemFree_KB":6}!)");
+  EXPECT_EQ(memInfo(""), "{}!");
+}
