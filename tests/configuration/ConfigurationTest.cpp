@@ -157,6 +157,29 @@ TEST_F(ChainTest, eachLayerWinsOverThoseBelow) {
   EXPECT_EQ(later->getString(kCount), "") << "an override has one type";
 }
 
+TEST_F(ChainTest, anUnusableStoreIsToldOnceAndTheDefaultsAnswer) {
+  test::LogCapture log;
+  constexpr char kSeconds[] = "crash-reporter-logcat-tail-seconds";
+  writeFile("{}");
+  writePreferences(R"({"crash-reporter-logcat-tail-seconds": 7})");
+  const auto chain = buildConfigurationChain();
+  EXPECT_EQ(chain->getInt(kSeconds), 7);
+  log.clear();
+  const std::string path = mDir.path("runtime/preferences.json");
+  ASSERT_EQ(unlink(path.c_str()), 0);
+  ASSERT_EQ(mkdir(path.c_str(), 0755), 0);
+  EXPECT_EQ(chain->getInt(kSeconds), 120);
+  EXPECT_EQ(chain->getInt(kSeconds), 120);
+  EXPECT_EQ(log.lines().size(), 1u);
+  ASSERT_EQ(rmdir(path.c_str()), 0);
+  writePreferences(R"({"crash-reporter-logcat-tail-seconds": )");
+  EXPECT_EQ(chain->getInt(kSeconds), 120);
+  EXPECT_EQ(chain->getInt(kSeconds), 120);
+  EXPECT_EQ(log.lines().size(), 2u);
+  writePreferences(R"({"crash-reporter-logcat-tail-seconds": 8})");
+  EXPECT_EQ(chain->getInt(kSeconds), 8);
+}
+
 TEST_F(ChainTest, overridesHaveOneValueATypeAndTheRestPassesThrough) {
   writeFile(R"({"crash-reporter-error-extra-data": {"a": 1}})");
   const auto chain = buildConfigurationChain();
