@@ -12,8 +12,10 @@
 
 #include <android-base/unique_fd.h>
 
+#include "DatagramBatch.h"
 #include "EventProcessor.h"
 #include "ReportEncoder.h"
+#include "ServiceSockets.h"
 
 namespace libstatsd {
 
@@ -32,8 +34,6 @@ class TurnLock {
   std::mutex mLock;
 };
 
-struct ReceiveBatch;
-
 // The statistics daemon of a host, one in a process and runtime directory. It owns the atom socket and the
 // status socket of the directory, and a thread that sleeps in poll(2) until one of them has something.
 //
@@ -44,6 +44,9 @@ class Statsd {
  public:
   // Becomes the service of `directory` and starts to receive; on failure a sentence that says why not.
   [[nodiscard]] static std::variant<std::unique_ptr<Statsd>, std::string> start(const std::string& directory);
+
+  // What start() ends with, on sockets of its making.
+  Statsd(ServiceSockets sockets, android::base::unique_fd stop);
   // Stops the thread and closes the sockets.
   ~Statsd();
 
@@ -54,9 +57,6 @@ class Statsd {
   StatsdStatus status(uid_t asker);
 
  private:
-  Statsd(android::base::unique_fd atoms, android::base::unique_fd statusListener,
-         android::base::unique_fd stop);
-
   void run();
   bool receiveAndLog();
   void drain();                          // needs mLock
@@ -64,23 +64,16 @@ class Statsd {
   void logNotices(const std::vector<std::string>& notices);
   bool answerStatus();
 
-  const android::base::unique_fd mAtoms;
-  const android::base::unique_fd mStatusListener;
+  const ServiceSockets mSockets;
   const android::base::unique_fd mStop;  // an eventfd
-  const size_t mQueueLength;             // datagrams that the kernel holds for mAtoms
+  const size_t mQueueLength;             // datagrams that the kernel holds for us
 
   TurnLock mLock;
   EventProcessor mProcessor;  // guarded by mLock, as are the next two
-  std::unique_ptr<ReceiveBatch> mBatch;
+  std::unique_ptr<DatagramBatch> mBatch;
   std::map<ConfigKey, std::pair<int64_t, int64_t>> mLastReport;  // elapsed and wall-clock ns
 
   std::thread mThread;
 };
-
-// The process's statsd for a runtime directory, started at the first call; it lives as long as the process.
-[[nodiscard]] std::variant<Statsd*, std::string> statsdOf(const std::string& directory);
-
-// The same where it has been started; else null.
-Statsd* runningStatsdOf(const std::string& directory);
 
 }  // namespace libstatsd

@@ -3,8 +3,8 @@
 #include <iterator>
 #include <optional>
 
+#include "ProcessStatsd.h"
 #include "ReportDecoder.h"
-#include "Statsd.h"
 #include "runtime/RuntimeDirectory.h"
 
 namespace libstatsd {

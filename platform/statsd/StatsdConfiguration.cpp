@@ -6,7 +6,7 @@
 
 #include <android/log.h>
 
-#include "Statsd.h"
+#include "ProcessStatsd.h"
 #include "runtime/LogLevel.h"
 #include "runtime/RuntimeDirectory.h"
 
