@@ -1,0 +1,42 @@
+#include <cstdlib>
+#include <memory>
+#include <vector>
+
+#include <android/log.h>
+
+#include "Transact.h"
+#include "service/DiagnosticsNotificationService.h"
+
+namespace {
+
+using namespace Torv::OS::Diagnostics;  // NOLINT(google-build-using-namespace): the service's own sources do
+
+// Aborts where an event gets through that is none.
+class StrictObserver : public Observer {
+ public:
+  void onEvent(int eventId, std::optional<std::unordered_map<std::string, std::string>> data) override {
+    if ((eventId != 0 && eventId != 1) || data) abort();
+  }
+};
+
+class SilentService : public DiagnosticsNotificationService {
+ public:
+  using DiagnosticsNotificationService::DiagnosticsNotificationService;
+  bool reportEvent(Telemetry::EventName, Telemetry::EventType, Telemetry::EventFlow, std::optional<int>,
+                   std::optional<int>, std::optional<std::string>, std::optional<std::string>) override {
+    return true;
+  }
+};
+
+android::sp<DiagnosticsNotificationService> makeService() {
+  __android_log_set_minimum_priority(ANDROID_LOG_FATAL);  // every event is logged
+  return new SilentService(std::vector<std::shared_ptr<Observer>>{std::make_shared<StrictObserver>()});
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static const android::sp<DiagnosticsNotificationService> service = makeService();
+  fuzz::transact(*service, data, size);
+  return 0;
+}

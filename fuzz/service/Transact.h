@@ -1,0 +1,15 @@
+// Sends what a fuzzer makes up to a binder object, as the binder would hand it over.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "dev/kerno/internal/diagnostics/BinderHeaders.h"
+
+namespace fuzz {
+
+// The first byte says whether the request begins with the interface's token and is one-way, the second what
+// code it has; the rest is its body. An answer that its client could not read aborts.
+void transact(android::BBinder& service, const uint8_t* data, size_t size);
+
+}  // namespace fuzz
