@@ -1,0 +1,9 @@
+#pragma once
+
+namespace servicebench {
+
+void registerTransactionBenches();
+void registerStepsBench();
+void registerIdleBenches();
+
+}  // namespace servicebench
