@@ -12,8 +12,8 @@
 namespace Torv::OS::Diagnostics {
 
 // Gives the state names of all processes small numbers, so that each name is stored and hashed once and not
-// once a process. A name lives as long as somebody holds it, so the table is never larger than the states
-// that use it. Not thread-safe: guarded by whatever guards the states.
+// once a process. A name lives as long as somebody holds it; what is left of it then is its number, a few
+// bytes that wait for the next new name. Not thread-safe: guarded by whatever guards the states.
 class KeyTable {
  public:
   using Id = uint32_t;
