@@ -15,7 +15,7 @@
 
 #include "support/Compare.h"
 
-extern "C" void* __libc_malloc(size_t size);
+extern "C" void* __libc_malloc(size_t size);  // NOLINT(bugprone-reserved-identifier)
 
 namespace {
 
@@ -97,7 +97,7 @@ void fixedSizeReads(benchmark::State& state) {
     parcel.writeBool(true);
   }
   const size_t before = gAllocations;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     parcel.setDataPosition(0);
     for (int i = 0; i < kRounds; ++i) {
       benchmark::DoNotOptimize(parcel.readInt32());
@@ -112,12 +112,13 @@ void fixedSizeReads(benchmark::State& state) {
   if (allocations > 0) state.SetLabel("OVER");
 }
 
+BENCHMARK(fixedSizeReads)->Name("4,000 reads of fixed size");
+
 }  // namespace
 
 int main(int argc, char** argv) {
   bench::pinToCore(0);
   bench::registerComparison("write and read a tree of 1,000 strings", 201, thousandStrings);
-  benchmark::RegisterBenchmark("4,000 reads of fixed size", fixedSizeReads);
   benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();
   return 0;

@@ -94,7 +94,7 @@ sockaddr_un bareAddress(const std::string& directory) {
 // A thread for each connection. A connection begins with the size of its replies.
 void serveBare(int listener) {
   for (;;) {
-    const int fd = accept(listener, nullptr, nullptr);
+    const int fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
     if (fd < 0) _exit(1);
     std::thread([fd] {
       std::vector<char> buffer(sizeof(size_t));
@@ -158,6 +158,7 @@ void roundTrip64KiB(benchmark::State& state) {
 
 void inThreads(const std::function<void(int)>& body) {
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int i = 0; i < kThreads; ++i) threads.emplace_back(body, i);
   for (auto& thread : threads) thread.join();
 }

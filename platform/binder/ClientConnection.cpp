@@ -24,7 +24,7 @@ using android::base::unique_fd;
 // How long a one-way call waits for a server whose queues are full before it fails.
 constexpr std::chrono::milliseconds kPostPatience{1000};
 // What a reply is read into before its size is known.
-constexpr size_t kStagingSize = 16 * 1024;
+constexpr size_t kStagingSize = size_t{16} * 1024;
 // Set by every client on the device: its transactions may be answered with descriptors.
 constexpr uint32_t kAcceptsFds = 0x10;
 

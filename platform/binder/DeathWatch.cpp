@@ -25,11 +25,12 @@ using android::base::unique_fd;
 
 class DeathWatch {
  public:
-  bool add(int32_t handle, std::shared_ptr<RemoteService> service, android::wp<android::BpBinder> proxy) {
+  bool add(int32_t handle, std::shared_ptr<RemoteService> service,
+           const android::wp<android::BpBinder>& proxy) {
     unique_fd socket = connectTo(*service);
     if (!socket.ok()) return false;
     std::lock_guard guard(mMutex);
-    mWatched.insert_or_assign(handle, Watched{std::move(service), std::move(proxy), std::move(socket)});
+    mWatched.insert_or_assign(handle, Watched{std::move(service), proxy, std::move(socket)});
     if (mRunning) {
       eventfd_write(mChanged.get(), 1);
     } else {
@@ -114,8 +115,8 @@ DeathWatch& deathWatch() {
 }  // namespace
 
 bool watchForDeath(int32_t handle, std::shared_ptr<RemoteService> service,
-                   android::wp<android::BpBinder> proxy) {
-  return deathWatch().add(handle, std::move(service), std::move(proxy));
+                   const android::wp<android::BpBinder>& proxy) {
+  return deathWatch().add(handle, std::move(service), proxy);
 }
 
 void stopWatchingForDeath(int32_t handle) {

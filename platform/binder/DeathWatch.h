@@ -13,7 +13,7 @@ struct RemoteService;
 // It has a connection of its own to each server, whose end it waits for. False where the server is dead
 // already. Thread-safe.
 [[nodiscard]] bool watchForDeath(int32_t handle, std::shared_ptr<RemoteService> service,
-                                 android::wp<android::BpBinder> proxy);
+                                 const android::wp<android::BpBinder>& proxy);
 void stopWatchingForDeath(int32_t handle);
 
 }  // namespace platform::binder

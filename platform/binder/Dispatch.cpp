@@ -6,7 +6,7 @@ namespace platform::binder {
 namespace {
 
 // The parcels of a worker keep up to this much memory.
-constexpr size_t kKeptCapacity = 64 * 1024;
+constexpr size_t kKeptCapacity = size_t{64} * 1024;
 
 void clear(android::Parcel& parcel) {
   if (parcel.dataCapacity() > kKeptCapacity || parcel.errorCheck() != android::OK) {

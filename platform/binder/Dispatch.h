@@ -25,7 +25,7 @@ constexpr Peer unpackIdentity(int64_t token) {
 
 // What each thread of a server's pool keeps from one transaction to the next. Large buffers are let go.
 struct Worker {
-  std::array<uint8_t, 64 * 1024> incoming;
+  std::array<uint8_t, size_t{64} * 1024> incoming;
   android::Parcel request;
   android::Parcel reply;
   // A queue that this thread has become the runner of, and will run when it has armed its connection.

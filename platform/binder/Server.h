@@ -26,7 +26,7 @@ struct ServerLimits {
   // For how long a frame may be begun and not ended, or a reply not be taken.
   std::chrono::milliseconds patience{5000};
   // What such frames and replies may hold together.
-  size_t maxStalledBytes = 32 * 1024 * 1024;
+  size_t maxStalledBytes = size_t{32} * 1024 * 1024;
   // Connections at a time; 0: three quarters of the descriptors that the process may have.
   size_t maxConnections = 0;
 };

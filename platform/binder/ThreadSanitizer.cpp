@@ -1,5 +1,5 @@
-// Part of the library only where it is built for ThreadSanitizer, which does not see into Debian's libutils: the
-// reference counts there order the last use of an object before its destructor, and without them every
+// Part of the library only where it is built for ThreadSanitizer, which does not see into Debian's libutils:
+// the reference counts there order the last use of an object before its destructor, and without them every
 // object that dies on another thread than the one that used it last looks like a race.
 
 extern "C" {

@@ -42,7 +42,7 @@ TEST(FrameReader, GivesTheSameFramesHoweverTheStreamIsCut) {
     FrameReader reader(FrameKind::Transaction);
     std::vector<std::string> frames;
     for (size_t at = 0; at < stream.size(); at += step) {
-      std::vector<uint8_t> part(stream.begin() + at, stream.begin() + std::min(at + step, stream.size()));
+      std::vector<uint8_t> part(stream.data() + at, stream.data() + std::min(at + step, stream.size()));
       reader.feed(part.data(), part.size());
       Frame next;
       while (reader.next(&next) == Result::Frame) frames.push_back(text(next));

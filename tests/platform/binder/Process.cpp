@@ -21,6 +21,7 @@ Process::Process(std::vector<std::string> arguments) {
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, input.get(), STDOUT_FILENO);
   std::vector<char*> argv;
+  argv.reserve(arguments.size() + 1);
   for (std::string& argument : arguments) argv.push_back(argument.data());
   argv.push_back(nullptr);
   if (posix_spawn(&mPid, program.c_str(), &actions, nullptr, argv.data(), environ) != 0) mPid = -1;

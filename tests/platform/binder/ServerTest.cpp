@@ -20,7 +20,6 @@
 
 namespace {
 
-using android::Parcel;
 using android::sp;
 using android::base::unique_fd;
 using platform::binder::FrameHeader;

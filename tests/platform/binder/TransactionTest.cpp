@@ -188,8 +188,10 @@ TEST_F(ServedTransactionTest, ThreadsOfAClientDoNotQueueBehindEachOther) {
 
 TEST_F(ServedTransactionTest, TwoHundredClientsAreServedAtOnce) {
   std::atomic<int> answered{0};
+  constexpr int kClients = 200;
   std::vector<std::thread> clients;
-  for (int i = 0; i < 200; ++i) {
+  clients.reserve(kClients);
+  for (int i = 0; i < kClients; ++i) {
     clients.emplace_back([&] {
       for (int j = 0; j < 5; ++j) {
         Parcel reply;
@@ -208,6 +210,7 @@ TEST_F(ServedTransactionTest, OneWayCallsOfAClientRunInOrder) {
   constexpr int kClients = 4;
   constexpr int kCalls = 200;
   std::vector<std::thread> clients;
+  clients.reserve(kClients);
   for (int i = 0; i < kClients; ++i) {
     clients.emplace_back([&, i] {
       for (int j = 0; j < kCalls; ++j) {
@@ -241,7 +244,7 @@ TEST_F(ServedTransactionTest, AOneWayFloodBeyondTheBacklogIsRefusedAndNotLost) {
   while (true) {
     Parcel data;
     data.writeInt32(accepted);
-    data.setDataSize(64 * 1024);
+    data.setDataSize(65536);
     const status_t status = mService->transact(TestService::kNote, data, nullptr, IBinder::FLAG_ONEWAY);
     if (status != android::OK) {
       EXPECT_EQ(status, android::FAILED_TRANSACTION);
