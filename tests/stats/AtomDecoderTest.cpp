@@ -58,11 +58,6 @@ TEST(AtomDecoder, TakesWhateverAnAtomOfThisKindMayHold) {
   }
 }
 
-TEST(AtomDecoder, TakesNegativePidsAsStatsdAndAsProtobufWriteThem) {
-  EXPECT_THAT(decoded("\x08\xff\xff\xff\xff\x0f"), ElementsAre("-1/=@1"));
-  EXPECT_THAT(decoded(payloadOf(-1, "", "")), ElementsAre("-1/=@1"));
-}
-
 TEST(AtomDecoder, TakesMissingFieldsAsEmptyWhateverCameBefore) {
   const std::string big(100, 'v');
   EXPECT_THAT(
