@@ -6,9 +6,9 @@ fetch_all() {
   mkdir -p "$cache/$arch" || die "cannot make the cache $cache" 5
   exec 8>"$cache/lock"
   flock 8
-  fetch_folder "$source" fetch_source
   fetch_folder "$kernel" fetch_kernel
   [ -z "$sysroot" ] || fetch_folder "$sysroot" fetch_sysroot
+  fetch_folder "$source" fetch_source
   flock -u 8
 }
 

@@ -1,7 +1,6 @@
 #include "Machine.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -60,8 +59,6 @@ class RegistrationListener : public android::BBinder {
 
 sp<RegistrationListener> listener;
 std::optional<Child> daemonProcess;
-pid_t deadProcess = -1;
-std::chrono::steady_clock::time_point deadSince;
 
 bool listenFor(const char* name) {
   constexpr uint32_t kRegisterForNotifications = 5;
@@ -80,16 +77,6 @@ void layOutRuntimeDirectory() {
   for (const char* name : {"", "/properties"}) {
     if (chown((std::string(kRuntimeDirectory) + name).c_str(), kSystem, kSystem) != 0) perror("chown");
   }
-}
-
-bool letOneDie() {
-  Child application(kApplication, {"publish", "last_words", "told"});
-  if (!application.ready()) return false;
-  deadProcess = application.pid();
-  application.kill(SIGKILL);
-  application.wait();
-  deadSince = std::chrono::steady_clock::now();
-  return true;
 }
 
 void flattenInto(const PersistableBundle& bundle, const std::string& prefix, Flat& out) {
@@ -125,12 +112,8 @@ bool Machine::start() {
     std::printf("The service manager takes no listeners\n");
     return false;
   }
-  if (!startDaemon()) {
-    std::printf("The daemon does not answer\n");
-    return false;
-  }
-  if (letOneDie()) return true;
-  std::printf("No process could publish a state\n");
+  if (startDaemon()) return true;
+  std::printf("The daemon does not answer\n");
   return false;
 }
 
@@ -156,14 +139,6 @@ bool Machine::startDaemon() {
 
 std::vector<std::string> Machine::registrations() {
   return listener->names();
-}
-
-pid_t Machine::deadPid() {
-  return deadProcess;
-}
-
-std::chrono::steady_clock::time_point Machine::deathTime() {
-  return deadSince;
 }
 
 bool eventually(std::chrono::seconds limit, const std::function<bool()>& condition) {

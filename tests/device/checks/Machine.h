@@ -22,8 +22,8 @@ using dev::kerno::internal::diagnostics::IDiagnosticsNotificationService;
 // What stands before the first check and serves all of them.
 class Machine {
  public:
-  // Lays out the runtime directory, listens for registrations, starts the daemon, and lets a process of the
-  // application's uid publish a state and die at once. False, with a word on the console, if that fails.
+  // Lays out the runtime directory, listens for registrations and starts the daemon. False, with a word on
+  // the console, if that fails.
   static bool start();
   static void stop();
 
@@ -32,9 +32,6 @@ class Machine {
   static bool startDaemon();
   // The names that the service manager announced since start(), in its order.
   static std::vector<std::string> registrations();
-  // The pid of the process that died before the first check, and when.
-  static pid_t deadPid();
-  static std::chrono::steady_clock::time_point deathTime();
 };
 
 // Tries every 20 ms until `condition` holds; false after `limit`.
