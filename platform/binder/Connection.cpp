@@ -52,11 +52,17 @@ void Connection::onEvent(Worker& worker) {
       break;
     case Next::Close:
       endStall();
+      if (mDropped) logWarning("%s stalled for too long; the connection is closed", describe().c_str());
       mServer.forget(*this);
       break;
   }
   // Armed, the connection may be in another thread's hands: only the queue is touched from here.
   if (const auto queue = std::exchange(worker.toRun, nullptr); queue != nullptr) queue->run(worker);
+}
+
+void Connection::drop() {
+  mDropped = true;
+  shutdown(fd(), SHUT_RDWR);
 }
 
 void Connection::oneWayDone(size_t payloadSize) {
@@ -102,7 +108,9 @@ Connection::Next Connection::advance(Worker& worker) {
           case Received::Nothing:
             return awaitMore();
           case Received::End:
-            if (mReader.inFrame()) logWarning("%s closed in the middle of a frame", describe().c_str());
+            if (mReader.inFrame() && !mDropped) {
+              logWarning("%s closed in the middle of a frame", describe().c_str());
+            }
             return Next::Close;
         }
         break;

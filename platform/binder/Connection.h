@@ -42,6 +42,8 @@ class Connection final : public EventSource, public std::enable_shared_from_this
   // When it was last used, as a count of the server's events; 0 while it is in use. Any thread.
   uint64_t idleSince() const { return mIdleSince.load(std::memory_order_relaxed); }
 
+  // Ends the connection because it stalls. Any thread; whoever has it next closes it.
+  void drop();
   // A one-way transaction of this connection has run. Any thread.
   void oneWayDone(size_t payloadSize);
 
@@ -66,6 +68,7 @@ class Connection final : public EventSource, public std::enable_shared_from_this
   const android::base::unique_fd mSocket;
   const Peer mPeer;
   std::atomic<uint64_t> mIdleSince{0};
+  std::atomic<bool> mDropped{false};
 
   // Of the thread that has the event.
   FrameReader mReader{FrameKind::Transaction};

@@ -59,6 +59,7 @@ android::status_t dispatch(android::BBinder& binder, Peer caller, const Frame& f
   }
   // A positive result counts as success.
   if (status > android::OK) status = android::OK;
+  if (status == android::OK) status = worker.reply.errorCheck();
   if (status != android::OK) clear(worker.reply);
   return status;
 }

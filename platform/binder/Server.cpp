@@ -15,6 +15,8 @@
 #include <sys/timerfd.h>
 #include <unistd.h>
 
+#include <binder/ProcessState.h>
+
 #include "Fork.h"
 #include "Log.h"
 #include "OneWayQueue.h"
@@ -165,9 +167,8 @@ void Server::arm(int fd, uint32_t events, EventSource* source) {
   if (epoll_ctl(mEpoll.get(), EPOLL_CTL_MOD, fd, &event) != 0) logError("epoll: %s", strerror(errno));
 }
 
-StallWatch::Ticket Server::stalled(StallWatch::Clock::time_point now, size_t bytes,
-                                   const Connection& connection) {
-  const auto ticket = mStalls.add(now, bytes, [fd = connection.fd()] { shutdown(fd, SHUT_RDWR); });
+StallWatch::Ticket Server::stalled(StallWatch::Clock::time_point now, size_t bytes, Connection& connection) {
+  const auto ticket = mStalls.add(now, bytes, [&connection] { connection.drop(); });
   mTimer->start(mStalls.due(now));
   return ticket;
 }
@@ -240,7 +241,10 @@ void Server::spawnThread() {
     ++mInPool;
   }
   try {
-    std::thread([this] { run(); }).detach();
+    std::thread([this] {
+      android::ProcessState::self()->giveThreadPoolName();
+      run();
+    }).detach();
   } catch (const std::system_error& error) {
     logError("cannot start a thread: %s", error.what());
     std::lock_guard guard(mMutex);

@@ -64,7 +64,7 @@ class Server {
   bool hasIdleThread() const { return mIdle.load(std::memory_order_relaxed) > 0; }
   uint64_t countEvent() { return mEvents.fetch_add(1, std::memory_order_relaxed) + 1; }
   StallWatch& stalls() { return mStalls; }
-  StallWatch::Ticket stalled(StallWatch::Clock::time_point now, size_t bytes, const Connection& connection);
+  StallWatch::Ticket stalled(StallWatch::Clock::time_point now, size_t bytes, Connection& connection);
 
   // Takes on the connections that wait at `listener`, then arms it; where there is no room for another one,
   // it drops the one that has been idle for longest and arms the listener when there is.

@@ -194,6 +194,11 @@ TEST_F(ServerTest, AClientThatStallsForTooLongIsDropped) {
   half.send({'B', 'X'});
   EXPECT_FALSE(half.reply());
   EXPECT_TRUE(good.answers());  // idle for as long, and welcome
+  while (mLog.texts(ANDROID_LOG_WARN).empty()) std::this_thread::yield();
+  mServer.reset();
+  const auto lines = mLog.texts(ANDROID_LOG_WARN);
+  EXPECT_EQ(lines.size(), 1u);
+  EXPECT_NE(lines[0].find("stalled for too long"), std::string::npos);
 }
 
 TEST_F(ServerTest, StalledClientsAreDroppedSoonerWhenTheyHoldTooMuch) {
