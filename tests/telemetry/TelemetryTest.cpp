@@ -140,7 +140,7 @@ TEST_F(TelemetryTest, anEventThatCannotBeStoredIsReportedAsSuch) {
       "DiagnosticsCollectorTelemetry: Failed to log diagnostics collector report event!";
   EXPECT_TRUE(log.has(ANDROID_LOG_ERROR, "DiagnosticsCollectorService", kFailed));
   EXPECT_EQ(log.count(kFailed), 2u);
-  EXPECT_EQ(log.lines().size(), 3u) << "why is said once";
+  EXPECT_EQ(log.texts(ANDROID_LOG_ERROR).size(), 3u) << "why is said once";
 }
 
 TEST_F(TelemetryTest, disabledTelemetrySendsNothing) {

@@ -145,9 +145,9 @@ TEST_F(ModuleTest, valuesAreTyped) {
 TEST_F(ModuleTest, aStoreThatCannotBeUsedAnswersWithAnError) {
   const test::ScopedEnv nowhere("TORV_RUNTIME_DIR", mDir.path("missing"));
   const test::LogCapture log;
+  Listener listener;
   const Manager manager = makeManager();
   int32_t value = 0;
-  Listener listener;
   EXPECT_EQ(manager->getInt("a", &value), v4::kNotFound);
   EXPECT_EQ(manager->setInt("a", 1), v4::kStoreError);
   EXPECT_EQ(manager->registerListener(&listener, {}), v4::kStoreError);
@@ -156,9 +156,9 @@ TEST_F(ModuleTest, aStoreThatCannotBeUsedAnswersWithAnError) {
 
 TEST_F(ModuleTest, listenersHearOfTheirKeysFromOtherProcesses) {
   mDir.write("preferences.json", R"({"kept": 1, "changed": 1, "removed": true})");
-  const Manager manager = makeManager();
   Listener listener;
   Listener other;
+  const Manager manager = makeManager();  // gone before its listeners
   const OSSDK::String keys[] = {"added", "removed", "changed", "kept"};
   ASSERT_EQ(manager->registerListener(&listener, {keys, 4}), v4::kOk);
   const OSSDK::String otherKeys[] = {"unheard", "kept"};
@@ -192,8 +192,8 @@ TEST_F(ModuleTest, listenersHearThatTheDirectoryIsGone) {
   const std::string runtime = outer.path("runtime");
   outer.write("runtime/preferences.json", R"({"a": 1})");
   const test::ScopedEnv there("TORV_RUNTIME_DIR", runtime);
-  const Manager manager = makeManager();
   Listener listener;
+  const Manager manager = makeManager();
   const OSSDK::String key = "a";
   ASSERT_EQ(manager->registerListener(&listener, {&key, 1}), v4::kOk);
   EXPECT_EQ(listener.next(), "connected");

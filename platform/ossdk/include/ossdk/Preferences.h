@@ -57,8 +57,8 @@ class IPreferencesManager {
   virtual Status setInt(String key, int32_t value) = 0;
   virtual Status setBool(String key, bool value) = 0;
 
-  // Reports changes of `keys` to `listener` until the manager is destroyed, which waits for a running call
-  // of the listener and so must not be done from within one.
+  // Reports changes of `keys` to `listener`, which must outlive the manager: destroying that ends the
+  // subscription, waits for a running call of the listener, and so must not be done from within one.
   virtual Status registerListener(IPreferencesListener* listener, Array<String> keys) = 0;
 
  protected:
