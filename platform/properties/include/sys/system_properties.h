@@ -3,6 +3,9 @@
 // area. All calls are thread-safe.
 #pragma once
 
+// The names are the C library's own.
+// NOLINTBEGIN(bugprone-reserved-identifier)
+
 #include <stdint.h>
 
 #ifdef __cplusplus
@@ -41,3 +44,5 @@ int __system_property_foreach(void (*callback)(const prop_info* property, void* 
 #ifdef __cplusplus
 }
 #endif
+
+// NOLINTEND(bugprone-reserved-identifier)
