@@ -82,12 +82,12 @@ TEST(PsiCollector, ReportsALineAsFarAsItCanBeRead) {
 // The quick way must give what scanf would, at every number of digits that it takes.
 TEST(PsiText, NumbersAreTheNearestOnes) {
   for (const std::string number :
-       {"0.01", "33.33", "99.99999", "1234567.1", "16777217.00", "0.1000000001", "12.", ".5"}) {
-    const PsiLine line =
-        parsePsiLine("some avg10=" + number + " avg60=1.00 avg300=2.00 total=18446744073709551616");
+       {"0.01", "33.33", "99.99999", "123456.7", "1688886.1", "0.1000000001", "12.", ".5"}) {
+    const PsiLine line = parsePsiLine("some avg10=" + number + " avg60=1.00 avg300=2.00 total=3");
     EXPECT_EQ(line.avg10, strtof(number.c_str(), nullptr)) << number;
-    EXPECT_EQ(line.total, 18446744073709551615U) << number;
   }
+  EXPECT_EQ(parsePsiLine("some avg10=0.00 avg60=1.00 avg300=2.00 total=18446744073709551616").total,
+            18446744073709551615U);
 }
 
 TEST(CpuUsageCollector, ASampleCoversTheTimeSinceTheOneBeforeAndTheFirstTheTimeSinceBoot) {
@@ -165,9 +165,11 @@ TEST(SystemMemInfoCollector, CountsLinesUpToTheLastOfTheFive) {
 }
 
 TEST(SystemMemInfoCollector, ReadsOddLinesAsAStreamDoes) {
-  EXPECT_EQ(memInfo("MemTotal: 99999999999 kB\nMemFree: kB\nMemAvailable:\t-1 kB\nBuffers:\nCached: 12x"),
-            R"({"Buffers_KB":0,"Cached_KB":12,"MemAvail_%":100.0,"MemAvailable_KB":4294967295,)"
-            R"("MemFree_KB":0,"MemTotal_KB":4294967295})");
+  EXPECT_EQ(
+      memInfo(
+          "MemTotal:\v\f\r99999999999 kB\nMemFree: kB\nMemAvailable:\t-4294967296 kB\nBuffers:\nCached: 12x"),
+      R"({"Buffers_KB":0,"Cached_KB":12,"MemAvail_%":100.0,"MemAvailable_KB":4294967295,)"
+      R"("MemFree_KB":0,"MemTotal_KB":4294967295})");
   EXPECT_EQ(memInfo("MemTotal: 0\nMemFree: 0\nMemAvailable: 0\n"),
             R"({"MemAvailable_KB":0,"MemFree_KB":0,"MemTotal_KB":0}!)");
   // The last character of a name is taken for its colon, whatever it is.
