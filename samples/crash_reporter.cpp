@@ -112,10 +112,14 @@ Json::Value toJson(const PersistableBundle& bundle) {
   return object;
 }
 
+// What a double holds for certain: with more, 93.6 would be written as 93.599999999999994.
+constexpr int kDigits = 15;
+
 // One line without control characters: what applications publish does not drive the terminal.
 std::string oneLine(const Json::Value& value) {
   Json::StreamWriterBuilder settings;
   settings["indentation"] = "";
+  settings["precision"] = kDigits;
   std::string text = value.isString() ? value.asString() : Json::writeString(settings, value);
   for (char& c : text) {
     if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = '?';
@@ -145,7 +149,7 @@ void print(int pid, const Json::Value& report) {
   const Json::Value& states = report["process"]["ApplicationStateData"];
   puts(states.empty() ? "  It had published no state." : "  It had last published:");
   printMembers(states);
-  printf("\n  %u processes have published states.\n", report["all_processes"].size());
+  printf("\n  Processes that have published states: %u\n", report["all_processes"].size());
   const Json::Value& context = report["system"]["SystemContextData"];
   puts("\n  The system:");
   printMembers(context);
@@ -162,8 +166,11 @@ void print(int pid, const Json::Value& report) {
 }
 
 void write(const std::string& path, const Json::Value& report) {
+  Json::StreamWriterBuilder settings;
+  settings["indentation"] = "  ";
+  settings["precision"] = kDigits;
   std::ofstream file(path);
-  file << report << '\n';
+  file << Json::writeString(settings, report) << '\n';
   file.close();
   if (!file) throw std::runtime_error("cannot write " + path);
   printf("\nWritten to %s\n", path.c_str());

@@ -140,6 +140,7 @@ Json::Value toJson(const PersistableBundle& bundle) {
 
 void printJson(const Json::Value& document) {
   Json::StreamWriterBuilder settings;
+  settings["precision"] = 15;  // what a double holds for certain: 93.6 and not 93.599999999999994
   settings["indentation"] = "  ";
   printf("%s\n", Json::writeString(settings, document).c_str());
 }
