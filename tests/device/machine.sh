@@ -36,7 +36,7 @@ take_libraries() {
 # run_machine: boots, shows the console, and turns what the guest said into an exit code. What is left of four
 # minutes is the machine's, three at least: a first run has spent more on fetching and building.
 run_machine() {
-  local log=build/device-$arch/console.log limit=$((240 - SECONDS)) arguments= status=0 shown
+  local log=build/device-$arch/console.log limit=$((240 - SECONDS)) arguments='' status=0 shown
   [ "$limit" -ge 180 ] || limit=180
   [ "$record" = no ] || arguments=record
   : >"$log"

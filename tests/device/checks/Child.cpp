@@ -33,6 +33,7 @@ struct Pipe {
     fail("setresuid");
   }
   std::vector<char*> arguments;
+  arguments.reserve(command.size() + 1);
   for (const std::string& argument : command) arguments.push_back(const_cast<char*>(argument.c_str()));
   arguments.push_back(nullptr);
   execv(arguments[0], arguments.data());

@@ -29,6 +29,7 @@ TEST(Endurance, SixteenClientsAtOnceGetTheirAnswers) {
   Child application(kApplication, {"publish", "who", "everyone's"});
   ASSERT_TRUE(application.ready());
   std::vector<Child> clients;
+  clients.reserve(16);
   for (int i = 0; i < 16; ++i) {
     clients.emplace_back(
         i % 2 == 0 ? kApplication : kSystem,

@@ -69,6 +69,7 @@ TEST(History, PressureIsTheKernelsOwn) {
 TEST(History, BusyProcessorsShowInUtilisationAndPressure) {
   const uint64_t before = numberAfter("/proc/pressure/cpu", "total=");
   std::vector<Child> spinners;
+  spinners.reserve(4);
   for (int i = 0; i < 4; ++i) spinners.emplace_back(kApplication, std::vector<std::string>{"spin"});
   EXPECT_TRUE(eventually(std::chrono::seconds(20), [&] {
     return hasReached("cpu_utilization", "CpuUtilization_%", 90, 100) &&

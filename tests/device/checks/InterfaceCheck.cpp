@@ -52,7 +52,7 @@ TEST(Interface, RealLibraryPacksWhatIsRecorded) {
   for (const auto& [name, hex] : packParcels()) {
     std::string line;
     ASSERT_TRUE(std::getline(recorded, line)) << "not recorded: " << name;
-    EXPECT_EQ(line, name + " " + hex);
+    EXPECT_EQ(line, (name + " ").append(hex));
   }
 }
 

@@ -34,7 +34,7 @@ double microsecondsOfCall(const sp<android::IBinder>& binder, uint32_t code, con
 }
 
 double quantile(std::vector<double> values, double share) {
-  const auto at = values.begin() + static_cast<ptrdiff_t>(share * values.size());
+  const auto at = values.begin() + static_cast<ptrdiff_t>(share * static_cast<double>(values.size()));
   std::nth_element(values.begin(), at, values.end());
   return *at;
 }

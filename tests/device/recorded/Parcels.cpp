@@ -45,8 +45,7 @@ class RequestCatcher : public android::BBinder {
 // Answers every request with one status and one bundle.
 class FixedCollector : public BnDiagnosticsCollectorService {
  public:
-  FixedCollector(Status status, PersistableBundle answer)
-      : mStatus(std::move(status)), mAnswer(std::move(answer)) {}
+  FixedCollector(const Status& status, const PersistableBundle& answer) : mStatus(status), mAnswer(answer) {}
 
  private:
   Status getApplicationStateDataForProcess(int32_t, const String16&, PersistableBundle* data) override {

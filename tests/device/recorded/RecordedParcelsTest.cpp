@@ -13,7 +13,7 @@ TEST(RecordedParcels, EveryRequestAndReplyEqualsTheRealLibrarys) {
   std::string line;
   for (const auto& [name, hex] : packParcels()) {
     ASSERT_TRUE(std::getline(recorded, line)) << "not recorded: " << name;
-    EXPECT_EQ(name + " " + hex, line);
+    EXPECT_EQ((name + " ").append(hex), line);
   }
   EXPECT_FALSE(std::getline(recorded, line)) << "recorded, but packed no more: " << line;
 }
