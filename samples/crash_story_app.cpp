@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <iterator>
 #include <string>
 #include <thread>
@@ -58,12 +59,10 @@ class Publisher {
 };
 
 long residentKib() {
-  long pages = 0;
-  if (FILE* file = fopen("/proc/self/statm", "re")) {
-    if (fscanf(file, "%*s %ld", &pages) != 1) pages = 0;
-    fclose(file);
-  }
-  return pages * (sysconf(_SC_PAGESIZE) / 1024);
+  long all = 0;
+  long resident = 0;
+  std::ifstream("/proc/self/statm") >> all >> resident;
+  return resident * (sysconf(_SC_PAGESIZE) / 1024);
 }
 
 char* newPicture() {

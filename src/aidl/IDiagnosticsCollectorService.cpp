@@ -5,7 +5,6 @@
 
 namespace dev::kerno::internal::diagnostics {
 
-using ::android::BBinder;
 using ::android::IBinder;
 using ::android::OK;
 using ::android::Parcel;
@@ -66,7 +65,7 @@ Status call(IBinder* remote, IDiagnosticsCollectorService::Transaction code, con
 status_t BnDiagnosticsCollectorService::onTransact(uint32_t code, const Parcel& data, Parcel* reply,
                                                    uint32_t flags) {
   if (code < kGetApplicationStateDataForProcess || code > kGetSystemContextData) {
-    return BBinder::onTransact(code, data, reply, flags);
+    return ::android::BBinder::onTransact(code, data, reply, flags);
   }
   if (!data.checkInterface(this)) return ::android::BAD_TYPE;
   status_t result = OK;

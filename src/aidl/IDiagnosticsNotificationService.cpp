@@ -5,7 +5,6 @@
 
 namespace dev::kerno::internal::diagnostics {
 
-using ::android::BBinder;
 using ::android::IBinder;
 using ::android::OK;
 using ::android::Parcel;
@@ -32,7 +31,7 @@ status_t transactNotify(IDiagnosticsNotificationService& service, const Parcel& 
 
 status_t BnDiagnosticsNotificationService::onTransact(uint32_t code, const Parcel& data, Parcel* reply,
                                                       uint32_t flags) {
-  if (code != kNotifySystemEvent) return BBinder::onTransact(code, data, reply, flags);
+  if (code != kNotifySystemEvent) return ::android::BBinder::onTransact(code, data, reply, flags);
   if (!data.checkInterface(this)) return ::android::BAD_TYPE;
   const status_t result = transactNotify(*this, data);
   // A caller that asks for an answer all the same hears of a bundle that is missing or null.

@@ -17,7 +17,6 @@ namespace {
 
 using android::IBinder;
 using android::Parcel;
-using android::sp;
 using android::status_t;
 using android::String16;
 using android::os::PersistableBundle;

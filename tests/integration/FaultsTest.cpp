@@ -18,7 +18,6 @@ namespace fs = std::filesystem;
 using android::String16;
 using android::os::PersistableBundle;
 using fixture::Daemon;
-using fixture::eventually;
 using fixture::Process;
 using fixture::ProcessOptions;
 using fixture::staged;

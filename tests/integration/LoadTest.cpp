@@ -22,7 +22,7 @@ using std::chrono::steady_clock;
 
 double loadSeconds() {
   const char* seconds = getenv("DIAG_LOAD_SECONDS");
-  return seconds != nullptr ? atof(seconds) : 6;
+  return seconds != nullptr ? strtod(seconds, nullptr) : 6;
 }
 
 size_t median(std::vector<size_t> values) {

@@ -7,6 +7,7 @@
 #include <optional>
 #include <thread>
 
+#include <dlfcn.h>
 #include <malloc.h>
 #include <signal.h>
 
@@ -14,13 +15,12 @@
 
 int serviceMain();  // src/service/main.cpp
 
-// There where a sanitizer has put its own allocator in the place of the C library's.
-extern "C" __attribute__((weak)) size_t __sanitizer_get_current_allocated_bytes();
-
 namespace {
 
 size_t heapInUse() {
-  if (__sanitizer_get_current_allocated_bytes != nullptr) return __sanitizer_get_current_allocated_bytes();
+  // There where a sanitizer has put its own allocator in the place of the C library's.
+  void* const sanitizers = dlsym(RTLD_DEFAULT, "__sanitizer_get_current_allocated_bytes");
+  if (sanitizers != nullptr) return reinterpret_cast<size_t (*)()>(sanitizers)();
   const struct mallinfo2 heap = mallinfo2();
   return heap.uordblks + heap.hblkhd;
 }

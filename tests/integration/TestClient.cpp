@@ -27,6 +27,8 @@
 #include <binder/IServiceManager.h>
 #include <statsd/StatsEventWriter.h>
 
+#include <CLI/CLI.hpp>
+
 #include "dev/kerno/internal/diagnostics/IDiagnosticsCollectorService.h"
 #include "dev/kerno/internal/diagnostics/IDiagnosticsNotificationService.h"
 
@@ -63,6 +65,7 @@ sp<IBinder> binder(const char* name) {
 int loop(int threads, const std::function<void(int thread)>& call) {
   gWaiting = threads;
   std::vector<std::thread> all;
+  all.reserve(threads);
   for (int i = 0; i < threads; ++i) {
     all.emplace_back([&call, i] {
       for (bool first = true; !gStop; first = false) {
@@ -139,6 +142,7 @@ void sendGarbage(std::mt19937& random) {
 
 int garbage(int threads, unsigned seed) {
   std::vector<std::mt19937> randoms;
+  randoms.reserve(threads);
   for (int i = 0; i < threads; ++i) randoms.emplace_back(seed + i);
   return loop(threads, [&randoms](int thread) { sendGarbage(randoms[thread]); });
 }
@@ -156,13 +160,26 @@ int publish(int pid, int perSecond) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::string mode = argc > 2 ? argv[1] : "";
-  const int first = argc > 2 ? atoi(argv[2]) : 0;
-  const int second = argc > 3 ? atoi(argv[3]) : 1;
-  if (mode == "good") return good(first, second);
-  if (mode == "greedy") return greedy(first);
-  if (mode == "garbage") return garbage(first, static_cast<unsigned>(second));
-  if (mode == "publish") return publish(first, second);
-  fprintf(stderr, "usage: test_client good|greedy|garbage|publish ...\n");
-  return 2;
+  CLI::App app("Clients of every kind", "test_client");
+  app.require_subcommand(1);
+  int threads = 1;
+  int pid = 0;
+  int number = 1;
+  int exitCode = 0;
+  const auto add = [&](const char* name, const std::function<int()>& run) {
+    return app.add_subcommand(name)->callback([&exitCode, run] { exitCode = run(); });
+  };
+  CLI::App* const goodClient = add("good", [&] { return good(threads, pid); });
+  goodClient->add_option("THREADS", threads)->required();
+  goodClient->add_option("PID", pid)->required();
+  add("greedy", [&] { return greedy(threads); })->add_option("THREADS", threads)->required();
+  CLI::App* const garbageClient =
+      add("garbage", [&] { return garbage(threads, static_cast<unsigned>(number)); });
+  garbageClient->add_option("THREADS", threads)->required();
+  garbageClient->add_option("SEED", number)->required();
+  CLI::App* const publisher = add("publish", [&] { return publish(pid, number); });
+  publisher->add_option("PID", pid)->required();
+  publisher->add_option("COUNT", number)->required();
+  CLI11_PARSE(app, argc, argv);
+  return exitCode;
 }

@@ -63,7 +63,8 @@ int states(const Options& options) {
   }
   // The keys are the decimal pids; people look for them in the order of the numbers.
   std::map<int64_t, String16> byPid;
-  for (const String16& key : all.getPersistableBundleKeys()) byPid[atoll(toUtf8(key).c_str())] = key;
+  for (const String16& key : all.getPersistableBundleKeys())
+    byPid[strtoll(toUtf8(key).c_str(), nullptr, 10)] = key;
   for (const auto& [pid, key] : byPid) printProcess(childOf(all, key));
   if (all.empty()) puts("No process has published a state.");
   return kDone;

@@ -14,13 +14,12 @@
 
 #include "support/TempDir.h"
 
-extern char** environ;
-
 namespace fixture {
 namespace {
 
 std::vector<char*> pointers(std::vector<std::string>& texts) {
   std::vector<char*> result;
+  result.reserve(texts.size() + 1);
   for (std::string& text : texts) result.push_back(text.data());
   result.push_back(nullptr);
   return result;
@@ -32,7 +31,7 @@ std::vector<std::string> environmentWith(const std::map<std::string, std::string
     const std::string text = *entry;
     if (additions.count(text.substr(0, text.find('='))) == 0) result.push_back(text);
   }
-  for (const auto& [name, value] : additions) result.push_back(name + "=" + value);
+  for (const auto& [name, value] : additions) result.push_back(std::string(name).append("=").append(value));
   return result;
 }
 
