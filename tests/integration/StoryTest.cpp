@@ -37,7 +37,9 @@ TEST(StoryTest, AReporterLearnsWhatADeadApplicationWasDoing) {
 
   fixture::ProcessOptions application = daemon.client(fixture::applicationUid());
   application.output = daemon.dir().path("application.log");
-  application.environment["ASAN_OPTIONS"] = "handle_segv=0";
+  for (const char* sanitizer : {"ASAN_OPTIONS", "TSAN_OPTIONS"}) {
+    application.environment[sanitizer] = "handle_segv=0";
+  }
   fixture::Process crashing({staged("crash_story_app"), "--seconds", "1"}, application);
   const int status = crashing.wait().value_or(0);
   ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGSEGV) << status;

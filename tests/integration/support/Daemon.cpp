@@ -1,5 +1,7 @@
 #include "fixture/Daemon.h"
 
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
 
@@ -33,6 +35,15 @@ Daemon::Daemon()
   fs::create_directory(runtime());
   writeDeviceRoot(mDir);
   setProperties(kCorrelationOn);
+}
+
+Daemon::~Daemon() {
+  const std::string text = log();
+  for (const char* report : {"Sanitizer:", "runtime error:"}) {
+    if (text.find(report) == std::string::npos) continue;
+    fprintf(stderr, "The service has a fault. Its log:\n%s\n", text.c_str());
+    abort();
+  }
 }
 
 void Daemon::setProperties(const std::string& text) const {
