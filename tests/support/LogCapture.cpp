@@ -12,11 +12,8 @@ std::vector<LogLine> gLines;
 
 void capture(const __android_logger_data* data, const char* message) {
   std::lock_guard lock(gMutex);
-  LogLine line;
-  line.priority = data->priority;
-  if (data->tag != nullptr) line.tag = data->tag;
-  line.text = message;
-  gLines.push_back(std::move(line));
+  gLines.push_back({data->priority, {}, message});
+  if (data->tag != nullptr) gLines.back().tag = data->tag;
 }
 
 }  // namespace
@@ -47,9 +44,7 @@ std::vector<std::string> LogCapture::texts(int priority) const {
 
 bool LogCapture::has(int priority, const std::string& tag, const std::string& text) const {
   const std::vector<LogLine> all = lines();
-  return std::any_of(all.begin(), all.end(), [&](const LogLine& line) {
-    return line.priority == priority && line.tag == tag && line.text == text;
-  });
+  return std::count(all.begin(), all.end(), LogLine{priority, tag, text}) > 0;
 }
 
 size_t LogCapture::count(const std::string& text) const {

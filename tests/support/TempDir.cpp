@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <stdexcept>
 
 namespace test {
@@ -23,17 +23,14 @@ std::string TempDir::write(std::string_view name, std::string_view contents) con
   const std::filesystem::path file = path(name);
   std::filesystem::create_directories(file.parent_path());
   std::ofstream stream(file, std::ios::binary);
-  stream << contents;
-  stream.close();
+  stream << contents << std::flush;
   if (!stream) throw std::runtime_error("cannot write " + file.string());
   return file.string();
 }
 
 std::string readFile(const std::string& path) {
   std::ifstream stream(path, std::ios::binary);
-  std::ostringstream text;
-  text << stream.rdbuf();
-  return text.str();
+  return std::string(std::istreambuf_iterator<char>(stream), {});
 }
 
 ScopedEnv::ScopedEnv(const char* name, const std::string& value) : mName(name) {
@@ -42,11 +39,8 @@ ScopedEnv::ScopedEnv(const char* name, const std::string& value) : mName(name) {
 }
 
 ScopedEnv::~ScopedEnv() {
-  if (mOld) {
-    setenv(mName, mOld->c_str(), 1);
-  } else {
-    unsetenv(mName);
-  }
+  unsetenv(mName);
+  if (mOld) setenv(mName, mOld->c_str(), 1);
 }
 
 }  // namespace test

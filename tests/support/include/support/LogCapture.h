@@ -12,6 +12,8 @@ struct LogLine {
   int priority = 0;                // ANDROID_LOG_*
   std::optional<std::string> tag;  // empty where the message carries no tag
   std::string text;
+
+  bool operator==(const LogLine&) const = default;
 };
 
 // Takes every log message of the process, DEBUG included, instead of letting it reach stderr, from
@@ -20,8 +22,7 @@ class LogCapture {
  public:
   LogCapture();
   ~LogCapture();
-  LogCapture(const LogCapture&) = delete;
-  LogCapture& operator=(const LogCapture&) = delete;
+  LogCapture& operator=(LogCapture&&) = delete;  // nor any other copy or move
 
   std::vector<LogLine> lines() const;
   // The texts of the captured messages at `priority`, in order.

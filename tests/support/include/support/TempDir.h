@@ -11,8 +11,7 @@ class TempDir {
  public:
   TempDir();
   ~TempDir();
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
+  TempDir& operator=(TempDir&&) = delete;  // nor any other copy or move
 
   const std::string& path() const { return mPath; }
   std::string path(std::string_view name) const { return mPath + "/" + std::string(name); }
@@ -30,8 +29,7 @@ class ScopedEnv {
  public:
   ScopedEnv(const char* name, const std::string& value);
   ~ScopedEnv();
-  ScopedEnv(const ScopedEnv&) = delete;
-  ScopedEnv& operator=(const ScopedEnv&) = delete;
+  ScopedEnv& operator=(ScopedEnv&&) = delete;  // nor any other copy or move
 
  private:
   const char* mName;
