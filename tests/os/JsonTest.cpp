@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <android-base/unique_fd.h>
 
@@ -18,7 +17,6 @@ namespace {
 
 std::string repeated(const std::string& text, size_t count) {
   std::string all;
-  all.reserve(text.size() * count);
   for (size_t i = 0; i < count; ++i) all += text;
   return all;
 }
@@ -31,17 +29,11 @@ bool parses(const std::string& text) {
   return parsed;
 }
 
-TEST(JsonTest, takesWhatTheFileFormatAllows) {
-  EXPECT_TRUE(parses("{}"));
-  EXPECT_TRUE(parses("[1, \"two\", null, -0, true]"));
-  EXPECT_TRUE(parses("7"));
-  EXPECT_TRUE(parses("\xef\xbb\xbf{}"));
-  EXPECT_TRUE(parses("// why\n{\"a\": 1, /* one */ }"));
-  EXPECT_TRUE(parses("{} and more"));
-  EXPECT_TRUE(parses("{\"a\": \"\xff\xfe\"}"));  // not UTF-8, and nobody's business here
-}
-
-TEST(JsonTest, refusesWithAPlace) {
+TEST(JsonTest, takesWhatTheFileFormatAllowsAndRefusesTheRestWithAPlace) {
+  for (const char* text : {"{}", "[1, \"two\", null, -0, true]", "7", "\xef\xbb\xbf{}", "{} and more",
+                           "// why\n{\"a\": 1, /* one */ }", "{\"a\": \"\xff\xfe\"}"}) {
+    EXPECT_TRUE(parses(text)) << text;
+  }
   for (const char* text : {"", " \n", "{", "[1 2]", "{\"a\"}", "{a: 1}", "{'a': 1}", "nul", "\"\\ud800\"",
                            "/*", "{\"a\": 1e400}", "\xff", "/", "[\"", "\"\\"}) {
     EXPECT_FALSE(parses(text)) << text;
@@ -51,39 +43,29 @@ TEST(JsonTest, refusesWithAPlace) {
   EXPECT_NE(error.find("Line 2"), std::string::npos) << error;
 }
 
-TEST(JsonTest, theLastOfTwoMembersCounts) {
+TEST(JsonTest, theLastOfTwoMembersCountsAndOnlyObjectsHaveAny) {
   std::string error;
   const auto root = parseJson(R"({"a": {"b": 1}, "a": 5})", error);
   ASSERT_TRUE(root);
   EXPECT_EQ(findMember(*root, "a")->asInt(), 5);
   EXPECT_EQ(root->size(), 1u);
-}
-
-TEST(JsonTest, findMemberAsksNothingOfOtherKinds) {
-  const Json::Value text("a");
-  const Json::Value array(Json::arrayValue);
-  EXPECT_EQ(findMember(text, "a"), nullptr);
-  EXPECT_EQ(findMember(array, "0"), nullptr);
-  EXPECT_EQ(findMember(Json::Value(), "a"), nullptr);
+  for (const Json::Value& other : {Json::Value("a"), Json::Value(Json::arrayValue), Json::Value()}) {
+    EXPECT_EQ(findMember(other, "a"), nullptr);
+  }
 }
 
 TEST(JsonTest, depthIsLimitedAsTheReaderCountsIt) {
-  EXPECT_TRUE(parses(repeated("[", kMaxJsonDepth) + repeated("]", kMaxJsonDepth)));
-  EXPECT_FALSE(parses(repeated("[", kMaxJsonDepth + 1) + repeated("]", kMaxJsonDepth + 1)));
-  EXPECT_FALSE(parses(repeated("[", 100000)));
+  EXPECT_TRUE(parses(std::string(kMaxJsonDepth, '[') + std::string(kMaxJsonDepth, ']')));
+  EXPECT_FALSE(parses(std::string(kMaxJsonDepth + 1, '[') + std::string(kMaxJsonDepth + 1, ']')));
   EXPECT_FALSE(parses(repeated("{\"a\":", 100000)));
   // Brackets inside strings and comments open nothing ...
-  const std::string brackets = repeated("[", 5000);
+  const std::string brackets(5000, '[');
   EXPECT_TRUE(parses("[\"" + brackets + "\\\"" + brackets + "\\\\\", 1]"));
   EXPECT_TRUE(parses("/*" + brackets + "*/[1] // " + brackets));
   // ... and neither ends later than the reader thinks, which throws at 1,000 levels.
-  const std::string deep = repeated("[", 1500);
-  EXPECT_FALSE(parses("/**//**/" + deep));
-  EXPECT_FALSE(parses("/* *//* */" + deep));
-  EXPECT_FALSE(parses("//\r" + deep));
-  EXPECT_FALSE(parses("//\n" + deep));
-  EXPECT_FALSE(parses("[\"\\\\\"," + deep));
-  EXPECT_FALSE(parses("/*/ */" + deep));
+  for (const char* start : {"", "/**//**/", "/* *//* */", "//\r", "//\n", "[\"\\\\\",", "/*/ */"}) {
+    EXPECT_FALSE(parses(start + std::string(1500, '['))) << start;
+  }
 }
 
 TEST(JsonTest, countsAndSizesAreLimited) {
@@ -95,18 +77,15 @@ TEST(JsonTest, countsAndSizesAreLimited) {
 }
 
 TEST(JsonTest, readingStopsPastTheLimit) {
-  const android::base::unique_fd endless(open("/dev/zero", O_RDONLY | O_CLOEXEC));
-  const auto zeros = Torv::OS::readJsonText(endless.get());
-  ASSERT_TRUE(zeros);
-  EXPECT_EQ(zeros->size(), kMaxJsonBytes + 1);
-
+  const auto read = [](const std::string& path) {
+    const android::base::unique_fd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    return Torv::OS::readJsonText(file.get());
+  };
   const test::TempDir dir;
-  const android::base::unique_fd directory(open(dir.path().c_str(), O_RDONLY | O_CLOEXEC));
-  EXPECT_FALSE(Torv::OS::readJsonText(directory.get()));
-
   const std::string text(100000, 'x');  // more than one read takes
-  const android::base::unique_fd file(open(dir.write("file", text).c_str(), O_RDONLY | O_CLOEXEC));
-  EXPECT_EQ(Torv::OS::readJsonText(file.get()), text);
+  EXPECT_EQ(read("/dev/zero").value().size(), kMaxJsonBytes + 1);
+  EXPECT_EQ(read(dir.path()), std::nullopt);
+  EXPECT_EQ(read(dir.write("file", text)), text);
 }
 
 }  // namespace

@@ -14,28 +14,19 @@ using std::chrono::hours;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-// A door that tasks wait at until it is opened.
-class Gate {
- public:
-  void open() { mOpen.set_value(); }
-  void pass() const { mPassed.wait(); }
-
- private:
-  std::promise<void> mOpen;
-  std::shared_future<void> mPassed = mOpen.get_future().share();
-};
-
-TEST(PeriodicTask, RunsAtOnceOnlyWhenAskedTo) {
+TEST(PeriodicTask, RunsAtOnceOnlyWhenAskedToOnAThreadNamedBefore) {
   std::atomic<int> runs = 0;
-  Gate ran;
-  PeriodicTask task(hours(1), "task", [&] {
-    if (++runs == 1) ran.open();
+  std::promise<std::string> name;
+  PeriodicTask task(hours(1), "ApplicationStateManagerCleanupThread", [&] {
+    char text[32] = {};
+    pthread_getname_np(pthread_self(), text, sizeof(text));
+    if (++runs == 1) name.set_value(text);
   });
   task.start(false);
   task.stop(true);
   EXPECT_EQ(runs, 0);
   task.start(true);
-  ran.pass();
+  EXPECT_EQ(name.get_future().get(), "ApplicationStat");  // what the kernel has room for
   task.stop(true);  // would take an hour if the stop did not wake the worker
   EXPECT_EQ(runs, 1);
 }
@@ -44,53 +35,39 @@ TEST(PeriodicTask, PausesForThePeriodAfterEachRunOfItsOneWorker) {
   constexpr milliseconds kPeriod(5);
   std::vector<steady_clock::duration> pauses;  // which two workers would be seen to race for
   steady_clock::time_point ended = steady_clock::now();
-  Gate done;
+  std::promise<void> done;
   PeriodicTask task(kPeriod, "task", [&] {
     pauses.push_back(steady_clock::now() - ended);
-    if (pauses.size() == 4) done.open();
+    if (pauses.size() == 4) done.set_value();
     ended = steady_clock::now();
   });
   for (int i = 0; i < 5; i++) task.start(false);
-  done.pass();
+  done.get_future().wait();
   for (int i = 0; i < 2; i++) task.stop(true);
   for (const auto pause : pauses) EXPECT_GE(pause, kPeriod);
 }
 
-TEST(PeriodicTask, NamesItsThreadBeforeTheFirstRun) {
-  std::promise<std::string> name;
-  PeriodicTask task(hours(1), "ApplicationStateManagerCleanupThread", [&] {
-    char text[32] = {};
-    pthread_getname_np(pthread_self(), text, sizeof(text));
-    name.set_value(text);
-  });
-  task.start(true);
-  EXPECT_EQ(name.get_future().get(), "ApplicationStat");  // what the kernel has room for
-}
-
 TEST(PeriodicTask, LeavesARunBehindThatEndsByItself) {
   std::atomic<int> runs = 0;
-  Gate entered;
-  Gate leave;
-  std::promise<void> left;
-  std::promise<void> second;
+  std::promise<void> entered, leave, left, second;
   {
     PeriodicTask task(milliseconds(1), "task", [&] {
       const int run = ++runs;
       if (run == 2) second.set_value();
       if (run != 1) return;
-      entered.open();
-      leave.pass();
-      left.set_value();
+      entered.set_value();
+      leave.get_future().wait();
+      left.set_value_at_thread_exit();
     });
     task.start(true);
-    entered.pass();
+    entered.get_future().wait();
     task.stop(false);  // returns although the run cannot end
     task.start(true);  // a worker of its own, beside the one left behind
     second.get_future().wait();
     task.stop(true);
   }
   const int before = runs;
-  leave.open();  // by now the task object is gone
+  leave.set_value();  // by now the task object is gone
   left.get_future().wait();
   EXPECT_EQ(runs, before);
 }
