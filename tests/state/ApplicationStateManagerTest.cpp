@@ -1,17 +1,31 @@
 #include "state/ApplicationStateManager.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <filesystem>
 #include <future>
-#include <mutex>
-#include <set>
 #include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <statsd/StatsEventWriter.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
-#include "support/LogCapture.h"
+#include "stats/StatsManagerBuilder.h"
 #include "support/TempDir.h"
+
+static int gGetpgidErrno = 0;  // what getpgid() fails with; 0 lets the kernel answer
+
+// Stands before the C library's, because no test can make a kernel without security modules refuse.
+extern "C" pid_t getpgid(pid_t pid) noexcept {
+  if (gGetpgidErrno == 0) return static_cast<pid_t>(syscall(SYS_getpgid, pid));
+  errno = gGetpgidErrno;
+  return -1;
+}
 
 namespace Torv::OS::Diagnostics {
 namespace {
@@ -19,122 +33,157 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Pair;
+using testing::UnorderedElementsAre;
 
-// A statsd that holds what the test has published.
+using Fetch = std::function<std::vector<ApplicationState>()>;
+
+// A statsd whose answers the test gives.
 class ScriptedStatsd : public LibstatsdWrapper {
  public:
-  void publish(ApplicationState state) {
-    std::lock_guard lock(mMutex);
-    mHeld.push_back(std::move(state));
-  }
-
-  // Called by each fetch with the number of states that it has taken, before it returns them.
-  std::function<void(size_t taken)> onFetch = [](size_t) {};
-
-  std::variant<std::vector<ApplicationState>, libstatsd::Error> fetchReports() override {
-    std::vector<ApplicationState> taken;
-    {
-      std::lock_guard lock(mMutex);
-      taken.swap(mHeld);
-    }
-    onFetch(taken.size());
-    return taken;
-  }
+  explicit ScriptedStatsd(Fetch fetch) : mFetch(std::move(fetch)) {}
+  std::variant<std::vector<ApplicationState>, libstatsd::Error> fetchReports() override { return mFetch(); }
 
  private:
-  std::mutex mMutex;
-  std::vector<ApplicationState> mHeld;
+  const Fetch mFetch;
 };
 
-// With the clock and the set of processes in the test's hands.
-class ApplicationStateManagerTest : public testing::Test {
- protected:
-  std::unique_ptr<ScriptedStatsd> mOwned = std::make_unique<ScriptedStatsd>();
-  ScriptedStatsd& mStatsd = *mOwned;
-  int64_t mNow = 1'000'000;
-  std::set<pid_t> mAlive;
-  ApplicationStateManager mManager{std::make_unique<BlackBox>([this] { return mNow; }),
-                                   std::make_unique<StatsManager>(std::move(mOwned)), 60,
-                                   [this](pid_t pid) { return mAlive.count(pid) != 0; }};
-};
-
-TEST_F(ApplicationStateManagerTest, AnswersWithWhatStatsdHeldBeforeTheCall) {
-  EXPECT_EQ(mManager.getApplicationStateForPid(7), std::nullopt);
-  mStatsd.publish({false, "", 7, "screen", "home", 20});
-  mStatsd.publish({false, "", 7, "screen", "boot", 10});
-  EXPECT_THAT(*mManager.getApplicationStateForPid(7), ElementsAre(Pair("screen", "home")));
-  mStatsd.publish({false, "", 8, "", "", 0});
-  EXPECT_EQ(mManager.getAllProcessStates().size(), 2U);
-  mStatsd.publish({true, "telemetry", 0, "id", "s1", 1});
-  EXPECT_THAT(mManager.getAllGlobalStates(),
-              ElementsAre(Pair("telemetry", ElementsAre(Pair("id", HasSubstr(R"("v":"s1")"))))));
+std::unique_ptr<StatsManager> scripted(Fetch fetch) {
+  return std::make_unique<StatsManager>(std::make_unique<ScriptedStatsd>(std::move(fetch)));
 }
 
-TEST_F(ApplicationStateManagerTest, ForgetsAProcessSixtySecondsAfterItWasFoundDead) {
-  mAlive = {7, 8};
-  mStatsd.publish({false, "", 7, "k", "v", 1});
-  mStatsd.publish({false, "", 8, "k", "v", 1});
-  mManager.updateApplicationStateManager();
-  mManager.cleanup();
-  mAlive = {8};
-  mNow += 3600;
-  mManager.cleanup();  // finds it dead now, however long ago it died
-  mNow += 59;
-  mManager.cleanup();
-  mNow += 1;
-  EXPECT_NE(mManager.getApplicationStateForPid(7), std::nullopt);  // until the clean-up
-  mManager.cleanup();
-  EXPECT_EQ(mManager.getApplicationStateForPid(7), std::nullopt);
-  EXPECT_NE(mManager.getApplicationStateForPid(8), std::nullopt);
+// A process that does this, of another user where the test may make one, and has then stopped for good.
+pid_t forkStopped(uid_t uid, const std::function<void()>& work) {
+  const pid_t pid = fork();
+  if (pid == 0) {
+    if (getuid() == 0 && setuid(uid) != 0) _exit(1);
+    work();
+    while (true) raise(SIGSTOP);
+  }
+  int status = 0;
+  waitpid(pid, &status, WUNTRACED);
+  EXPECT_TRUE(WIFSTOPPED(status));
+  return pid;
+}
+
+TEST(ApplicationStateManager, FetchesBeforeItAnswersAnyQuery) {
+  int fetches = 0;
+  ApplicationStateManager manager(std::make_unique<BlackBox>(), scripted([&] {
+                                    const std::string key = std::to_string(++fetches);
+                                    return std::vector<ApplicationState>{{false, "", fetches, key, "v", 0},
+                                                                         {true, "telemetry", 0, key, "v", 0}};
+                                  }),
+                                  60);
+  EXPECT_THAT(manager.getApplicationStateForPid(1).value(), ElementsAre(Pair("1", "v")));
+  EXPECT_EQ(manager.getAllProcessStates().size(), 2U);
+  EXPECT_EQ(manager.getAllGlobalStates().at("telemetry").size(), 3U);
 }
 
 // Statsd hands every atom out once: a query that comes while another still carries what it fetched has to
 // wait for it, while a clean-up, which fetches nothing, has not.
-TEST_F(ApplicationStateManagerTest, MissesNothingThatAnotherQueryHasFetched) {
-  std::promise<void> fetching;
-  std::promise<void> goOn;
-  mStatsd.onFetch = [&](size_t taken) {
-    if (taken == 0) return;
+TEST(ApplicationStateManager, MissesNothingThatAnotherQueryHasFetched) {
+  std::promise<void> fetching, goOn;
+  std::atomic<int> fetches = 0;
+  const Fetch fetch = [&]() -> std::vector<ApplicationState> {
+    if (fetches++ > 0) return {};
     fetching.set_value();
     goOn.get_future().wait();
+    return {{false, "", 7, "screen", "home", 1}};
   };
-  mAlive = {7};
-  mStatsd.publish({false, "", 7, "screen", "home", 1});
-  std::thread first([this] { mManager.getAllProcessStates(); });
+  ApplicationStateManager manager(std::make_unique<BlackBox>(), scripted(fetch), 60);
+  std::thread first([&] { manager.getAllProcessStates(); });
   fetching.get_future().wait();
-  mManager.cleanup();
-  auto second = std::async(std::launch::async, [this] { return mManager.getApplicationStateForPid(7); });
+  manager.cleanup();
+  auto second = std::async(std::launch::async, [&] { return manager.getApplicationStateForPid(7); });
   EXPECT_EQ(second.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
   goOn.set_value();
   EXPECT_THAT(second.get().value(), ElementsAre(Pair("screen", "home")));
   first.join();
 }
 
-TEST_F(ApplicationStateManagerTest, HasACleanupThreadBetweenStartAndStop) {
-  const auto threads = [] {
-    size_t named = 0;
-    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
-      if (test::readFile(task.path() / "comm") == "ApplicationStat\n") named++;
-    }
-    return named;
-  };
-  for (int round = 0; round < 2; round++) {
-    mManager.startCleanupPeriodicTask();
-    mManager.startCleanupPeriodicTask();
-    EXPECT_EQ(threads(), 1U);
-    mManager.stopCleanupPeriodicTask();
-    mManager.stopCleanupPeriodicTask();
-    EXPECT_EQ(threads(), 0U);
+// Whether the process comes to have this many clean-up threads; one that was joined is listed a moment
+// longer.
+bool cleanupThreadsBecome(long expected) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (std::chrono::steady_clock::now() < deadline) {
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    const long count = std::count_if(begin(tasks), end(tasks), [](const auto& task) {
+      return test::readFile(task.path() / "comm") == "ApplicationStat\n";
+    });
+    if (count == expected) return true;
   }
-  mManager.startCleanupPeriodicTask();  // and the destructor ends it
+  return false;
 }
 
-TEST(DefaultApplicationStateManager, IsNotMadeWithoutAFeed) {
-  test::LogCapture log;
+TEST(ApplicationStateManager, HasACleanupThreadBetweenStartAndStop) {
+  ApplicationStateManager manager(std::make_unique<BlackBox>(), nullptr, 60);
+  for (int round = 0; round < 2; round++) {
+    for (int i = 0; i < 2; i++) manager.startCleanupPeriodicTask();
+    EXPECT_TRUE(cleanupThreadsBecome(1));
+    for (int i = 0; i < 2; i++) manager.stopCleanupPeriodicTask();
+    EXPECT_TRUE(cleanupThreadsBecome(0));
+  }
+  manager.startCleanupPeriodicTask();  // and the destructor ends it
+}
+
+// From an atom that another process writes to its socket, to the answer about that process.
+TEST(ApplicationStateManager, AnswersForAPublisherUntilItWasFoundDeadAMinuteAgo) {
   const test::TempDir runtime;
-  const test::ScopedEnv env("TORV_RUNTIME_DIR", runtime.write("a file", "") + "/below");
-  EXPECT_EQ(ApplicationStateManager::makeDefaultManager(), nullptr);
-  EXPECT_TRUE(log.has(ANDROID_LOG_ERROR, program_invocation_short_name, "Failed to create stats manager\n"));
+  const test::ScopedEnv env("TORV_RUNTIME_DIR", runtime.path());
+  StatsManagerBuilder builder;
+  builder.setConfigId(57476).addAtomId(110010).addAtomId(111983).addAllowedLogSource("AID_APP");
+  std::unique_ptr<StatsManager> feed = std::move(builder).build();
+  ASSERT_NE(feed, nullptr);
+  std::filesystem::permissions(runtime.path(), std::filesystem::perms(0755));
+  int64_t now = 1'000'000;
+  ApplicationStateManager manager(std::make_unique<BlackBox>([&now] { return now; }), std::move(feed), 60);
+
+  const pid_t publisher = forkStopped(10'000, [] {
+    libstatsd::StatsEventWriter writer;
+    writer.publishApplicationState(getpid(), "screen", "home");
+    writer.publishApplicationState(getpid(), "screen", "settings");
+    writer.publishTelemetrySession("service", "user");
+  });
+  const auto states = ElementsAre(Pair("screen", "settings"));
+  EXPECT_THAT(manager.getAllProcessStates(), ElementsAre(Pair(publisher, states)));
+  EXPECT_THAT(manager.getAllGlobalStates().at("telemetry"),
+              UnorderedElementsAre(Pair("service_session_id", HasSubstr(R"("v":"service")")),
+                                   Pair("user_active_session_id", HasSubstr(R"("v":"user")"))));
+  manager.cleanup();
+  kill(publisher, SIGKILL);
+  waitpid(publisher, nullptr, 0);
+  for (const int64_t passed : {3600, 59, 1}) {  // the first clean-up finds it dead, however long ago it died
+    now += passed;
+    EXPECT_THAT(manager.getApplicationStateForPid(publisher).value(), states);
+    manager.cleanup();
+  }
+  EXPECT_EQ(manager.getApplicationStateForPid(publisher), std::nullopt);
+  EXPECT_EQ(manager.getAllGlobalStates().size(), 1U);
+}
+
+TEST(DeadCheck, TellsALivingProcessFromADeadOneWhoeverOwnsIt) {
+  for (const uid_t uid : {getuid(), uid_t{65534}}) {
+    const pid_t child = forkStopped(uid, [] {});
+    EXPECT_TRUE(ApplicationStateManager::processExists(child));
+    kill(child, SIGKILL);
+    siginfo_t info{};
+    waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT);
+    EXPECT_TRUE(ApplicationStateManager::processExists(child)) << "a zombie has its pid still";
+    waitpid(child, nullptr, 0);
+    EXPECT_FALSE(ApplicationStateManager::processExists(child));
+  }
+}
+
+TEST(DeadCheck, TakesPidsThatNeverWereForDeadAndThoseItMayNotLookAtForAlive) {
+  errno = EPERM;  // left by an earlier call
+  for (const pid_t pid : {INT_MAX, INT_MIN, -1, -getpid()}) {
+    EXPECT_FALSE(ApplicationStateManager::processExists(pid)) << pid;
+  }
+  for (const pid_t pid : {0, 1}) EXPECT_TRUE(ApplicationStateManager::processExists(pid));  // 0 is the asker
+  for (const int error : {EPERM, EACCES, ESRCH, EINVAL}) {
+    gGetpgidErrno = error;
+    EXPECT_EQ(ApplicationStateManager::processExists(1), error == EPERM || error == EACCES) << error;
+  }
+  gGetpgidErrno = 0;
 }
 
 }  // namespace
