@@ -51,7 +51,7 @@ std::unique_ptr<SystemStateCollector::History> BatteryCollector::dumpSystemState
     mBuffer->readAll(samples.begin());
   }
   return makeHistory(
-      "battery_state_history", nowMs, samples,
+      "battery_state_history", nowMs, samples, Evaluate::NewestFirst,
       [](const RawMetric& sample, Json::Value& metrics) { metrics[kCharge] = sample.chargeRatio * 100.0; });
 }
 

@@ -19,7 +19,7 @@ std::unique_ptr<CpuUsageCollector> CpuUsageCollector::init(SystemStateCollectorC
 }
 
 CpuUsageCollector::CpuUsageCollector(const SystemStateCollectorConfig& config, TextSource source)
-    : TextCollector(config, std::move(source)) {}
+    : TextCollector(config, std::move(source), Evaluate::OldestFirst) {}
 
 uint8_t CpuUsageCollector::getId() const {
   return 6;

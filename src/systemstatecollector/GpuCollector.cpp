@@ -33,7 +33,7 @@ std::unique_ptr<GpuCollector> GpuCollector::init(SystemStateCollectorConfig conf
 }
 
 GpuCollector::GpuCollector(const SystemStateCollectorConfig& config, TextSource source)
-    : TextCollector(config, std::move(source)) {}
+    : TextCollector(config, std::move(source), Evaluate::OldestFirst) {}
 
 uint8_t GpuCollector::getId() const {
   return 7;

@@ -53,7 +53,8 @@ std::unique_ptr<Collector> makeCollector(const SystemStateCollectorConfig& confi
 
 PsiCollector::PsiCollector(const SystemStateCollectorConfig& config, std::string resourceName,
                            TextSource source)
-    : TextCollector(config, std::move(source)), mResourceName(std::move(resourceName)) {}
+    : TextCollector(config, std::move(source), Evaluate::NewestFirst),
+      mResourceName(std::move(resourceName)) {}
 
 std::string PsiCollector::getDescription() const {
   return fmt::format("Returns the PSI information by sampling {} file in /proc/pressure", mResourceName);

@@ -25,7 +25,7 @@ std::unique_ptr<SystemMemInfoCollector> SystemMemInfoCollector::init(SystemState
 }
 
 SystemMemInfoCollector::SystemMemInfoCollector(const SystemStateCollectorConfig& config, TextSource source)
-    : TextCollector(config, std::move(source)) {}
+    : TextCollector(config, std::move(source), Evaluate::NewestFirst) {}
 
 uint8_t SystemMemInfoCollector::getId() const {
   return 4;

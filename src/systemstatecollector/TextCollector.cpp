@@ -2,12 +2,11 @@
 
 #include <utility>
 
-#include "HistoryReport.h"
-
 namespace Torv::OS::Diagnostics {
 
-TextCollector::TextCollector(const SystemStateCollectorConfig& config, TextSource source)
+TextCollector::TextCollector(const SystemStateCollectorConfig& config, TextSource source, Evaluate order)
     : SystemStateCollector(config),
+      mOrder(order),
       mSource(std::move(source)),
       mBuffer(std::make_unique<CircularBuffer<RawMetric>>(config.getMaxSamples())) {}
 
@@ -25,11 +24,13 @@ bool TextCollector::collectSystemStateData() {
 
 std::unique_ptr<SystemStateCollector::History> TextCollector::dumpSystemStateHistory() {
   const uint64_t nowMs = Utils::monotonicMilliseconds();
-  std::vector<RawMetric> samples(getMaxSamples());
-  readFromCircularBuffer(samples);
-  return makeHistory(historyName(), nowMs, samples, [this](const RawMetric& sample, Json::Value& metrics) {
-    extractMetrics(sample, metrics);
-  });
+  mDumped.resize(getMaxSamples());
+  readFromCircularBuffer(mDumped);
+  auto history =
+      makeHistory(historyName(), nowMs, mDumped, mOrder,
+                  [this](const RawMetric& sample, Json::Value& metrics) { extractMetrics(sample, metrics); });
+  mDumped.clear();
+  return history;
 }
 
 uint64_t TextCollector::readFromCircularBuffer(std::vector<RawMetric>& out) const {

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "HistoryReport.h"
 #include "TextSource.h"
 #include "os/Mutex.h"
 #include "systemstatecollector/CircularBuffer.h"
@@ -27,16 +28,21 @@ class TextCollector : public SystemStateCollector {
   std::unique_ptr<History> dumpSystemStateHistory() override EXCLUDES(mMutex);
 
  protected:
-  TextCollector(const SystemStateCollectorConfig& config, TextSource source);
+  TextCollector(const SystemStateCollectorConfig& config, TextSource source, Evaluate order);
 
  private:
   virtual std::string historyName() const = 0;
   virtual void logBadStream() const = 0;
-  // Turns a sample into metrics. Called for each sample of a dump, oldest first, without mMutex.
+  // Turns a sample into metrics. Called for each sample of a dump, in the order given at construction,
+  // without mMutex.
   virtual void extractMetrics(const RawMetric& sample, Json::Value& out) = 0;
 
   uint64_t readFromCircularBuffer(std::vector<RawMetric>& out) const EXCLUDES(mMutex);
 
+  const Evaluate mOrder;
+  // The samples of the dump under way; only its slots outlive it. Were they allocated for each dump, glibc
+  // would gather up the small blocks of the report before, which this one could have had as they are.
+  std::vector<RawMetric> mDumped;
   TextSource mSource;  // only the polling thread's
   mutable OS::Mutex mMutex;
   const std::unique_ptr<CircularBuffer<RawMetric>> mBuffer PT_GUARDED_BY(mMutex);

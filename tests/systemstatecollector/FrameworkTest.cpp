@@ -38,7 +38,7 @@ struct Sample {
 
 std::string report(uint64_t nowMs, const std::vector<Sample>& samples) {
   const auto write = [](const Sample& sample, Json::Value& out) { out["m"] = sample.value; };
-  return makeHistory("name", nowMs, samples, write)->at("name");
+  return makeHistory("name", nowMs, samples, Evaluate::NewestFirst, write)->at("name");
 }
 
 bool reports(const Json::Value& value, const std::string& written) {
