@@ -189,6 +189,7 @@ TEST(FaultsTest, AnAnswerTooLargeFailsThatCallAlone) {
   const fixture::Outcome told = fixture::run({staged("diagctl"), "states"}, daemon.client());
   EXPECT_EQ(told.exitCode(), 1);
   EXPECT_NE(told.output.find("does not fit"), std::string::npos) << told.output;
+  EXPECT_EQ(daemon.countInLog("over the limit"), 3u) << "a line for each";
 }
 
 // What a tester's checkout, or root's, may be: a directory that the service's uid cannot enter.

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -77,6 +78,16 @@ void printGlobals(const PersistableBundle& globals) {
   }
 }
 
+std::string indented(const std::string& lines) {
+  std::string result;
+  for (size_t at = 0; at < lines.size();) {
+    const size_t end = std::min(lines.find('\n', at), lines.size() - 1) + 1;
+    result += "  " + lines.substr(at, end - at);
+    at = end;
+  }
+  return result;
+}
+
 // The plain values as a table, then the histories as charts.
 void printContext(const PersistableBundle& context) {
   Rows values;
@@ -85,7 +96,7 @@ void printContext(const PersistableBundle& context) {
     const std::string value = stringOf(context, key);
     const std::string name = printable(toUtf8(key));
     if (const std::optional<std::string> chart = historyChart(value)) {
-      charts += '\n' + name + '\n' + *chart;
+      charts += '\n' + name + '\n' + indented(*chart);
     } else {
       values.emplace_back(name, printable(value));
     }
