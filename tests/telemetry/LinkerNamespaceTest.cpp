@@ -8,16 +8,12 @@
 
 namespace {
 
-struct Linker {
-  bool offersNamespace = true;
-  bool opens = true;
-  std::string askedNamespace;
-  std::string openedFile;
-  int mode = 0;
-  android_dlextinfo info{};
-};
-
-Linker gLinker;
+struct {
+  bool offersNamespace, opens;
+  std::string askedNamespace, openedFile;
+  int mode;
+  android_dlextinfo info;
+} gLinker;
 char gNamespace;  // stands for the namespace; only its address counts
 
 }  // namespace
@@ -40,30 +36,27 @@ Torv::OS::OsSdkSymbol gEntryPoint("createTelemetryHandler");
 Torv::OS::OsSdkSymbol gMissing("noSuchEntryPoint");
 
 // The module is opened once a process, so each case runs in one of its own and ends with what it found.
-[[noreturn]] void useModule(bool offersNamespace, bool opens, bool expectExtOpen) {
+[[noreturn]] void useModule(bool offersNamespace, bool opens) {
   const test::LogCapture log;
   gLinker.offersNamespace = offersNamespace;
   gLinker.opens = opens;
   EXPECT_NE(gEntryPoint.address(), nullptr);
   EXPECT_EQ(gMissing.address(), nullptr);
   EXPECT_EQ(gLinker.askedNamespace, "default");
-  if (expectExtOpen) {
-    EXPECT_EQ(gLinker.openedFile, "libossdk.pellux.so");
-    EXPECT_EQ(gLinker.mode, RTLD_LAZY);
-    EXPECT_EQ(gLinker.info.flags, static_cast<uint64_t>(ANDROID_DLEXT_USE_NAMESPACE));
-    EXPECT_EQ(gLinker.info.library_namespace, reinterpret_cast<android_namespace_t*>(&gNamespace));
-  } else {
-    EXPECT_EQ(gLinker.openedFile, "");
-  }
+  EXPECT_EQ(gLinker.openedFile, offersNamespace ? "libossdk.pellux.so" : "");
+  EXPECT_EQ(gLinker.mode, offersNamespace ? RTLD_LAZY : 0);
+  EXPECT_EQ(gLinker.info.flags, offersNamespace ? uint64_t{ANDROID_DLEXT_USE_NAMESPACE} : 0);
+  void* const given = offersNamespace ? &gNamespace : nullptr;
+  EXPECT_EQ(gLinker.info.library_namespace, given);
   EXPECT_TRUE(log.has(ANDROID_LOG_DEBUG, "OsSdkLoader", "OSSDK loading module 'libossdk.pellux.so'"));
   EXPECT_EQ(log.lines().size(), 1u);
   exit(testing::Test::HasFailure() ? 1 : 0);
 }
 
 TEST(LinkerNamespaceTest, opensTheModuleInTheDefaultNamespaceOrElsePlainly) {
-  EXPECT_EXIT(useModule(true, true, true), testing::ExitedWithCode(0), "");
-  EXPECT_EXIT(useModule(true, false, true), testing::ExitedWithCode(0), "") << "not in the namespace";
-  EXPECT_EXIT(useModule(false, true, false), testing::ExitedWithCode(0), "") << "no such namespace";
+  EXPECT_EXIT(useModule(true, true), testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(useModule(true, false), testing::ExitedWithCode(0), "") << "not in the namespace";
+  EXPECT_EXIT(useModule(false, true), testing::ExitedWithCode(0), "") << "no such namespace";
 }
 
 }  // namespace

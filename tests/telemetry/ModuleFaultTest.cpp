@@ -15,16 +15,14 @@ using namespace Torv::OS::Diagnostics::Telemetry;
 using Torv::DefaultConfiguration;
 using Torv::PreferencesConfiguration;
 
-bool moduleIsMissing() {
-  return getenv("TORV_TEST_MODULE") == nullptr;
-}
+const bool kModuleIsMissing = getenv("TORV_TEST_MODULE") == nullptr;
 
 TEST(ModuleFaultTest, theFirstReportEndsTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");  // a process that has not opened the module yet
   DiagnosticsCollectorTelemetry telemetry(true);
   EXPECT_EXIT(telemetry.reportDefaultEvent(EventName::GetAllStart, EventType::Start, EventFlow::Collector),
               testing::KilledBySignal(SIGABRT),
-              moduleIsMissing() ? "OSSDK module 'libossdk.pellux.so' not found" : "");
+              kModuleIsMissing ? "OSSDK module 'libossdk.pellux.so' not found" : "");
 }
 
 TEST(ModuleFaultTest, lookupsGoToTheNextLayer) {
@@ -37,7 +35,7 @@ TEST(ModuleFaultTest, lookupsGoToTheNextLayer) {
     EXPECT_TRUE(configuration.getBool("crash-reporter-logcat-enable"));
     EXPECT_TRUE(configuration.getLocalStrMap("crash-reporter-error-extra-data").empty());
   }
-  EXPECT_EQ(log.count("OSSDK module 'libossdk.pellux.so' not found"), moduleIsMissing() ? 1u : 0u);
+  EXPECT_EQ(log.count("OSSDK module 'libossdk.pellux.so' not found"), kModuleIsMissing ? 1u : 0u);
   EXPECT_TRUE(log.has(ANDROID_LOG_DEBUG, "OsSdkLoader", "OSSDK loading module 'libossdk.pellux.so'"));
 }
 
