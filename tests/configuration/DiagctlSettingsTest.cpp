@@ -1,17 +1,15 @@
 // Settings from the command line into a running process: the real diagctl, the real module, real files.
-#include <array>
-#include <condition_variable>
-#include <cstdio>
-#include <mutex>
+#include <future>
 #include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
+#include <unistd.h>
 
 #include "configuration/ConfigurationChain.h"
 #include "configuration/DefaultConfiguration.h"
 #include "configuration/PreferencesConfiguration.h"
+#include "fixture/Process.h"
 #include "os/Json.h"
 #include "support/TempDir.h"
 
@@ -20,20 +18,13 @@ namespace {
 
 using ::testing::HasSubstr;
 
-struct Outcome {
-  int exitCode = -1;
-  std::string output;  // stdout, then stderr
-};
+fixture::Outcome diagctl(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), DIAGCTL);
+  return fixture::run(arguments, {getuid(), {}});
+}
 
-Outcome diagctl(const std::string& arguments) {
-  Outcome outcome;
-  FILE* pipe = popen((DIAGCTL " " + arguments + " 2>&1").c_str(), "re");
-  std::array<char, 4096> buffer{};
-  while (const size_t got = fread(buffer.data(), 1, buffer.size(), pipe)) {
-    outcome.output.append(buffer.data(), got);
-  }
-  outcome.exitCode = WEXITSTATUS(pclose(pipe));
-  return outcome;
+int setPreference(const std::string& key, const std::string& value) {
+  return diagctl({"pref", "set", "crash-reporter-" + key, value}).exitCode();
 }
 
 class DiagctlSettingsTest : public ::testing::Test {
@@ -48,27 +39,26 @@ class DiagctlSettingsTest : public ::testing::Test {
 TEST_F(DiagctlSettingsTest, whatIsSetIsStoredUnderTheTypeItsReadersAskFor) {
   mDir.write("root/system_ext/etc/torv_crashreporter.conf", "{}");
   const auto chain = buildConfigurationChain();
-  for (const char* arguments :
-       {"pref set crash-reporter-app-id 123", "pref set crash-reporter-logcat-enable false",
-        "pref set crash-reporter-logcat-tail-count -5",
-        "pref set crash-reporter-retain-crash-report-for-x-seconds 9"}) {
-    EXPECT_EQ(diagctl(arguments).exitCode, 0) << arguments;
-  }
+  EXPECT_EQ(setPreference("app-id", "123"), 0);
+  EXPECT_EQ(setPreference("logcat-enable", "false"), 0);
+  EXPECT_EQ(setPreference("logcat-tail-count", "-5"), 0);
+  EXPECT_EQ(setPreference("retain-crash-report-for-x-seconds", "9"), 0);
   EXPECT_EQ(chain->getString("crash-reporter-app-id"), "123");
   EXPECT_FALSE(chain->getBool("crash-reporter-logcat-enable"));
   EXPECT_EQ(chain->getInt("crash-reporter-logcat-tail-count"), -5);
   EXPECT_EQ(chain->getUint("crash-reporter-retain-crash-report-for-x-seconds"), 9);
-  EXPECT_EQ(diagctl("pref get crash-reporter-app-id").output, "123\n");
-  EXPECT_EQ(diagctl("pref get crash-reporter-url").exitCode, 1);
+  EXPECT_EQ(diagctl({"pref", "get", "crash-reporter-app-id"}).output, "123\n");
+  EXPECT_EQ(diagctl({"pref", "get", "crash-reporter-url"}).exitCode(), 1);
 
-  const Outcome wrong = diagctl("pref set crash-reporter-logcat-enable yes");
-  EXPECT_EQ(wrong.exitCode, 2);
+  const auto wrong = diagctl({"pref", "set", "crash-reporter-logcat-enable", "yes"});
+  EXPECT_EQ(wrong.exitCode(), 2);
   EXPECT_THAT(wrong.output, HasSubstr("'yes' is no bool"));
-  EXPECT_EQ(diagctl("pref set crash-reporter-logcat-tail-count 2147483648").exitCode, 2);
-  EXPECT_EQ(diagctl("pref set crash-reporter-error-extra-data x").exitCode, 1);
-  EXPECT_EQ(diagctl("pref set crash-reporter-logcat-enable text --type string").exitCode, 0);
+  EXPECT_EQ(setPreference("logcat-tail-count", "2147483648"), 2);
+  EXPECT_EQ(setPreference("error-extra-data", "x"), 1);
+  const char* const enable = "crash-reporter-logcat-enable";
+  EXPECT_EQ(diagctl({"pref", "set", enable, "text", "--type", "string"}).exitCode(), 0);
   EXPECT_TRUE(chain->getBool("crash-reporter-logcat-enable")) << "a string is no answer for a bool";
-  EXPECT_EQ(diagctl("pref list").output,
+  EXPECT_EQ(diagctl({"pref", "list"}).output,
             "crash-reporter-app-id                             123\n"
             "crash-reporter-logcat-enable                      text\n"
             "crash-reporter-logcat-tail-count                  -5\n"
@@ -76,8 +66,8 @@ TEST_F(DiagctlSettingsTest, whatIsSetIsStoredUnderTheTypeItsReadersAskFor) {
 }
 
 TEST_F(DiagctlSettingsTest, configNamesTheLayerThatAnswers) {
-  const Outcome refused = diagctl("config");
-  EXPECT_EQ(refused.exitCode, 1);
+  const auto refused = diagctl({"config"});
+  EXPECT_EQ(refused.exitCode(), 1);
   EXPECT_THAT(refused.output, HasSubstr("/system_ext/etc/torv_crashreporter.conf"));
 
   mDir.write("root/system_ext/etc/torv_crashreporter.conf", R"({
@@ -86,8 +76,8 @@ TEST_F(DiagctlSettingsTest, configNamesTheLayerThatAnswers) {
   mDir.write("runtime/preferences.json", R"({
       "crash-reporter-logcat-tail-count": 10, "crash-reporter-logcat-enable": false,
       "crash-reporter-url": 7, "crash-reporter-key-value-version": 2})");
-  const Outcome shown = diagctl("--json config");
-  ASSERT_EQ(shown.exitCode, 0) << shown.output;
+  const auto shown = diagctl({"--json", "config"});
+  ASSERT_EQ(shown.exitCode(), 0) << shown.output;
   std::string error;
   const auto document = OS::parseJson(shown.output, error, OS::JsonRules::Strict);
   ASSERT_TRUE(document) << error << shown.output;
@@ -102,28 +92,24 @@ TEST_F(DiagctlSettingsTest, configNamesTheLayerThatAnswers) {
   EXPECT_THAT(answer("crash-reporter-url"), HasSubstr("default \"https://"));
   EXPECT_EQ(answer("crash-reporter-key-value-version"), "preferences 2\n");
   EXPECT_EQ((*document)["crash-reporter-error-extra-data"]["value"]["a"], "1");
-  EXPECT_THAT(diagctl("config").output, HasSubstr("vambrik-automation-test-context-json  "));
+  EXPECT_THAT(diagctl({"config"}).output, HasSubstr("vambrik-automation-test-context-json  "));
 }
 
 TEST_F(DiagctlSettingsTest, aSubscriberHearsWhatAnotherProcessSets) {
-  std::mutex mutex;
-  std::condition_variable changed;
-  std::vector<std::string> keys;
+  std::promise<std::string> heard;
   PreferencesConfiguration configuration(std::make_unique<DefaultConfiguration>(),
                                          PreferencesConfiguration::kKeepStore);
-  const auto self = std::this_thread::get_id();
-  configuration.registerPreferencesChangeCallback([&](void* list) {
-    const auto* changedKeys = static_cast<OSSDK::Utils::IListString*>(list);
+  configuration.registerPreferencesChangeCallback([&, self = std::this_thread::get_id()](void* list) {
+    const auto* keys = static_cast<OSSDK::Utils::IListString*>(list);
     EXPECT_NE(std::this_thread::get_id(), self);
-    std::lock_guard lock(mutex);
-    for (size_t i = 0; i < changedKeys->size(); ++i) keys.emplace_back(changedKeys->at(i).view());
-    changed.notify_all();
+    EXPECT_EQ(keys->size(), 1u);
+    heard.set_value(std::string(keys->at(0).view()));
   });
-  EXPECT_EQ(diagctl("pref set crash-reporter-app-id unwatched").exitCode, 0);
-  EXPECT_EQ(diagctl("pref set crash-reporter-logcat-tail-count 3").exitCode, 0);
-  std::unique_lock lock(mutex);
-  EXPECT_TRUE(changed.wait_for(lock, std::chrono::seconds(60), [&] { return !keys.empty(); }));
-  EXPECT_THAT(keys, ::testing::ElementsAre("crash-reporter-logcat-tail-count"));
+  EXPECT_EQ(setPreference("app-id", "unwatched"), 0);
+  EXPECT_EQ(setPreference("logcat-tail-count", "3"), 0);
+  auto key = heard.get_future();
+  ASSERT_EQ(key.wait_for(std::chrono::seconds(60)), std::future_status::ready);
+  EXPECT_EQ(key.get(), "crash-reporter-logcat-tail-count");
   EXPECT_EQ(configuration.getInt("crash-reporter-logcat-tail-count"), 3);
 }
 

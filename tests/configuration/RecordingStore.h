@@ -2,20 +2,18 @@
 // test program, which comes to it through the real loader.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <string>
-#include <vector>
 
 #include <ossdk/Preferences.h>
 
 namespace test {
 
 struct RecordingStore {
-  std::vector<std::string> calls;  // "create", "setInt key=7", "listen key key", "destroy", ...
+  std::string calls;  // "create4, setInt ~key=7, getBool key, listen ~key ~key, ", ~ for "crash-reporter-"
   std::map<std::string, std::string> strings;
-  std::map<std::string, uint32_t> uints;
-  std::map<std::string, int32_t> ints;
-  std::map<std::string, uint8_t> bools;
+  std::map<std::string, int64_t> numbers;
   OSSDK::Preferences::v4::IPreferencesListener* listener = nullptr;
   int ownedTexts = 0;  // given away and not released yet
 };

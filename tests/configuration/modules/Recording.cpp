@@ -2,30 +2,39 @@
 
 #include "RecordingStore.h"
 
+using OSSDK::String;
 namespace v4 = OSSDK::Preferences::v4;
 
 namespace {
 
+constexpr std::string_view kPrefix = "crash-reporter-";
+
 test::RecordingStore gStore;
 
-void note(const std::string& operation, OSSDK::String key, const std::string& rest = "") {
-  gStore.calls.push_back(operation + " " + std::string(key.view()) + rest);
+std::string shortened(String key) {
+  const std::string_view name = key.view();
+  return name.starts_with(kPrefix) ? "~" + std::string(name.substr(kPrefix.size())) : std::string(name);
 }
 
-template <typename Value>
-v4::Status get(const std::map<std::string, Value>& values, OSSDK::String key, Value* value) {
+v4::Status set(const char* operation, String key, const std::string& value) {
+  gStore.calls += operation + (" " + shortened(key)) + "=" + value + ", ";
+  return v4::kOk;
+}
+
+template <typename Map, typename Value>
+v4::Status get(const char* operation, const Map& values, String key, Value* value) {
+  gStore.calls += operation + (" " + shortened(key)) + ", ";
   const auto found = values.find(std::string(key.view()));
   if (found == values.end()) return v4::kNotFound;
-  *value = found->second;
+  *value = static_cast<Value>(found->second);
   return v4::kOk;
 }
 
 class RecordingManager final : public v4::IPreferencesManager {
  public:
-  v4::Status getString(OSSDK::String key, OSSDK::OwnedText* value) override {
-    note("getString", key);
+  v4::Status getString(String key, OSSDK::OwnedText* value) override {
     std::string text;
-    const v4::Status status = get(gStore.strings, key, &text);
+    const v4::Status status = get("getString", gStore.strings, key, &text);
     if (status != v4::kOk) return status;
     ++gStore.ownedTexts;
     // Not terminated: whoever reads on past the length is caught.
@@ -37,39 +46,28 @@ class RecordingManager final : public v4::IPreferencesManager {
               }};
     return v4::kOk;
   }
-  v4::Status getUint(OSSDK::String key, uint32_t* value) override {
-    note("getUint", key);
-    return get(gStore.uints, key, value);
+  v4::Status getUint(String key, uint32_t* value) override {
+    return get("getUint", gStore.numbers, key, value);
   }
-  v4::Status getInt(OSSDK::String key, int32_t* value) override {
-    note("getInt", key);
-    return get(gStore.ints, key, value);
+  v4::Status getInt(String key, int32_t* value) override { return get("getInt", gStore.numbers, key, value); }
+  v4::Status getBool(String key, uint8_t* value) override {
+    return get("getBool", gStore.numbers, key, value);
   }
-  v4::Status getBool(OSSDK::String key, uint8_t* value) override {
-    note("getBool", key);
-    return get(gStore.bools, key, value);
+  v4::Status setString(String key, String text) override {
+    return set("setString", key, std::string(text.view()));
   }
-  v4::Status setString(OSSDK::String key, OSSDK::String value) override {
-    note("setString", key, "=" + std::string(value.view()));
-    return v4::kOk;
+  v4::Status setUint(String key, uint32_t value) override {
+    return set("setUint", key, std::to_string(value));
   }
-  v4::Status setUint(OSSDK::String key, uint32_t value) override {
-    note("setUint", key, "=" + std::to_string(value));
-    return v4::kOk;
+  v4::Status setInt(String key, int32_t value) override { return set("setInt", key, std::to_string(value)); }
+  v4::Status setBool(String key, bool value) override {
+    return set("setBool", key, value ? "true" : "false");
   }
-  v4::Status setInt(OSSDK::String key, int32_t value) override {
-    note("setInt", key, "=" + std::to_string(value));
-    return v4::kOk;
-  }
-  v4::Status setBool(OSSDK::String key, bool value) override {
-    note("setBool", key, value ? "=true" : "=false");
-    return v4::kOk;
-  }
-  v4::Status registerListener(v4::IPreferencesListener* listener, OSSDK::Array<OSSDK::String> keys) override {
+  v4::Status registerListener(v4::IPreferencesListener* listener, OSSDK::Array<String> keys) override {
     gStore.listener = listener;
-    std::string names;
-    for (const OSSDK::String& key : keys) names += " " + std::string(key.view());
-    gStore.calls.push_back("listen" + names);
+    gStore.calls += "listen";
+    for (const String& key : keys) gStore.calls += " " + shortened(key);
+    gStore.calls += ", ";
     return v4::kOk;
   }
 };
@@ -81,12 +79,12 @@ extern "C" test::RecordingStore& recordingStore() {
 }
 
 extern "C" v4::IPreferencesManager* createPreferencesManager(int version) {
-  gStore.calls.push_back("create" + std::to_string(version));
+  gStore.calls += "create" + std::to_string(version) + ", ";
   return new RecordingManager;
 }
 
 extern "C" void destroyPreferencesManager(int version, v4::IPreferencesManager* manager) {
-  gStore.calls.push_back("destroy" + std::to_string(version));
+  gStore.calls += "destroy" + std::to_string(version) + ", ";
   gStore.listener = nullptr;
   delete static_cast<RecordingManager*>(manager);
 }
