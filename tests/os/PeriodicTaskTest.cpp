@@ -10,9 +10,7 @@
 namespace Torv::OS {
 namespace {
 
-using std::chrono::hours;
-using std::chrono::milliseconds;
-using std::chrono::steady_clock;
+using std::chrono::hours, std::chrono::milliseconds, std::chrono::steady_clock;
 
 TEST(PeriodicTask, RunsAtOnceOnlyWhenAskedToOnAThreadNamedBefore) {
   std::atomic<int> runs = 0;
@@ -88,9 +86,7 @@ TEST(PeriodicTask, TakesStartsAndStopsFromSeveralThreads) {
     for (std::thread& thread : threads) thread.join();
     task.start(true);  // and is destroyed while running
   }
-  const auto deadline = steady_clock::now() + std::chrono::seconds(60);
-  while (runs.use_count() > 1 && steady_clock::now() < deadline) std::this_thread::yield();
-  EXPECT_EQ(runs.use_count(), 1) << "a worker has not ended";
+  while (runs.use_count() > 1) std::this_thread::yield();  // every worker ends, or the test times out
 }
 
 }  // namespace
