@@ -1,28 +1,12 @@
 // A preferences file of any bytes: it is read or set aside, and storing a value loses no other.
 #include <cstdint>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 
 #include <android/log.h>
 #include <unistd.h>
 
 #include "ossdkhost/PreferencesFile.h"
-
-namespace {
-
-// Made with the first input, removed at exit.
-const std::string& directory() {
-  static const auto& path = *new std::string([] {
-    std::string pattern = (std::filesystem::temp_directory_path() / "prefs-fuzz-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) abort();
-    std::atexit([] { std::filesystem::remove_all(directory()); });
-    return pattern;
-  }());
-  return path;
-}
-
-}  // namespace
+#include "support/TempDir.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   __android_log_set_minimum_priority(ANDROID_LOG_SILENT);
@@ -30,10 +14,10 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::string path = directory() + "/" + platform::PreferencesFile::kName;
-  std::ofstream(path, std::ios::binary)
-      .write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
-  platform::PreferencesFile file(directory());
+  static const test::TempDir directory;
+  const std::string path =
+      directory.write(platform::PreferencesFile::kName, {reinterpret_cast<const char*>(data), size});
+  platform::PreferencesFile file(directory.path());
   const auto before = file.read();
   if (before == nullptr || !before->isObject()) abort();
   if (before->empty() && access(path.c_str(), F_OK) != 0) return 0;  // set aside
