@@ -30,7 +30,7 @@ TEST(BuildTags, AreFlagsAndNamedValuesAndNothingWithoutAName) {
     Values values;
     EXPECT_TRUE(SystemContextManager::parseBuildTags(tags, flags, values));
     std::set<std::string> all(flags.begin(), flags.end());
-    for (const auto& [name, value] : values) all.insert(name + "=" + value);
+    for (const auto& [name, value] : values) all.insert(std::string(name).append("=").append(value));
     EXPECT_EQ(all, expected);
   }
 }
