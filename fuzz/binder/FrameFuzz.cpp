@@ -12,60 +12,40 @@ namespace {
 using platform::binder::Frame;
 using platform::binder::FrameKind;
 using platform::binder::FrameReader;
+using Result = FrameReader::Result;
 
-struct Outcome {
-  std::vector<std::string> frames;
-  bool malformed = false;
+// The payloads of the frames, each behind a '+', and a '-' where the stream is malformed.
+using Outcome = std::vector<std::string>;
 
-  bool operator==(const Outcome&) const = default;
-};
-
-// Takes what the reader has; false at a malformed frame.
-bool drain(FrameReader& reader, Outcome* outcome) {
+Result take(FrameReader& reader, Outcome* outcome) {
   Frame frame;
-  for (;;) {
-    switch (reader.next(&frame)) {
-      case FrameReader::Result::Frame:
-        outcome->frames.emplace_back(reinterpret_cast<const char*>(frame.payload), frame.header.size);
-        break;
-      case FrameReader::Result::NeedMore:
-        return true;
-      case FrameReader::Result::Malformed:
-        outcome->malformed = true;
-        return false;
-    }
+  const Result result = reader.next(&frame);
+  if (result == Result::Malformed) outcome->emplace_back("-");
+  if (result == Result::Frame) {
+    outcome->push_back("+" + std::string(reinterpret_cast<const char*>(frame.payload), frame.header.size));
   }
+  return result;
 }
 
-Outcome inOnePiece(const uint8_t* data, size_t size) {
-  Outcome outcome;
-  FrameReader reader(FrameKind::Transaction);
-  reader.feed(data, size);
-  drain(reader, &outcome);
-  return outcome;
-}
-
-Outcome inPieces(const uint8_t* data, size_t size, const uint8_t* cuts, size_t count) {
+// Reads the stream in pieces of the `cuts` sizes, in turn.
+Outcome read(const uint8_t* data, size_t size, const std::vector<size_t>& cuts) {
   Outcome outcome;
   FrameReader reader(FrameKind::Transaction);
   size_t at = 0;
   for (size_t i = 0; at < size; ++i) {
-    const size_t wish = count != 0 ? cuts[i % count] + size_t{1} : size;
-    const size_t part = wish < size - at ? wish : size - at;
+    const size_t part = std::min(cuts[i % cuts.size()], size - at);
     const std::vector<uint8_t> piece(data + at, data + at + part);
     at += part;
     reader.feed(piece.data(), piece.size());
     // Now and then a reader is stopped before it has taken all.
-    Frame frame;
-    if (wish % 3 == 0 && reader.next(&frame) == FrameReader::Result::Frame) {
-      outcome.frames.emplace_back(reinterpret_cast<const char*>(frame.payload), frame.header.size);
-    } else if (!drain(reader, &outcome)) {
-      return outcome;
-    }
+    Result result = take(reader, &outcome);
+    while (result == Result::Frame && part % 3 != 0) result = take(reader, &outcome);
+    if (result == Result::Malformed) return outcome;
     reader.keep();
     if (reader.heldSize() > at) abort();
   }
-  drain(reader, &outcome);
+  while (take(reader, &outcome) == Result::Frame) {
+  }
   return outcome;
 }
 
@@ -73,9 +53,12 @@ Outcome inPieces(const uint8_t* data, size_t size, const uint8_t* cuts, size_t c
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
-  const size_t cuts = std::min<size_t>(data[0] % 8, size - 1);
-  const uint8_t* const stream = data + 1 + cuts;
-  const size_t streamSize = size - 1 - cuts;
-  if (!(inOnePiece(stream, streamSize) == inPieces(stream, streamSize, data + 1, cuts))) abort();
+  const size_t count = std::min<size_t>(data[0] % 8, size - 1);
+  std::vector<size_t> cuts(data + 1, data + 1 + count);
+  for (size_t& cut : cuts) ++cut;
+  if (cuts.empty()) cuts = {1};
+  const size_t streamSize = size - 1 - count;
+  const uint8_t* const stream = data + 1 + count;
+  if (read(stream, streamSize, {streamSize}) != read(stream, streamSize, cuts)) abort();
   return 0;
 }

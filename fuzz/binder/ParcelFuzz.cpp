@@ -6,7 +6,7 @@
 #include <optional>
 
 #include <cstdlib>
-#include <functional>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -19,68 +19,48 @@ namespace {
 using android::Parcel;
 using android::String16;
 using android::String8;
-
 template <typename T>
-void readVector(const Parcel& parcel, android::status_t (Parcel::*read)(std::vector<T>*) const) {
-  std::vector<T> values;
-  (parcel.*read)(&values);
-}
-
+using Vector = std::vector<T>;
 template <typename T>
-void readNullableVector(const Parcel& parcel,
-                        android::status_t (Parcel::*read)(std::unique_ptr<std::vector<T>>*) const) {
-  std::unique_ptr<std::vector<T>> values;
-  (parcel.*read)(&values);
+using Nullable = std::unique_ptr<T>;
+
+template <typename T, android::status_t (Parcel::*read)(T*) const>
+void into(const Parcel& parcel) {
+  T value{};
+  (parcel.*read)(&value);
 }
 
-const std::vector<std::function<void(const Parcel&)>>& reads() {
-  static const auto& kReads = *new std::vector<std::function<void(const Parcel&)>>{
-      [](const Parcel& p) { p.readInt32(); },
-      [](const Parcel& p) { p.readInt64(); },
-      [](const Parcel& p) { p.readDouble(); },
-      [](const Parcel& p) { p.readBool(); },
-      [](const Parcel& p) { p.readChar(); },
-      [](const Parcel& p) { p.readByte(); },
-      [](const Parcel& p) { p.readCString(); },
-      [](const Parcel& p) { p.readString8(); },
-      [](const Parcel& p) { p.readString16(); },
-      [](const Parcel& p) { String8(p.readString16()); },
-      [](const Parcel& p) {
-        std::string text;
-        p.readUtf8FromUtf16(&text);
-      },
-      [](const Parcel& p) {
-        std::unique_ptr<std::string> text;
-        p.readUtf8FromUtf16(&text);
-      },
-      [](const Parcel& p) {
-        std::unique_ptr<String16> text;
-        p.readString16(&text);
-      },
-      [](const Parcel& p) { readVector<uint8_t>(p, &Parcel::readByteVector); },
-      [](const Parcel& p) { readVector<int32_t>(p, &Parcel::readInt32Vector); },
-      [](const Parcel& p) { readVector<int64_t>(p, &Parcel::readInt64Vector); },
-      [](const Parcel& p) { readVector<double>(p, &Parcel::readDoubleVector); },
-      [](const Parcel& p) { readVector<bool>(p, &Parcel::readBoolVector); },
-      [](const Parcel& p) { readVector<char16_t>(p, &Parcel::readCharVector); },
-      [](const Parcel& p) { readVector<String16>(p, &Parcel::readString16Vector); },
-      [](const Parcel& p) { readVector<std::string>(p, &Parcel::readUtf8VectorFromUtf16Vector); },
-      [](const Parcel& p) { readNullableVector<int8_t>(p, &Parcel::readByteVector); },
-      [](const Parcel& p) { readNullableVector<float>(p, &Parcel::readFloatVector); },
-      [](const Parcel& p) { readNullableVector<std::unique_ptr<String16>>(p, &Parcel::readString16Vector); },
-      [](const Parcel& p) {
-        readNullableVector<std::unique_ptr<std::string>>(p, &Parcel::readUtf8VectorFromUtf16Vector);
-      },
-      [](const Parcel& p) {
-        android::sp<android::IBinder> binder;
-        p.readNullableStrongBinder(&binder);
-      },
-      [](const Parcel& p) { android::binder::Status().readFromParcel(p); },
-      [](const Parcel& p) { p.readExceptionCode(); },
-      [](const Parcel& p) { p.enforceInterface(String16("a.B")); },
-  };
-  return kReads;
-}
+constexpr void (*kReads[])(const Parcel&) = {
+    into<int32_t, &Parcel::readInt32>,
+    into<int64_t, &Parcel::readInt64>,
+    into<double, &Parcel::readDouble>,
+    into<bool, &Parcel::readBool>,
+    into<char16_t, &Parcel::readChar>,
+    into<int8_t, &Parcel::readByte>,
+    [](const Parcel& p) { p.readCString(); },
+    into<String8, &Parcel::readString8>,
+    into<String16, &Parcel::readString16>,
+    [](const Parcel& p) { String8(p.readString16()); },
+    into<std::string, &Parcel::readUtf8FromUtf16>,
+    into<Nullable<std::string>, &Parcel::readUtf8FromUtf16>,
+    into<Nullable<String16>, &Parcel::readString16>,
+    into<Vector<uint8_t>, &Parcel::readByteVector>,
+    into<Vector<int32_t>, &Parcel::readInt32Vector>,
+    into<Vector<int64_t>, &Parcel::readInt64Vector>,
+    into<Vector<double>, &Parcel::readDoubleVector>,
+    into<Vector<bool>, &Parcel::readBoolVector>,
+    into<Vector<char16_t>, &Parcel::readCharVector>,
+    into<Vector<String16>, &Parcel::readString16Vector>,
+    into<Vector<std::string>, &Parcel::readUtf8VectorFromUtf16Vector>,
+    into<Nullable<Vector<int8_t>>, &Parcel::readByteVector>,
+    into<Nullable<Vector<float>>, &Parcel::readFloatVector>,
+    into<Nullable<Vector<Nullable<String16>>>, &Parcel::readString16Vector>,
+    into<Nullable<Vector<Nullable<std::string>>>, &Parcel::readUtf8VectorFromUtf16Vector>,
+    into<android::sp<android::IBinder>, &Parcel::readNullableStrongBinder>,
+    [](const Parcel& p) { android::binder::Status().readFromParcel(p); },
+    [](const Parcel& p) { p.readExceptionCode(); },
+    [](const Parcel& p) { p.enforceInterface(String16("a.B")); },
+};
 
 }  // namespace
 
@@ -90,7 +70,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Parcel parcel;
   parcel.setData(data + 1 + choices, size - 1 - choices);
   for (size_t i = 1; i <= choices; ++i) {
-    reads()[data[i] % reads().size()](parcel);
+    kReads[data[i] % std::size(kReads)](parcel);
     if (parcel.dataPosition() > parcel.dataSize()) abort();
   }
   return 0;

@@ -4,7 +4,6 @@
 #include <memory>
 #include <optional>
 
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -12,20 +11,14 @@
 
 namespace test {
 
-// The bytes in hexadecimal, a space after each word of four.
-inline std::string hex(const uint8_t* data, size_t size) {
+// What the parcel holds in hexadecimal, a space after each word of four bytes.
+inline std::string hex(const android::Parcel& parcel) {
   std::string text;
-  for (size_t i = 0; i < size; ++i) {
-    char digits[3];
-    snprintf(digits, sizeof(digits), "%02x", data[i]);
+  for (size_t i = 0; i < parcel.dataSize(); ++i) {
     if (i != 0 && i % 4 == 0) text += ' ';
-    text += digits;
+    for (const int shift : {4, 0}) text += "0123456789abcdef"[parcel.data()[i] >> shift & 0xf];
   }
   return text;
-}
-
-inline std::string hex(const android::Parcel& parcel) {
-  return hex(parcel.data(), parcel.dataSize());
 }
 
 // What `write` puts into an empty parcel.
@@ -36,23 +29,16 @@ std::string hexOf(Write write) {
   return hex(parcel);
 }
 
-inline std::vector<uint8_t> bytes(const std::string& hexText) {
-  std::vector<uint8_t> result;
-  std::string digits;
-  for (const char c : hexText) {
-    if (c != ' ') digits += c;
-    if (digits.size() == 2) {
-      result.push_back(static_cast<uint8_t>(std::stoi(digits, nullptr, 16)));
-      digits.clear();
+// A parcel of what hex() would print, to be read from the start.
+class Filled : public android::Parcel {
+ public:
+  explicit Filled(const std::string& text) {
+    std::vector<uint8_t> bytes;
+    for (size_t at = 0; at < text.size(); at += text[at] == ' ' ? 1 : 2) {
+      if (text[at] != ' ') bytes.push_back(static_cast<uint8_t>(std::stoi(text.substr(at, 2), nullptr, 16)));
     }
+    setData(bytes.data(), bytes.size());
   }
-  return result;
-}
-
-// Fills `parcel` as hex() would print it, to be read from the start.
-inline void fill(android::Parcel& parcel, const std::string& hexText) {
-  const auto data = bytes(hexText);
-  parcel.setData(data.data(), data.size());
-}
+};
 
 }  // namespace test

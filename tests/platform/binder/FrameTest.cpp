@@ -15,99 +15,83 @@ using platform::binder::FrameReader;
 using platform::binder::kMaxPayload;
 using Result = FrameReader::Result;
 
-std::vector<uint8_t> frame(uint32_t code, const std::string& payload) {
+std::string frame(uint32_t code, const std::string& payload) {
   const FrameHeader header{static_cast<uint32_t>(FrameKind::Transaction),
                            static_cast<uint32_t>(payload.size()), code, 0};
-  std::vector<uint8_t> data(sizeof(header) + payload.size());
-  memcpy(data.data(), &header, sizeof(header));
-  memcpy(data.data() + sizeof(header), payload.data(), payload.size());
-  return data;
+  return std::string(reinterpret_cast<const char*>(&header), sizeof(header)) + payload;
 }
 
-std::vector<uint8_t> operator+(std::vector<uint8_t> a, const std::vector<uint8_t>& b) {
-  a.insert(a.end(), b.begin(), b.end());
-  return a;
+void feed(FrameReader& reader, const std::string& bytes) {
+  reader.feed(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
 }
 
-std::string text(const Frame& frame) {
-  return std::to_string(frame.header.value) + ":" +
-         std::string(reinterpret_cast<const char*>(frame.payload), frame.header.size);
-}
-
-TEST(FrameReader, GivesTheSameFramesHoweverTheStreamIsCut) {
-  const auto stream = frame(1, "one") + frame(2, "") + frame(3, std::string(10000, 'x')) + frame(4, "four");
-  const std::vector<std::string> expected = {"1:one", "2:", "3:" + std::string(10000, 'x'), "4:four"};
-  for (const size_t step :
-       {size_t{1}, size_t{2}, size_t{15}, size_t{16}, size_t{17}, size_t{19}, size_t{4096}, stream.size()}) {
-    FrameReader reader(FrameKind::Transaction);
-    std::vector<std::string> frames;
-    for (size_t at = 0; at < stream.size(); at += step) {
-      std::vector<uint8_t> part(stream.data() + at, stream.data() + std::min(at + step, stream.size()));
-      reader.feed(part.data(), part.size());
-      Frame next;
-      while (reader.next(&next) == Result::Frame) frames.push_back(text(next));
-      reader.keep();
-      std::fill(part.begin(), part.end(), 0xee);  // the caller's memory is not looked at again
-    }
-    EXPECT_EQ(frames, expected) << step;
-    EXPECT_FALSE(reader.inFrame());
+// What next() gives at most `count` times.
+std::vector<std::string> take(FrameReader& reader, size_t count) {
+  std::vector<std::string> frames;
+  Frame next;
+  while (frames.size() < count && reader.next(&next) == Result::Frame) {
+    frames.push_back(std::to_string(next.header.value) + ":" +
+                     std::string(reinterpret_cast<const char*>(next.payload), next.header.size));
   }
+  return frames;
 }
 
 // A reply that its client does not take stops the reader in the middle of what it was fed.
-TEST(FrameReader, KeepsWholeFramesThatAreNotAskedFor) {
-  auto stream = frame(1, "one") + frame(2, "two") + frame(3, "three") + frame(4, "four");
-  FrameReader reader(FrameKind::Transaction);
-  reader.feed(stream.data(), stream.size() - 2);
-  Frame next;
-  ASSERT_EQ(reader.next(&next), Result::Frame);
-  reader.keep();
-  EXPECT_TRUE(reader.inFrame());
-  std::vector<std::string> frames;
-  while (reader.next(&next) == Result::Frame) frames.push_back(text(next));
-  reader.feed(stream.data() + stream.size() - 2, 2);
-  while (reader.next(&next) == Result::Frame) frames.push_back(text(next));
-  EXPECT_EQ(frames, (std::vector<std::string>{"2:two", "3:three", "4:four"}));
+TEST(FrameReader, GivesTheSameFramesHoweverTheStreamIsCutAndWhenTheyAreAskedFor) {
+  const std::string large(10000, 'x');
+  const auto stream = frame(1, "one") + frame(2, "") + frame(3, large) + frame(4, "four");
+  for (const size_t step : {size_t{1}, size_t{2}, size_t{15}, size_t{16}, size_t{17}, size_t{19},
+                            size_t{4096}, stream.size() - 2, stream.size()}) {
+    for (const size_t atOnce : {1, 10}) {
+      FrameReader reader(FrameKind::Transaction);
+      std::vector<std::string> frames;
+      for (size_t at = 0; at < stream.size(); at += step) {
+        std::string part = stream.substr(at, step);
+        feed(reader, part);
+        for (std::string& next : take(reader, atOnce)) frames.push_back(std::move(next));
+        reader.keep();
+        part.assign(part.size(), '?');  // the caller's memory is not looked at again
+      }
+      for (std::string& next : take(reader, 10)) frames.push_back(std::move(next));
+      EXPECT_EQ(frames, (std::vector<std::string>{"1:one", "2:", "3:" + large, "4:four"})) << step;
+      EXPECT_FALSE(reader.inFrame());
+    }
+  }
 }
 
-TEST(FrameReader, TakesTheLimitAndNotOneByteMore) {
-  auto largest = frame(1, std::string(kMaxPayload, 'x'));
+TEST(FrameReader, TakesTheLimitAndNotOneByteMoreAndHoldsNoMoreThanCame) {
+  const auto largest = frame(1, std::string(kMaxPayload, 'x'));
   FrameReader reader(FrameKind::Transaction);
-  reader.feed(largest.data(), largest.size());
-  Frame next;
-  EXPECT_EQ(reader.next(&next), Result::Frame);
-  EXPECT_EQ(next.header.size, kMaxPayload);
-
-  auto larger = frame(1, std::string(kMaxPayload + 1, 'x'));
-  FrameReader strict(FrameKind::Transaction);
-  strict.feed(larger.data(), sizeof(FrameHeader));
-  EXPECT_EQ(strict.next(&next), Result::Malformed);
-  EXPECT_NE(strict.fault(), nullptr);
-}
-
-TEST(FrameReader, HoldsNoMoreThanCameWhateverIsAnnounced) {
-  const auto large = frame(1, std::string(kMaxPayload, 'x'));
-  FrameReader reader(FrameKind::Transaction);
-  reader.feed(large.data(), 100);
+  const auto start = largest.substr(0, 100);
+  feed(reader, start);
   Frame next;
   EXPECT_EQ(reader.next(&next), Result::NeedMore);
   reader.keep();
   EXPECT_EQ(reader.heldSize(), 100u);
+  const auto rest = largest.substr(100);
+  feed(reader, rest);
+  EXPECT_EQ(reader.next(&next), Result::Frame);
+  EXPECT_EQ(next.header.size, kMaxPayload);
+  FrameReader strict(FrameKind::Transaction);
+  const auto larger = frame(1, std::string(kMaxPayload + 1, 'x')).substr(0, sizeof(FrameHeader));
+  feed(strict, larger);
+  EXPECT_EQ(strict.next(&next), Result::Malformed);
+  EXPECT_NE(strict.fault(), nullptr);
 }
 
 TEST(FrameReader, StopsForGoodAtWhatIsNoFrame) {
-  auto garbage = frame(1, "one") + std::vector<uint8_t>(64, 'G') + frame(2, "two");
+  const auto garbage = frame(1, "one") + std::string(64, 'G') + frame(2, "two");
+  const auto good = frame(3, "three");
   FrameReader reader(FrameKind::Transaction);
-  reader.feed(garbage.data(), garbage.size());
+  feed(reader, garbage);
   Frame next;
   EXPECT_EQ(reader.next(&next), Result::Frame);
   EXPECT_EQ(reader.next(&next), Result::Malformed);
-  auto good = frame(3, "three");
-  reader.feed(good.data(), good.size());
+  feed(reader, good);
   EXPECT_EQ(reader.next(&next), Result::Malformed);
   // A reply is no transaction.
   FrameReader replies(FrameKind::Reply);
-  replies.feed(good.data(), good.size());
+  feed(replies, good);
   EXPECT_EQ(replies.next(&next), Result::Malformed);
 }
 

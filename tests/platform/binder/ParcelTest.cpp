@@ -6,8 +6,6 @@
 //   - the stability word of a null binder is 0x00000001, not 0
 #include "Bytes.h"
 
-#include <cstring>
-
 #include <binder/IPCThreadState.h>
 #include <binder/PersistableBundle.h>
 #include <gtest/gtest.h>
@@ -19,7 +17,7 @@ using android::Parcel;
 using android::sp;
 using android::String16;
 using android::String8;
-using test::fill;
+using test::Filled;
 using test::hex;
 using test::hexOf;
 
@@ -48,7 +46,6 @@ TEST(ParcelBytes, StringsEndInNulAndPadding) {
   EXPECT_EQ(hexOf([](Parcel& p) { p.writeUtf8AsUtf16(std::string("a\xf0\x9f\x98\x80")); }),
             "03000000 61003dd8 00de0000");
   EXPECT_EQ(hexOf([](Parcel& p) { p.writeString8(String8("hi")); }), "02000000 68690000");
-  EXPECT_EQ(hexOf([](Parcel& p) { p.writeString8(String8("abc")); }), "03000000 61626300");
   EXPECT_EQ(hexOf([](Parcel& p) { p.writeString8(String8()); }), "00000000 00000000");
   EXPECT_EQ(hexOf([](Parcel& p) { p.writeCString("hi"); }), "68690000");
   Parcel parcel;
@@ -57,7 +54,6 @@ TEST(ParcelBytes, StringsEndInNulAndPadding) {
 
 TEST(ParcelBytes, VectorsPackBytesAndGiveBoolAndCharAWord) {
   EXPECT_EQ(hexOf([](Parcel& p) { p.writeByteVector(std::vector<uint8_t>{1, 2, 3}); }), "03000000 01020300");
-  EXPECT_EQ(hexOf([](Parcel& p) { p.writeByteVector(std::vector<int8_t>{}); }), "00000000");
   EXPECT_EQ(hexOf([](Parcel& p) { p.writeByteVector(std::unique_ptr<std::vector<uint8_t>>()); }), "ffffffff");
   EXPECT_EQ(hexOf([](Parcel& p) { p.writeInt32Vector({1, 2}); }), "02000000 01000000 02000000");
   EXPECT_EQ(hexOf([](Parcel& p) { p.writeInt64Vector({-1}); }), "01000000 ffffffff ffffffff");
@@ -74,47 +70,40 @@ TEST(ParcelBytes, InterfaceTokenHasPolicyWorkSourceHeaderAndDescriptor) {
 }
 
 TEST(ParcelBytes, ANullBinderHasItsTwentyEightBytesAndALiveOneIsRefused) {
-  EXPECT_EQ(hexOf([](Parcel& p) { p.writeStrongBinder(nullptr); }),
-            "852a6273 13010000 00000000 00000000 00000000 00000000 01000000");
+  const std::string null = "852a6273 13010000 00000000 00000000 00000000 00000000 01000000";
+  EXPECT_EQ(hexOf([](Parcel& p) { p.writeStrongBinder(nullptr); }), null);
   Parcel parcel;
   EXPECT_EQ(parcel.writeStrongBinder(new android::BBinder()), android::INVALID_OPERATION);
   EXPECT_EQ(parcel.writeDupFileDescriptor(0), android::INVALID_OPERATION);
   EXPECT_EQ(parcel.dataSize(), 0u);
-  sp<android::IBinder> binder;
-  fill(parcel, "852a6273 13010000 00000000 00000000 00000000 00000000 01000000");
-  EXPECT_EQ(parcel.readNullableStrongBinder(&binder), android::OK);
-  EXPECT_EQ(binder, nullptr);
-  fill(parcel, "852a6873 13010000 07000000 00000000 00000000 00000000 0100000c");
-  EXPECT_EQ(parcel.readNullableStrongBinder(&binder), android::INVALID_OPERATION);
-  fill(parcel, "00000000 13010000 00000000 00000000 00000000 00000000 01000000");
-  EXPECT_EQ(parcel.readNullableStrongBinder(&binder), android::BAD_TYPE);
-  fill(parcel, "852a6273 13010000");
-  EXPECT_EQ(parcel.readNullableStrongBinder(&binder), android::NOT_ENOUGH_DATA);
-}
-
-// Whether a token of `text` passes for the interface `expected`, and leaves the position behind it.
-bool enforces(const std::string& text, const char* expected) {
-  Parcel parcel;
-  fill(parcel, text);
-  return parcel.enforceInterface(String16(expected));
+  for (const auto& [text, expected] : std::vector<std::pair<std::string, android::status_t>>{
+           {null, android::OK},
+           {"852a6873 13010000 07000000 00000000 00000000 00000000 0100000c", android::INVALID_OPERATION},
+           {"00000000 13010000 00000000 00000000 00000000 00000000 01000000", android::BAD_TYPE},
+           {"852a6273 13010000", android::NOT_ENOUGH_DATA},
+       }) {
+    sp<android::IBinder> binder;
+    EXPECT_EQ(Filled(text).readNullableStrongBinder(&binder), expected) << text;
+    EXPECT_EQ(binder, nullptr);
+  }
 }
 
 TEST(ParcelToken, IsComparedByHeaderAndWholeDescriptor) {
   const std::string token = "00000080 ffffffff 54535953 03000000 61002e00 42000000";
-  EXPECT_TRUE(enforces(token, "a.B"));
-  EXPECT_FALSE(enforces(token, "a.BC"));
-  EXPECT_FALSE(enforces(token, "a."));
-  EXPECT_FALSE(enforces("00000080 ffffffff 52444e56 03000000 61002e00 42000000", "a.B"));
-  EXPECT_FALSE(enforces(token.substr(0, 40), "a.B"));
-  EXPECT_FALSE(enforces("", "a.B"));
+  EXPECT_TRUE(Filled(token).enforceInterface(String16("a.B")));
+  EXPECT_FALSE(Filled(token).enforceInterface(String16("a.BC")));
+  EXPECT_FALSE(Filled(token).enforceInterface(String16("a.")));
+  EXPECT_FALSE(Filled(token.substr(0, 40)).enforceInterface(String16("a.B")));
+  EXPECT_FALSE(Filled("").enforceInterface(String16("a.B")));
+  const Filled vendor("00000080 ffffffff 52444e56 03000000 61002e00 42000000");
+  EXPECT_FALSE(vendor.enforceInterface(String16("a.B")));
   // A descriptor that is missing counts as empty.
-  EXPECT_TRUE(enforces("00000080 ffffffff 54535953", ""));
+  EXPECT_TRUE(Filled("00000080 ffffffff 54535953").enforceInterface(String16("")));
 }
 
 TEST(ParcelToken, HandsOverStrictModeAndWorkSource) {
   auto* const thread = android::IPCThreadState::self();
-  Parcel parcel;
-  fill(parcel, "05000080 e8030000 54535953 03000000 61002e00 42000000 2a000000");
+  const Filled parcel("05000080 e8030000 54535953 03000000 61002e00 42000000 2a000000");
   ASSERT_TRUE(parcel.enforceInterface(String16("a.B")));
   EXPECT_EQ(thread->getStrictModePolicy(), static_cast<int32_t>(0x80000005));
   EXPECT_EQ(thread->getCallingWorkSourceUid(), 1000u);
@@ -131,34 +120,19 @@ TEST(ParcelToken, HandsOverStrictModeAndWorkSource) {
 }
 
 TEST(ParcelRead, GivesBackEveryKindOfValue) {
-  Parcel parcel;
-  parcel.writeInt64(INT64_MIN);
-  parcel.writeUint32(UINT32_MAX);
-  parcel.writeFloat(-0.5f);
-  parcel.writeByte(-7);
-  parcel.writeString8(String8("eight"));
-  parcel.writeCString("c");
-  parcel.writeUtf8AsUtf16(std::string("\xe2\x82\xac"));
-  parcel.writeString16Vector(std::make_unique<std::vector<std::unique_ptr<String16>>>(2));
-  parcel.writeBoolVector({true, false, true});
-  parcel.writeUint64Vector({UINT64_MAX});
-  parcel.setDataPosition(0);
+  const Filled parcel(
+      "00000000 00000080 ffffffff 000000bf f9ffffff 05000000 65696768 74000000 63000000 "
+      "02000000 ffffffff 00000000 00000000 01000000 ffffffff ffffffff");
   EXPECT_EQ(parcel.readInt64(), INT64_MIN);
   EXPECT_EQ(parcel.readUint32(), UINT32_MAX);
   EXPECT_EQ(parcel.readFloat(), -0.5f);
   EXPECT_EQ(parcel.readByte(), -7);
   EXPECT_STREQ(parcel.readString8().string(), "eight");
   EXPECT_STREQ(parcel.readCString(), "c");
-  std::string text;
-  EXPECT_EQ(parcel.readUtf8FromUtf16(&text), android::OK);
-  EXPECT_EQ(text, "\xe2\x82\xac");
   std::unique_ptr<std::vector<std::unique_ptr<String16>>> strings;
-  EXPECT_EQ(parcel.readString16Vector(&strings), android::OK);
-  EXPECT_EQ(strings->size(), 2u);
-  EXPECT_EQ((*strings)[1], nullptr);
-  std::vector<bool> flags;
-  EXPECT_EQ(parcel.readBoolVector(&flags), android::OK);
-  EXPECT_EQ(flags, (std::vector<bool>{true, false, true}));
+  ASSERT_EQ(parcel.readString16Vector(&strings), android::OK);
+  EXPECT_EQ(strings->at(0), nullptr);
+  EXPECT_EQ(*strings->at(1), String16());
   std::vector<uint64_t> numbers;
   EXPECT_EQ(parcel.readUint64Vector(&numbers), android::OK);
   EXPECT_EQ(numbers, std::vector<uint64_t>{UINT64_MAX});
@@ -166,8 +140,7 @@ TEST(ParcelRead, GivesBackEveryKindOfValue) {
 }
 
 TEST(ParcelRead, ATruncatedScalarIsNotEnoughData) {
-  Parcel parcel;
-  fill(parcel, "01000000 020000");
+  const Filled parcel("01000000 020000");
   int64_t wide = 0;
   EXPECT_EQ(parcel.readInt64(&wide), android::NOT_ENOUGH_DATA);
   EXPECT_EQ(parcel.dataPosition(), 0u);
@@ -175,7 +148,6 @@ TEST(ParcelRead, ATruncatedScalarIsNotEnoughData) {
   EXPECT_EQ(parcel.readInt32(&narrow), android::OK);
   EXPECT_EQ(parcel.readInt32(&narrow), android::NOT_ENOUGH_DATA);
   EXPECT_EQ(narrow, 1);
-  EXPECT_EQ(parcel.readInplace(5), nullptr);
   EXPECT_EQ(parcel.readInplace(SIZE_MAX), nullptr);
   parcel.setDataPosition(1000);
   EXPECT_EQ(parcel.dataAvail(), 0u);
@@ -191,8 +163,7 @@ TEST(ParcelRead, AStringThatIsNotWholeIsUnexpectedNull) {
            "02000000 61006200",  // no room for the NUL
            "01000000 61006200",  // another character where the NUL should be
        }) {
-    Parcel parcel;
-    fill(parcel, text);
+    const Filled parcel(text);
     String16 sixteen;
     EXPECT_EQ(parcel.readString16(&sixteen), android::UNEXPECTED_NULL) << text;
     std::string utf8;
@@ -200,27 +171,21 @@ TEST(ParcelRead, AStringThatIsNotWholeIsUnexpectedNull) {
     EXPECT_EQ(parcel.readUtf8FromUtf16(&utf8), android::UNEXPECTED_NULL) << text;
   }
   for (const char* text : {"", "ffffffff", "04000000 61616161", "ffffff7f 61000000"}) {
-    Parcel parcel;
-    fill(parcel, text);
     String8 eight;
-    EXPECT_EQ(parcel.readString8(&eight), android::UNEXPECTED_NULL) << text;
+    EXPECT_EQ(Filled(text).readString8(&eight), android::UNEXPECTED_NULL) << text;
   }
-  Parcel parcel;
-  fill(parcel, "61616161");
-  EXPECT_EQ(parcel.readCString(), nullptr);
+  EXPECT_EQ(Filled("61616161").readCString(), nullptr);
 }
 
 TEST(ParcelRead, AStringAtAnOddPositionIsNotPointedInto) {
-  Parcel parcel;
-  fill(parcel, "00010000 00610000 00000000");
+  const Filled parcel("00010000 00610000 00000000");
   parcel.setDataPosition(1);
   String16 value;
   EXPECT_EQ(parcel.readString16(&value), android::UNEXPECTED_NULL);
 }
 
 TEST(ParcelRead, ANullableStringIsNullOnlyForMinusOne) {
-  Parcel parcel;
-  fill(parcel, "ffffffff 01000000 61000000 05000000");
+  const Filled parcel("ffffffff 01000000 61000000 05000000");
   std::unique_ptr<String16> value = std::make_unique<String16>("old");
   EXPECT_EQ(parcel.readString16(&value), android::OK);
   EXPECT_EQ(value, nullptr);
@@ -231,27 +196,20 @@ TEST(ParcelRead, ANullableStringIsNullOnlyForMinusOne) {
 }
 
 TEST(ParcelRead, AVectorsCountIsCheckedBeforeAnythingIsAllocated) {
-  Parcel parcel;
-  fill(parcel, "ffffff7f 00000000");
+  const std::string huge = "ffffff7f 00000000";
   std::vector<int32_t> ints;
-  EXPECT_EQ(parcel.readInt32Vector(&ints), android::BAD_VALUE);
-  parcel.setDataPosition(0);
+  EXPECT_EQ(Filled(huge).readInt32Vector(&ints), android::BAD_VALUE);
+  EXPECT_EQ(Filled("ffffffff").readInt32Vector(&ints), android::UNEXPECTED_NULL);
   std::vector<String16> strings;
-  EXPECT_EQ(parcel.readString16Vector(&strings), android::BAD_VALUE);
-  parcel.setDataPosition(0);
+  EXPECT_EQ(Filled(huge).readString16Vector(&strings), android::BAD_VALUE);
+  // the second string is missing
+  EXPECT_EQ(Filled("02000000 01000000 61000000").readString16Vector(&strings), android::UNEXPECTED_NULL);
   std::unique_ptr<std::vector<uint8_t>> raw;
-  EXPECT_EQ(parcel.readByteVector(&raw), android::BAD_VALUE);
+  EXPECT_EQ(Filled(huge).readByteVector(&raw), android::BAD_VALUE);
   EXPECT_EQ(raw, nullptr);
-  fill(parcel, "02000000 01000000 02000000");
+  EXPECT_EQ(Filled("03000000 010203").readByteVector(&raw), android::BAD_VALUE);  // no padding
   std::vector<int64_t> longs;
-  EXPECT_EQ(parcel.readInt64Vector(&longs), android::BAD_VALUE);
-  fill(parcel, "ffffffff");
-  EXPECT_EQ(parcel.readInt32Vector(&ints), android::UNEXPECTED_NULL);
-  fill(parcel, "02000000 01000000 61000000");
-  EXPECT_EQ(parcel.readString16Vector(&strings), android::UNEXPECTED_NULL);  // the second string
-  fill(parcel, "03000000 010203");                                           // the padding is missing
-  std::vector<uint8_t> unpadded;
-  EXPECT_EQ(parcel.readByteVector(&unpadded), android::BAD_VALUE);
+  EXPECT_EQ(Filled("02000000 01000000 02000000").readInt64Vector(&longs), android::BAD_VALUE);
 }
 
 TEST(ParcelRead, AParcelablesMarkerIsExactlyOne) {
@@ -261,10 +219,8 @@ TEST(ParcelRead, AParcelablesMarkerIsExactlyOne) {
            {"02000000 00000000", android::UNEXPECTED_NULL},
            {"", android::NOT_ENOUGH_DATA},
        }) {
-    Parcel parcel;
-    fill(parcel, text);
     android::os::PersistableBundle bundle;
-    EXPECT_EQ(parcel.readParcelable(&bundle), expected) << text;
+    EXPECT_EQ(Filled(text).readParcelable(&bundle), expected) << text;
   }
 }
 

@@ -7,33 +7,24 @@ namespace {
 
 using android::Parcel;
 using android::binder::Status;
-using test::fill;
-using test::hexOf;
 
-std::string hexOfStatus(const Status& status) {
-  return hexOf([&](Parcel& parcel) { EXPECT_EQ(status.writeToParcel(&parcel), android::OK); });
+std::string hexOf(const Status& status) {
+  return test::hexOf([&](Parcel& parcel) { EXPECT_EQ(status.writeToParcel(&parcel), android::OK); });
 }
 
 TEST(StatusBytes, EveryExceptionHasMessageAndEmptyStackTrace) {
-  EXPECT_EQ(hexOfStatus(Status::ok()), "00000000");
-  const std::vector<std::pair<int32_t, std::string>> codes = {{Status::EX_SECURITY, "ffffffff"},
-                                                              {Status::EX_BAD_PARCELABLE, "feffffff"},
-                                                              {Status::EX_ILLEGAL_ARGUMENT, "fdffffff"},
-                                                              {Status::EX_NULL_POINTER, "fcffffff"},
-                                                              {Status::EX_ILLEGAL_STATE, "fbffffff"},
-                                                              {Status::EX_NETWORK_MAIN_THREAD, "faffffff"},
-                                                              {Status::EX_UNSUPPORTED_OPERATION, "f9ffffff"}};
-  for (const auto& [code, word] : codes) {
-    EXPECT_EQ(hexOfStatus(Status::fromExceptionCode(code)), word + " 00000000 00000000 00000000");
-    EXPECT_EQ(hexOfStatus(Status::fromExceptionCode(code, "x")), word + " 01000000 78000000 00000000");
+  EXPECT_EQ(hexOf(Status::ok()), "00000000");
+  int32_t code = Status::EX_NONE;  // EX_SECURITY and so on, down to EX_UNSUPPORTED_OPERATION
+  for (const std::string word :
+       {"ffffffff", "feffffff", "fdffffff", "fcffffff", "fbffffff", "faffffff", "f9ffffff"}) {
+    EXPECT_EQ(hexOf(Status::fromExceptionCode(--code)), word + " 00000000 00000000 00000000");
+    EXPECT_EQ(hexOf(Status::fromExceptionCode(code, "x")), word + " 01000000 78000000 00000000");
   }
-  EXPECT_EQ(hexOfStatus(Status::fromExceptionCode(Status::EX_NULL_POINTER, "hi")),
+  EXPECT_EQ(hexOf(Status::fromExceptionCode(Status::EX_NULL_POINTER, "hi")),
             "fcffffff 02000000 68006900 00000000 00000000");
-  EXPECT_EQ(hexOfStatus(Status::fromServiceSpecificError(7)), "f8ffffff 00000000 00000000 00000000 07000000");
-  EXPECT_EQ(hexOfStatus(Status::fromServiceSpecificError(7, "x")),
-            "f8ffffff 01000000 78000000 00000000 07000000");
-  EXPECT_EQ(hexOfStatus(Status::fromServiceSpecificError(0)), "f8ffffff 00000000 00000000 00000000 00000000");
-  EXPECT_EQ(hexOfStatus(Status::fromExceptionCode(Status::EX_PARCELABLE)),
+  EXPECT_EQ(hexOf(Status::fromServiceSpecificError(7, "x")), "f8ffffff 01000000 78000000 00000000 07000000");
+  EXPECT_EQ(hexOf(Status::fromServiceSpecificError(0)), "f8ffffff 00000000 00000000 00000000 00000000");
+  EXPECT_EQ(hexOf(Status::fromExceptionCode(Status::EX_PARCELABLE)),
             "f7ffffff 00000000 00000000 00000000 00000000");
 }
 
@@ -46,33 +37,22 @@ TEST(StatusBytes, AFailedTransactionIsAResultAndNoBytes) {
   EXPECT_TRUE(Status::fromStatusT(android::OK).isOk());
 }
 
-struct Reading {
-  const char* text;
-  android::status_t result;
-  int32_t exception;
-  int32_t next;  // the int32 that is read after it
-};
-
 TEST(StatusRead, FollowsTheLayoutAndLeavesThePositionBehindIt) {
-  for (const Reading& reading : std::vector<Reading>{
-           {"00000000 2a000000", android::OK, Status::EX_NONE, 42},
+  for (const auto& [text, exception] : std::vector<std::pair<std::string, int32_t>>{
+           {"00000000", Status::EX_NONE},
            // a header of Java's, whose size counts itself
-           {"80ffffff 08000000 11111111 2a000000", android::OK, Status::EX_NONE, 42},
-           {"fbffffff 01000000 78000000 00000000 2a000000", android::OK, Status::EX_ILLEGAL_STATE, 42},
-           {"fbffffff 01000000 78000000 04000000 11111111 2a000000", android::OK, Status::EX_ILLEGAL_STATE,
-            42},
-           {"f8ffffff 01000000 78000000 00000000 07000000 2a000000", android::OK, Status::EX_SERVICE_SPECIFIC,
-            42},
-           {"f7ffffff 01000000 78000000 00000000 08000000 11111111 2a000000", android::OK,
-            Status::EX_PARCELABLE, 42},
-           {"c9ffffff 00000000 00000000 00000000 2a000000", android::OK, -55, 42},
+           {"80ffffff 08000000 11111111", Status::EX_NONE},
+           {"fbffffff 01000000 78000000 00000000", Status::EX_ILLEGAL_STATE},
+           {"fbffffff 01000000 78000000 04000000 11111111", Status::EX_ILLEGAL_STATE},
+           {"f8ffffff 01000000 78000000 00000000 07000000", Status::EX_SERVICE_SPECIFIC},
+           {"f7ffffff 01000000 78000000 00000000 08000000 11111111", Status::EX_PARCELABLE},
+           {"c9ffffff 00000000 00000000 00000000", -55},
        }) {
-    Parcel parcel;
-    fill(parcel, reading.text);
+    const test::Filled parcel(text + " 2a000000");
     Status status;
-    EXPECT_EQ(status.readFromParcel(parcel), reading.result) << reading.text;
-    EXPECT_EQ(status.exceptionCode(), reading.exception) << reading.text;
-    EXPECT_EQ(parcel.readInt32(), reading.next) << reading.text;
+    EXPECT_EQ(status.readFromParcel(parcel), android::OK) << text;
+    EXPECT_EQ(status.exceptionCode(), exception) << text;
+    EXPECT_EQ(parcel.readInt32(), 42) << text;
   }
 }
 
@@ -90,8 +70,7 @@ TEST(StatusRead, WhatIsCutOrHostileBecomesAFailedTransaction) {
            {"f8ffffff 00000000 00000000 00000000", android::NOT_ENOUGH_DATA},
            {"f7ffffff 00000000 00000000 00000000 ffffff7f", android::UNKNOWN_ERROR},
        }) {
-    Parcel parcel;
-    fill(parcel, text);
+    const test::Filled parcel(text);
     Status status;
     EXPECT_EQ(status.readFromParcel(parcel), expected) << text;
     EXPECT_EQ(status.exceptionCode(), Status::EX_TRANSACTION_FAILED) << text;

@@ -6,9 +6,6 @@
 #include <memory>
 #include <vector>
 
-#include <signal.h>
-#include <sys/prctl.h>
-
 #include "TestService.h"
 
 #include <binder/IPCThreadState.h>
@@ -27,10 +24,6 @@ class Exchange final : public test::exchange::BnExchange {
               String16* result) override {
     *result = first + String16("|") + (second ? *second : String16("null")) + String16("|") +
               String16(third.c_str());
-    return Status::ok();
-  }
-  Status reverse(const std::vector<int32_t>& numbers, std::vector<int32_t>* result) override {
-    result->assign(numbers.rbegin(), numbers.rend());
     return Status::ok();
   }
   Status pass(const std::unique_ptr<std::vector<uint8_t>>& raw,
@@ -61,7 +54,6 @@ class Exchange final : public test::exchange::BnExchange {
 }  // namespace
 
 int main(int argc, char** argv) {
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (argc < 2) return 2;
   const auto manager = android::defaultServiceManager();
   android::status_t status = manager->addService(String16(argv[1]), new test::TestService);

@@ -8,7 +8,11 @@
 #include <mutex>
 #include <vector>
 
+#include <signal.h>
+#include <unistd.h>
+
 #include <binder/Binder.h>
+#include <binder/IPCThreadState.h>
 #include <binder/Parcel.h>
 
 namespace test {
@@ -24,22 +28,52 @@ class TestService : public android::BBinder {
     kHold,                          // waits for kRelease
     kRelease,
     kNote,        // int32 number: added to the notes
-    kNotes,       // -> int32[] the notes
-    kAwaitNotes,  // int32 n -> int32[] the notes, when there are n of them
+    kAwaitNotes,  // int32 n -> int32[] the notes, when there are n of them or more
   };
 
-  android::status_t onTransact(uint32_t code, const android::Parcel& data, android::Parcel* reply,
-                               uint32_t flags) override;
+  std::vector<int32_t> awaitNotes(size_t count) {
+    std::unique_lock lock(mMutex);
+    mChanged.wait(lock, [&] { return mNotes.size() >= count; });
+    return mNotes;
+  }
 
-  std::vector<int32_t> notes() const;
-  std::vector<int32_t> awaitNotes(size_t count);
-  void release();
+  android::status_t onTransact(uint32_t code, const android::Parcel& data, android::Parcel* reply,
+                               uint32_t flags) override {
+    auto* const thread = android::IPCThreadState::self();
+    switch (code) {
+      case kWho:
+        reply->writeInt32(static_cast<int32_t>(thread->getCallingUid()));
+        reply->writeInt32(thread->getCallingPid());
+        return reply->writeInt32(static_cast<int32_t>(flags));
+      case kReplyWith:
+        return reply->setDataSize(data.readUint32());
+      case kKill:
+        return kill(getpid(), SIGKILL);
+      case kStop:
+        thread->stopProcess();
+        return android::OK;
+      case kAwaitNotes:
+        return reply->writeInt32Vector(awaitNotes(data.readUint32()));
+      case kHold:
+      case kRelease:
+      case kNote:
+        change(code, data.readInt32());
+        return android::OK;
+      default:
+        return BBinder::onTransact(code, data, reply, flags);
+    }
+  }
 
  private:
-  void hold();
-  void note(int32_t number);
+  void change(uint32_t code, int32_t number) {
+    std::unique_lock lock(mMutex);
+    if (code == kHold) mChanged.wait(lock, [this] { return mReleased; });
+    if (code == kRelease) mReleased = true;
+    if (code == kNote) mNotes.push_back(number);
+    mChanged.notify_all();
+  }
 
-  mutable std::mutex mMutex;
+  std::mutex mMutex;
   std::condition_variable mChanged;
   std::vector<int32_t> mNotes;  // guarded by mMutex
   bool mReleased = false;       // guarded by mMutex

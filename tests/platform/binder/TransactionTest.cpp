@@ -2,21 +2,22 @@
 #include "TestService.h"
 
 #include <atomic>
+#include <filesystem>
 #include <future>
 #include <thread>
 
 #include <signal.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <binder/BpBinder.h>
 #include <binder/IServiceManager.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <test/exchange/IExchange.h>
 #include <utils/String8.h>
 
-#include "Process.h"
+#include "fixture/Process.h"
 #include "support/TempDir.h"
 
 namespace {
@@ -27,12 +28,23 @@ using android::sp;
 using android::status_t;
 using android::String16;
 using android::String8;
-using test::Process;
+using fixture::Process;
 using test::TestService;
 
-constexpr char kServer[] = "binder_test_server";
 constexpr size_t kLimit = 1024 * 1024 - 8 * 1024;
-constexpr uid_t kOtherUid = 12345;
+
+// A program from the folder of the test.
+std::string program(const char* name) {
+  return std::filesystem::read_symlink("/proc/self/exe").parent_path() / name;
+}
+
+const fixture::ProcessOptions kAsMyself{.uid = getuid(), .environment = {}};
+
+Process serve(const char* name, const char* exchange = nullptr) {
+  std::vector<std::string> arguments{program("binder_test_server"), name};
+  if (exchange != nullptr) arguments.emplace_back(exchange);
+  return Process(arguments, kAsMyself);
+}
 
 sp<IBinder> lookUp(const char* name) {
   return android::defaultServiceManager()->waitForService(String16(name));
@@ -46,12 +58,16 @@ status_t call(const sp<IBinder>& service, uint32_t code, int32_t argument = 0, P
   return service->transact(code, data, reply != nullptr ? reply : &unwanted, flags);
 }
 
-std::vector<int32_t> notes(const sp<IBinder>& service, uint32_t code, int32_t count = 0) {
+std::vector<int32_t> awaitNotes(const sp<IBinder>& service, int32_t count) {
   Parcel reply;
   std::vector<int32_t> result;
-  EXPECT_EQ(call(service, code, count, &reply), android::OK);
+  EXPECT_EQ(call(service, TestService::kAwaitNotes, count, &reply), android::OK);
   EXPECT_EQ(reply.readInt32Vector(&result), android::OK);
   return result;
+}
+
+void send(const sp<IBinder>& service, uint32_t code, int32_t argument = 0) {
+  EXPECT_EQ(call(service, code, argument, nullptr, IBinder::FLAG_ONEWAY), android::OK);
 }
 
 class TransactionTest : public testing::Test {
@@ -63,15 +79,13 @@ class TransactionTest : public testing::Test {
 // With a server that publishes "service" and "exchange".
 class ServedTransactionTest : public TransactionTest {
  protected:
-  Process mServer{{kServer, "service", "exchange"}};
+  Process mServer = serve("service", "exchange");
   sp<IBinder> mService = lookUp("service");
 };
 
 TEST_F(TransactionTest, AThirdPartysServiceAndClientTalk) {
-  Process service({"third_party_service"});
-  Process client({"third_party_client"});
-  EXPECT_EQ(client.readAll(), "0 hello you");
-  EXPECT_EQ(client.wait(), 0);
+  const Process service({program("third_party_service")}, kAsMyself);
+  EXPECT_EQ(fixture::run({program("third_party_client")}, kAsMyself).output, "0 hello you");
 }
 
 TEST_F(ServedTransactionTest, GeneratedStubAndProxyAgree) {
@@ -79,9 +93,6 @@ TEST_F(ServedTransactionTest, GeneratedStubAndProxyAgree) {
   String16 joined;
   EXPECT_TRUE(exchange->join(String16("a"), nullptr, "\xe2\x82\xac", &joined).isOk());
   EXPECT_STREQ(String8(joined).string(), "a|null|\xe2\x82\xac");
-  std::vector<int32_t> numbers;
-  EXPECT_TRUE(exchange->reverse({1, 2, 3}, &numbers).isOk());
-  EXPECT_EQ(numbers, (std::vector<int32_t>{3, 2, 1}));
   auto raw = std::make_unique<std::vector<uint8_t>>();
   EXPECT_TRUE(exchange->pass(nullptr, &raw).isOk());
   EXPECT_EQ(raw, nullptr);
@@ -149,19 +160,14 @@ TEST_F(ServedTransactionTest, ParcelsUpToTheLimitPassAndLargerOnesFailAtTheirSen
 }
 
 TEST_F(ServedTransactionTest, TheCallerIsWhoTheKernelSays) {
-  // uids are of a thread, as far as the kernel is concerned
-  const bool root = getuid() == 0;
   chmod(mRuntime.path().c_str(), 0755);
-  std::thread([&] {
-    if (root) {
-      ASSERT_EQ(syscall(SYS_setresuid, -1, kOtherUid, -1), 0);
-    }
+  fixture::actAs(fixture::applicationUid(), [&] {
     Parcel reply;
     ASSERT_EQ(call(mService, TestService::kWho, 0, &reply), android::OK);
-    EXPECT_EQ(reply.readInt32(), static_cast<int32_t>(root ? kOtherUid : getuid()));
+    EXPECT_EQ(reply.readInt32(), static_cast<int32_t>(fixture::applicationUid()));
     EXPECT_EQ(reply.readInt32(), getpid());
     EXPECT_EQ(reply.readInt32() & IBinder::FLAG_ONEWAY, 0);
-  }).join();
+  });
 }
 
 TEST_F(ServedTransactionTest, AForkedChildCallsAsItself) {
@@ -214,14 +220,13 @@ TEST_F(ServedTransactionTest, OneWayCallsOfAClientRunInOrder) {
   for (int i = 0; i < kClients; ++i) {
     clients.emplace_back([&, i] {
       for (int j = 0; j < kCalls; ++j) {
-        EXPECT_EQ(call(mService, TestService::kNote, i * kCalls + j, nullptr, IBinder::FLAG_ONEWAY),
-                  android::OK);
+        send(mService, TestService::kNote, i * kCalls + j);
       }
     });
   }
   for (auto& client : clients) client.join();
   std::vector<int32_t> next(kClients, 0);
-  const auto all = notes(mService, TestService::kAwaitNotes, kClients * kCalls);
+  const auto all = awaitNotes(mService, kClients * kCalls);
   ASSERT_EQ(all.size(), static_cast<size_t>(kClients * kCalls));
   for (const int32_t note : all) EXPECT_EQ(note % kCalls, next[static_cast<size_t>(note / kCalls)]++);
 }
@@ -229,17 +234,17 @@ TEST_F(ServedTransactionTest, OneWayCallsOfAClientRunInOrder) {
 TEST_F(ServedTransactionTest, AOneWayCallThatTakesItsTimeDelaysOnlyOneWayCalls) {
   // More of them than the pool has threads.
   for (int i = 0; i < 40; ++i) {
-    EXPECT_EQ(call(mService, TestService::kHold, 0, nullptr, IBinder::FLAG_ONEWAY), android::OK);
+    send(mService, TestService::kHold, 0);
   }
-  EXPECT_EQ(call(mService, TestService::kNote, 1, nullptr, IBinder::FLAG_ONEWAY), android::OK);
+  send(mService, TestService::kNote, 1);
   for (int i = 0; i < 10; ++i) EXPECT_EQ(mService->pingBinder(), android::OK);
-  EXPECT_TRUE(notes(mService, TestService::kNotes).empty());
+  EXPECT_TRUE(awaitNotes(mService, 0).empty());
   EXPECT_EQ(call(mService, TestService::kRelease), android::OK);
-  EXPECT_EQ(notes(mService, TestService::kAwaitNotes, 1), std::vector<int32_t>{1});
+  EXPECT_EQ(awaitNotes(mService, 1), std::vector<int32_t>{1});
 }
 
 TEST_F(ServedTransactionTest, AOneWayFloodBeyondTheBacklogIsRefusedAndNotLost) {
-  EXPECT_EQ(call(mService, TestService::kHold, 0, nullptr, IBinder::FLAG_ONEWAY), android::OK);
+  send(mService, TestService::kHold, 0);
   int accepted = 0;
   while (true) {
     Parcel data;
@@ -254,28 +259,18 @@ TEST_F(ServedTransactionTest, AOneWayFloodBeyondTheBacklogIsRefusedAndNotLost) {
   }
   EXPECT_EQ(mService->pingBinder(), android::OK);
   EXPECT_EQ(call(mService, TestService::kRelease), android::OK);
-  const auto all = notes(mService, TestService::kAwaitNotes, accepted);
+  const auto all = awaitNotes(mService, accepted);
   for (int i = 0; i < accepted; ++i) EXPECT_EQ(all[static_cast<size_t>(i)], i);
-  EXPECT_EQ(call(mService, TestService::kNote, -1, nullptr, IBinder::FLAG_ONEWAY), android::OK);
-  EXPECT_EQ(notes(mService, TestService::kAwaitNotes, accepted + 1).back(), -1);
-}
-
-TEST_F(ServedTransactionTest, AOneWayCallIsRunThoughItsCallerHasExited) {
-  const pid_t child = fork();
-  if (child == 0) {
-    for (int i = 0; i < 50; ++i) call(mService, TestService::kNote, i, nullptr, IBinder::FLAG_ONEWAY);
-    _exit(0);
-  }
-  ASSERT_EQ(waitpid(child, nullptr, 0), child);
-  EXPECT_EQ(notes(mService, TestService::kAwaitNotes, 50).size(), 50u);
+  send(mService, TestService::kNote, -1);
+  EXPECT_EQ(awaitNotes(mService, accepted + 1).back(), -1);
 }
 
 TEST_F(ServedTransactionTest, AServerKilledInMidCallIsDeadForGoodThoughAnotherTakesItsName) {
   EXPECT_EQ(call(mService, TestService::kKill), android::DEAD_OBJECT);
   EXPECT_FALSE(mService->isBinderAlive());
-  EXPECT_TRUE(WIFSIGNALED(mServer.wait()));
+  EXPECT_TRUE(WIFSIGNALED(mServer.wait().value_or(0)));
   EXPECT_EQ(android::defaultServiceManager()->checkService(String16("service")), nullptr);
-  Process successor({kServer, "service"});
+  Process successor = serve("service");
   const sp<IBinder> anew = lookUp("service");
   EXPECT_NE(anew, mService);
   EXPECT_EQ(anew->pingBinder(), android::OK);
@@ -285,9 +280,9 @@ TEST_F(ServedTransactionTest, AServerKilledInMidCallIsDeadForGoodThoughAnotherTa
 
 // The same of a proxy that no call has shown its server's death.
 TEST_F(ServedTransactionTest, AProxyDoesNotTalkToItsServersSuccessor) {
-  mServer.kill();
+  mServer.signal(SIGKILL);
   mServer.wait();
-  Process successor({kServer, "service"});
+  Process successor = serve("service");
   lookUp("service");
   EXPECT_EQ(mService->pingBinder(), android::DEAD_OBJECT);
 }
@@ -311,11 +306,13 @@ TEST_F(ServedTransactionTest, ADeathIsToldToThoseWhoAreLinked) {
   const sp<Recipient> linked = new Recipient;
   const sp<Recipient> unlinked = new Recipient;
   int cookie = 0;
-  ASSERT_EQ(mService->linkToDeath(unlinked, &cookie), android::OK);
-  ASSERT_EQ(mService->linkToDeath(linked), android::OK);
-  EXPECT_EQ(mService->unlinkToDeath(nullptr, &cookie), android::OK);
+  for (int i = 0; i < 3; ++i) {  // each time the last link goes
+    ASSERT_EQ(mService->linkToDeath(unlinked, &cookie), android::OK);
+    EXPECT_EQ(mService->unlinkToDeath(nullptr, &cookie), android::OK);
+  }
   EXPECT_EQ(mService->unlinkToDeath(unlinked), android::NAME_NOT_FOUND);
-  mServer.kill();
+  ASSERT_EQ(mService->linkToDeath(linked), android::OK);
+  mServer.signal(SIGKILL);
   EXPECT_EQ(linked->awaitDeath(), mService.get());
   EXPECT_FALSE(mService->isBinderAlive());
   EXPECT_EQ(mService->linkToDeath(unlinked), android::DEAD_OBJECT);
@@ -323,45 +320,24 @@ TEST_F(ServedTransactionTest, ADeathIsToldToThoseWhoAreLinked) {
   EXPECT_EQ(mService->pingBinder(), android::DEAD_OBJECT);
 }
 
-TEST_F(ServedTransactionTest, DeathIsWatchedAgainAfterTheLastLinkIsGone) {
-  sp<Recipient> recipient = new Recipient;
-  for (int i = 0; i < 3; ++i) {
-    ASSERT_EQ(mService->linkToDeath(recipient), android::OK);
-    EXPECT_EQ(mService->unlinkToDeath(recipient), android::OK);
-  }
-  ASSERT_EQ(mService->linkToDeath(recipient), android::OK);
-  mServer.kill();
-  EXPECT_EQ(recipient->awaitDeath(), mService.get());
-  const sp<IBinder> local = new TestService;
-  EXPECT_EQ(local->linkToDeath(recipient), android::INVALID_OPERATION);
-}
-
-TEST_F(ServedTransactionTest, AServiceHasOneProxyInAProcess) {
+TEST_F(ServedTransactionTest, AServiceHasOneProxyInAProcessAndNoneInItsOwn) {
   EXPECT_EQ(lookUp("service"), mService);
   EXPECT_NE(lookUp("exchange"), mService);
-  EXPECT_EQ(mService->localBinder(), nullptr);
   EXPECT_NE(mService->remoteBinder(), nullptr);
-}
-
-TEST_F(TransactionTest, AServiceOfThisProcessIsTheObjectItself) {
   const sp<IBinder> own = new TestService;
   ASSERT_EQ(android::defaultServiceManager()->addService(String16("own"), own), android::OK);
   EXPECT_EQ(lookUp("own"), own);
+  EXPECT_EQ(own->linkToDeath(new Recipient), android::INVALID_OPERATION);
 }
 
-TEST_F(TransactionTest, ANameThatIsTakenStaysWithWhoHasIt) {
-  Process first({kServer, "service"});
-  EXPECT_EQ(first.read(), "0");
-  Process second({kServer, "service"});
-  EXPECT_EQ(second.readAll(), std::to_string(android::ALREADY_EXISTS));
-  EXPECT_EQ(lookUp("service")->pingBinder(), android::OK);
+TEST_F(ServedTransactionTest, ANameThatIsTakenStaysWithWhoHasIt) {
+  const auto second = fixture::run({program("binder_test_server"), "service"}, kAsMyself);
+  EXPECT_THAT(second.output, testing::EndsWith("\n" + std::to_string(android::ALREADY_EXISTS)));
+  EXPECT_EQ(mService->pingBinder(), android::OK);
   // Another name in the same directory is free to another process.
-  Process third({kServer, "another"});
-  EXPECT_EQ(third.read(), "0");
-  const auto names = android::defaultServiceManager()->listServices();
-  ASSERT_EQ(names.size(), 2u);
-  EXPECT_EQ(names[0], String16("another"));
-  EXPECT_EQ(names[1], String16("service"));
+  const Process third = serve("another");
+  EXPECT_EQ(lookUp("another")->pingBinder(), android::OK);
+  EXPECT_EQ(android::defaultServiceManager()->listServices().size(), 3u);
 }
 
 TEST_F(TransactionTest, WhatIsNoServiceIsNotFound) {
