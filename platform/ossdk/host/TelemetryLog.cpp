@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <utility>
 
 #include <android-base/unique_fd.h>
@@ -18,6 +19,17 @@ namespace {
 
 constexpr char kTag[] = "OsSdkTelemetry";
 
+// A look at the path costs more than the write. Whether the file has been removed, or has grown to be rotated
+// by another process, the open file says itself; only one that an outsider has renamed goes unnoticed, for
+// this long.
+constexpr int64_t kLookEveryMs = 500;
+
+int64_t nowMs() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+  return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+}
+
 }  // namespace
 
 struct TelemetryLog::File {
@@ -25,7 +37,13 @@ struct TelemetryLog::File {
   android::base::unique_fd fd;
   dev_t device = 0;
   ino_t inode = 0;
-  std::atomic<bool> torn = false;  // its last line is a part of one
+  std::atomic<bool> torn = false;      // its last line is a part of one
+  std::atomic<int64_t> seenAtPath{0};  // when it last was, in nowMs()
+
+  // Whether a look at the path can be spared. Fills `status` then.
+  bool isRecent(struct stat* status) const {
+    return nowMs() - seenAtPath < kLookEveryMs && fstat(fd.get(), status) == 0 && status->st_nlink != 0;
+  }
 };
 
 bool TelemetryLog::append(const std::string& directory, const std::string& line, bool flush) {
@@ -34,6 +52,7 @@ bool TelemetryLog::append(const std::string& directory, const std::string& line,
   std::shared_ptr<File> file = fileAt(path, &sizeBytes);
   if (file != nullptr && sizeBytes > 0 && sizeBytes + line.size() > kMaxBytes) {
     rotate(directory, path, line.size());
+    file->seenAtPath = 0;
     file = fileAt(path, &sizeBytes);
   }
   if (file == nullptr) {
@@ -57,16 +76,16 @@ std::shared_ptr<TelemetryLog::File> TelemetryLog::fileAt(const std::string& path
   std::shared_ptr<File> file;
   {
     std::lock_guard lock(mMutex);
-    file = mFile;
+    if (mFile != nullptr && mFile->path == path) file = mFile;
   }
   struct stat status {};
-  *sizeBytes = 0;
-  if (stat(path.c_str(), &status) == 0) {
-    *sizeBytes = static_cast<size_t>(status.st_size);
-    if (file != nullptr && file->path == path && file->device == status.st_dev &&
-        file->inode == status.st_ino) {
-      return file;
-    }
+  const bool spared = file != nullptr && file->isRecent(&status);
+  const bool there = spared || stat(path.c_str(), &status) == 0;
+  *sizeBytes = there ? static_cast<size_t>(status.st_size) : 0;
+  if (spared) return file;
+  if (there && file != nullptr && file->device == status.st_dev && file->inode == status.st_ino) {
+    file->seenAtPath = nowMs();
+    return file;
   }
   file = open(path);
   std::lock_guard lock(mMutex);
@@ -87,6 +106,7 @@ std::shared_ptr<TelemetryLog::File> TelemetryLog::open(const std::string& path) 
   }
   file->device = status.st_dev;
   file->inode = status.st_ino;
+  file->seenAtPath = nowMs();
   return file;
 }
 

@@ -72,6 +72,10 @@ TEST_F(TelemetryLogTest, followsTheFileAndTheDirectory) {
   ASSERT_EQ(unlink(mPath.c_str()), 0);
   ASSERT_TRUE(append("d\n"));
   EXPECT_EQ(logged(), "d\n");
+  // Renamed by somebody else, the file is left as soon as that is noticed.
+  ASSERT_EQ(rename(mPath.c_str(), mDir.path("saved").c_str()), 0);
+  while (logged().empty()) ASSERT_TRUE(append("e\n"));
+  EXPECT_EQ(logged(), "e\n");
 }
 
 TEST_F(TelemetryLogTest, aPathThatIsNoFileIsRefusedAndToldOnce) {
