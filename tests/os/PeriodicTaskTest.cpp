@@ -45,17 +45,24 @@ TEST(PeriodicTask, PausesForThePeriodAfterEachRunOfItsOneWorker) {
   for (const auto pause : pauses) EXPECT_GE(pause, kPeriod);
 }
 
+// Set once the callback that holds it is gone, and so every worker that could run it.
+struct EndMark {
+  explicit EndMark(std::atomic<bool>& flag) : ended(flag) {}
+  std::atomic<bool>& ended;
+  ~EndMark() { ended = true; }
+};
+
 TEST(PeriodicTask, LeavesARunBehindThatEndsByItself) {
   std::atomic<int> runs = 0;
-  std::promise<void> entered, leave, left, second;
+  std::atomic<bool> ended = false;
+  std::promise<void> entered, leave, second;
   {
-    PeriodicTask task(milliseconds(1), "task", [&] {
+    PeriodicTask task(milliseconds(1), "task", [&, mark = std::make_shared<EndMark>(ended)] {
       const int run = ++runs;
       if (run == 2) second.set_value();
       if (run != 1) return;
       entered.set_value();
       leave.get_future().wait();
-      left.set_value_at_thread_exit();
     });
     task.start(true);
     entered.get_future().wait();
@@ -66,7 +73,7 @@ TEST(PeriodicTask, LeavesARunBehindThatEndsByItself) {
   }
   const int before = runs;
   leave.set_value();  // by now the task object is gone
-  left.get_future().wait();
+  while (!ended) std::this_thread::yield();
   EXPECT_EQ(runs, before);
 }
 
