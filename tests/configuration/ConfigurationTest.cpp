@@ -95,29 +95,24 @@ class ChainTest : public ::testing::Test {
   test::ScopedEnv mRuntime{"TORV_RUNTIME_DIR", mDir.path("runtime")};
 };
 
-TEST_F(ChainTest, eachLayerWinsOverThoseBelow) {
+// What the file, the store and the defaults answer, the tests of diagctl and of the system context show.
+TEST_F(ChainTest, overridesHaveOneValueATypeAndTheRestPassesThrough) {
   constexpr char kCount[] = "crash-reporter-logcat-tail-count";
-  writeFile("{}");
-  const auto chain = buildConfigurationChain();
-  EXPECT_EQ(chain->getInt(kCount), -1);
-  EXPECT_EQ(chain->getUint("crash-reporter-upload-to-server-max-retry-time-delay"), 3600);
-  writePreferences(R"({"crash-reporter-logcat-tail-count": 10})");
-  EXPECT_EQ(chain->getInt(kCount), 10) << "the store is asked anew each time";
   writeFile(R"({"crash-reporter-logcat-tail-count": 20, "crash-reporter-error-extra-data": {"a": 1}})");
-  EXPECT_EQ(chain->getInt(kCount), 10) << "the file is read once";
-  const auto later = buildConfigurationChain();
-  EXPECT_EQ(later->getInt(kCount), 20);
-  later->setInt(kCount, -30);
-  later->setUint(kCount, 65535);
-  later->setBool(kCount, true);
-  EXPECT_EQ(later->getString(kCount), "") << "an override has one type";
-  later->setString(kCount, "text");
-  later->setString(kCount, "later text");
-  EXPECT_EQ(later->getString(kCount), "later text");
-  EXPECT_EQ(later->getUint(kCount), 65535);
-  EXPECT_EQ(later->getInt(kCount), -30);
-  EXPECT_TRUE(later->getBool(kCount));
-  EXPECT_EQ(later->getLocalStrMap("crash-reporter-error-extra-data").size(), 1u);
+  const auto chain = buildConfigurationChain();
+  writeFile("{}");
+  EXPECT_EQ(chain->getInt(kCount), 20) << "the file is read once";
+  chain->setInt(kCount, -30);
+  chain->setUint(kCount, 65535);
+  chain->setBool(kCount, true);
+  EXPECT_EQ(chain->getString(kCount), "") << "an override has one type";
+  chain->setString(kCount, "text");
+  chain->setString(kCount, "later text");
+  EXPECT_EQ(chain->getString(kCount), "later text");
+  EXPECT_EQ(chain->getUint(kCount), 65535);
+  EXPECT_EQ(chain->getInt(kCount), -30);
+  EXPECT_TRUE(chain->getBool(kCount));
+  EXPECT_EQ(chain->getLocalStrMap("crash-reporter-error-extra-data").size(), 1u);
 }
 
 TEST_F(ChainTest, anUnusableStoreIsToldOnceAndTheDefaultsAnswer) {

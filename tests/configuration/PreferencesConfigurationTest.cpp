@@ -86,26 +86,20 @@ TEST_F(PreferencesConfigurationTest, aKeptStoreIsSetUpAtOnceUnlessLazy) {
   EXPECT_EQ(calls(), kSetUp + "getInt b, getInt b, ");
 }
 
-TEST_F(PreferencesConfigurationTest, anOldVersionIsResetInTheFixedOrder) {
-  for (const int version : {4, 2, 0, -2, std::numeric_limits<int>::min()}) {
+TEST_F(PreferencesConfigurationTest, anOldVersionIsResetInTheFixedOrderANewOneOrNoneIsLeftAlone) {
+  make(6);
+  EXPECT_EQ(calls(), kSetUp + kReadVersion + "destroy4, ");
+  constexpr int kLowest = std::numeric_limits<int>::min();
+  for (const int version : {5, -1, std::numeric_limits<int>::max(), 4, 2, 0, -2, kLowest}) {
     mStore.numbers[kVersion] = version;
     make(6);
-    EXPECT_EQ(calls(), kSetUp + kReadVersion + kResets + "destroy4, ") << version;
+    const bool old = version < 5 && version != -1;
+    EXPECT_EQ(calls(), kSetUp + kReadVersion + (old ? kResets : "") + "destroy4, ") << version;
   }
   const auto lazy = make(7);
   EXPECT_EQ(calls(), "");
   lazy->getInt("b");
   EXPECT_EQ(calls(), kSetUp + kReadVersion + kResets + "getInt b, ");
-}
-
-TEST_F(PreferencesConfigurationTest, aNewVersionOrNoneIsLeftAlone) {
-  make(6);
-  EXPECT_EQ(calls(), kSetUp + kReadVersion + "destroy4, ");
-  for (const int version : {5, -1, std::numeric_limits<int>::max()}) {
-    mStore.numbers[kVersion] = version;
-    make(6);
-    EXPECT_EQ(calls(), kSetUp + kReadVersion + "destroy4, ") << version;
-  }
 }
 
 TEST_F(PreferencesConfigurationTest, aStoredValueWinsOverTheDefault) {
