@@ -4,6 +4,7 @@
 #include <mutex>
 #include <vector>
 
+#include <android/dlext.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <ossdk/Preferences.h>
@@ -80,6 +81,25 @@ class ModuleTest : public ::testing::Test {
   test::TempDir mDir;
   test::ScopedEnv mRuntime{"TORV_RUNTIME_DIR", mDir.path()};
 };
+
+TEST(DlopenExtTest, takesANamespaceAndNoOtherFlag) {
+  int here = 0;
+  auto* someNamespace = reinterpret_cast<android_namespace_t*>(&here);
+  const auto opens = [](uint64_t flags, android_namespace_t* from) {
+    android_dlextinfo info{};
+    info.flags = flags;
+    info.library_namespace = from;
+    return android_dlopen_ext(OSSDK_MODULE, RTLD_LAZY, &info) != nullptr;
+  };
+  EXPECT_NE(android_dlopen_ext(OSSDK_MODULE, RTLD_LAZY, nullptr), nullptr);
+  EXPECT_EQ(android_dlopen_ext("no such module", RTLD_LAZY, nullptr), nullptr);
+  EXPECT_TRUE(opens(0, nullptr));
+  EXPECT_FALSE(opens(ANDROID_DLEXT_USE_NAMESPACE, nullptr));
+  EXPECT_TRUE(opens(ANDROID_DLEXT_USE_NAMESPACE, someNamespace));
+  for (const uint64_t flag : {0x1ULL, 0x10ULL, 0x80ULL, 0x400ULL, 1ULL << 40}) {
+    EXPECT_FALSE(opens(ANDROID_DLEXT_USE_NAMESPACE | flag, someNamespace)) << flag;
+  }
+}
 
 TEST_F(ModuleTest, otherVersionsAreRefused) {
   auto* createManager = entryPoint<v4::CreatePreferencesManager>(v4::kCreatePreferencesManager);
