@@ -28,7 +28,7 @@ constexpr int32_t kSessionAtom = 111983;
 inline std::string bytes(std::string hex) {
   std::erase(hex, ' ');
   std::string out;
-  for (size_t at = 0; at < hex.size(); at += 2) out.push_back(std::stoi(hex.substr(at, 2), nullptr, 16));
+  for (size_t at = 0; at < hex.size(); at += 2) out += char(std::stoi(hex.substr(at, 2), nullptr, 16));
   return out;
 }
 

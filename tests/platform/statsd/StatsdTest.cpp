@@ -72,12 +72,11 @@ TEST_F(StatsdTest, LosesAndDoublesNothingUnderAFlood) {
   }
   std::atomic<bool> over = false;
   std::vector<Report> fetched(2);
-  std::vector<std::thread> fetchers;
-  for (Report& mine : fetched) {
-    fetchers.emplace_back([&] {
-      while (!over) std::ranges::move(fetch(), std::back_inserter(mine));
-    });
-  }
+  const auto fetchInto = [&](Report& mine) {
+    while (!over) std::ranges::move(fetch(), std::back_inserter(mine));
+  };
+  std::thread fetchers[] = {std::thread(fetchInto, std::ref(fetched[0])),
+                            std::thread(fetchInto, std::ref(fetched[1]))};
   for (std::thread& sender : senders) sender.join();
   over = true;
   for (std::thread& fetcher : fetchers) fetcher.join();
