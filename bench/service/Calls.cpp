@@ -26,6 +26,14 @@ constexpr int kOnePid = kFirstPid + kProcesses / 2;
   exit(1);
 }
 
+android::status_t transact(const android::sp<android::IBinder>& service, uint32_t code, Parcel* reply) {
+  Parcel request;
+  request.writeInterfaceToken(IDiagnosticsCollectorService::descriptor);
+  request.writeInt32(kOnePid);
+  request.writeString16(String16("reporter"));
+  return service->transact(code, request, reply);
+}
+
 }  // namespace
 
 void useOneCore() {
@@ -78,6 +86,14 @@ Call Call::forAll(const char* service) {
   });
 }
 
+Call Call::unread(uint32_t code) {
+  const auto binder = fixture::Daemon::binder(IDiagnosticsCollectorService::kServiceName);
+  return Call([binder, code] {
+    Parcel reply;
+    return transact(binder, code, &reply);
+  });
+}
+
 Call Call::forBytes(size_t size) {
   const auto binder = fixture::Daemon::binder("bytes");
   return Call([binder, size] {
@@ -99,14 +115,9 @@ double Call::timeNs() const {
 }
 
 size_t replyBytes(uint32_t code) {
-  Parcel request;
   Parcel reply;
-  request.writeInterfaceToken(IDiagnosticsCollectorService::descriptor);
-  request.writeInt32(kOnePid);
-  request.writeString16(String16("reporter"));
   const auto binder = fixture::Daemon::binder(IDiagnosticsCollectorService::kServiceName);
-  if (const auto status = binder->transact(code, request, &reply); status != OK)
-    fail("a call failed", status);
+  if (const auto status = transact(binder, code, &reply); status != OK) fail("a call failed", status);
   return reply.dataSize();
 }
 

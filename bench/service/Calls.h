@@ -40,6 +40,8 @@ class Call {
   // Through the real proxy to a service with the collector's interface: for one process, or for all.
   static Call forOne(const char* service);
   static Call forAll(const char* service);
+  // Transaction `code` of the service, without a proxy: the reply is not unpacked.
+  static Call unread(uint32_t code);
   // To the service "bytes", without a proxy: a reply of so many bytes that nobody reads.
   static Call forBytes(size_t size);
 

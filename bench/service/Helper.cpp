@@ -130,7 +130,7 @@ int main(int argc, char** argv) {
   const std::string mode = argc > 1 ? argv[1] : "";
   const std::string what = argc > 2 ? argv[2] : "";
   if (mode == "echo") return echo();
-  if (mode == "publish") return publish(atoi(what.c_str()));
+  if (mode == "publish") return publish(std::stoi(what));
   if (what == "memory") churnMemory();
   if (what == "disk") churnDisk();
   if (what == "cores") churnCores();

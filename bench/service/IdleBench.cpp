@@ -14,7 +14,7 @@ namespace {
 long field(const std::string& path, const std::string& name) {
   const std::string text = test::readFile(path);
   const size_t at = text.find(name + ":");
-  return at == std::string::npos ? 0 : atol(text.c_str() + at + name.size() + 1);
+  return at == std::string::npos ? 0 : std::stol(text.substr(at + name.size() + 1));
 }
 
 // How often the process's threads have gone to sleep so far, and so woken up again.

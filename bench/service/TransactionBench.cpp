@@ -25,19 +25,19 @@ struct Limits {
   double p99;
 };
 
-// One iteration is a call to the service, one to the echo, and one for the bare bytes, which shows what the
-// bundles cost on both sides.
+// One iteration is a call to the service and one to the echo; then the same without the client's reading: a
+// bare transaction, and one for as many bytes that were never a bundle.
 void compareCalls(benchmark::State& state, uint32_t code, Call (*to)(const char*), const Limits& atMost) {
   useOneCore();
   const Scene scene;
   const size_t size = replyBytes(code);
-  const Call calls[] = {to(kService), to(kEcho), Call::forBytes(size)};
+  const Call calls[] = {to(kService), to(kEcho), Call::unread(code), Call::forBytes(size)};
   std::vector<double> ns[std::size(calls)];
   for (auto _ : state) {
     for (size_t i = 0; i < std::size(calls); ++i) ns[i].push_back(calls[i].timeNs());
     state.SetIterationTime(ns[0].back() / 1e9);
   }
-  const auto& [ours, echo, bytes] = ns;
+  const auto& [ours, echo, unread, bytes] = ns;
   const double p50 = percentile(ours, 0.5) / percentile(echo, 0.5);
   const double p99 = percentile(ours, 0.99) / percentile(echo, 0.99);
   state.counters["reply_bytes"] = static_cast<double>(size);
@@ -46,6 +46,7 @@ void compareCalls(benchmark::State& state, uint32_t code, Call (*to)(const char*
   state.counters["max_us"] = us(percentile(ours, 1));
   state.counters["echo_p50_us"] = us(percentile(echo, 0.5));
   state.counters["echo_p99_us"] = us(percentile(echo, 0.99));
+  state.counters["unread_p50_us"] = us(percentile(unread, 0.5));
   state.counters["bytes_p50_us"] = us(percentile(bytes, 0.5));
   state.counters["ratio_p50"] = p50;
   state.counters["at_most_p50"] = atMost.p50;
@@ -77,6 +78,7 @@ Throughput throughput(const Call& call, double seconds) {
   const double start = nowNs();
   const double end = start + seconds * 1e9;
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int i = 0; i < kThreads; ++i) {
     threads.emplace_back([&, i] {
       for (; nowNs() < end; ++calls) longest[i] = std::max(longest[i], call.timeNs());
@@ -114,6 +116,7 @@ void underLoad(benchmark::State& state, const std::vector<std::vector<std::strin
   useAllCores();
   const Scene scene;
   std::vector<std::unique_ptr<fixture::Process>> others;
+  others.reserve(company.size());
   for (const auto& arguments : company) others.push_back(scene.helper(arguments));
   const Call call = Call::forOne(kService);
   std::vector<double> times;
