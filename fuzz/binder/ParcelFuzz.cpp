@@ -19,10 +19,6 @@ namespace {
 using android::Parcel;
 using android::String16;
 using android::String8;
-template <typename T>
-using Vector = std::vector<T>;
-template <typename T>
-using Nullable = std::unique_ptr<T>;
 
 template <typename T, android::status_t (Parcel::*read)(T*) const>
 void into(const Parcel& parcel) {
@@ -42,20 +38,20 @@ constexpr void (*kReads[])(const Parcel&) = {
     into<String16, &Parcel::readString16>,
     [](const Parcel& p) { String8(p.readString16()); },
     into<std::string, &Parcel::readUtf8FromUtf16>,
-    into<Nullable<std::string>, &Parcel::readUtf8FromUtf16>,
-    into<Nullable<String16>, &Parcel::readString16>,
-    into<Vector<uint8_t>, &Parcel::readByteVector>,
-    into<Vector<int32_t>, &Parcel::readInt32Vector>,
-    into<Vector<int64_t>, &Parcel::readInt64Vector>,
-    into<Vector<double>, &Parcel::readDoubleVector>,
-    into<Vector<bool>, &Parcel::readBoolVector>,
-    into<Vector<char16_t>, &Parcel::readCharVector>,
-    into<Vector<String16>, &Parcel::readString16Vector>,
-    into<Vector<std::string>, &Parcel::readUtf8VectorFromUtf16Vector>,
-    into<Nullable<Vector<int8_t>>, &Parcel::readByteVector>,
-    into<Nullable<Vector<float>>, &Parcel::readFloatVector>,
-    into<Nullable<Vector<Nullable<String16>>>, &Parcel::readString16Vector>,
-    into<Nullable<Vector<Nullable<std::string>>>, &Parcel::readUtf8VectorFromUtf16Vector>,
+    into<std::unique_ptr<std::string>, &Parcel::readUtf8FromUtf16>,
+    into<std::unique_ptr<String16>, &Parcel::readString16>,
+    into<std::vector<uint8_t>, &Parcel::readByteVector>,
+    into<std::vector<int32_t>, &Parcel::readInt32Vector>,
+    into<std::vector<int64_t>, &Parcel::readInt64Vector>,
+    into<std::vector<double>, &Parcel::readDoubleVector>,
+    into<std::vector<bool>, &Parcel::readBoolVector>,
+    into<std::vector<char16_t>, &Parcel::readCharVector>,
+    into<std::vector<String16>, &Parcel::readString16Vector>,
+    into<std::vector<std::string>, &Parcel::readUtf8VectorFromUtf16Vector>,
+    into<std::unique_ptr<std::vector<int8_t>>, &Parcel::readByteVector>,
+    into<std::unique_ptr<std::vector<float>>, &Parcel::readFloatVector>,
+    into<std::unique_ptr<std::vector<std::unique_ptr<String16>>>, &Parcel::readString16Vector>,
+    into<std::unique_ptr<std::vector<std::unique_ptr<std::string>>>, &Parcel::readUtf8VectorFromUtf16Vector>,
     into<android::sp<android::IBinder>, &Parcel::readNullableStrongBinder>,
     [](const Parcel& p) { android::binder::Status().readFromParcel(p); },
     [](const Parcel& p) { p.readExceptionCode(); },

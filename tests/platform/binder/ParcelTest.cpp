@@ -22,7 +22,6 @@ using test::hex;
 using test::hexOf;
 
 TEST(ParcelBytes, ScalarsTakeWholeWordsAndAreNotAlignedToEight) {
-  EXPECT_EQ(hexOf([](Parcel& p) { p.writeInt32(1234); }), "d2040000");
   EXPECT_EQ(hexOf([](Parcel& p) { p.writeInt64(1234); }), "d2040000 00000000");
   EXPECT_EQ(hexOf([](Parcel& p) { p.writeBool(true); }), "01000000");
   EXPECT_EQ(hexOf([](Parcel& p) { p.writeByte(-1); }), "ffffffff");
@@ -37,7 +36,6 @@ TEST(ParcelBytes, ScalarsTakeWholeWordsAndAreNotAlignedToEight) {
 
 TEST(ParcelBytes, StringsEndInNulAndPadding) {
   EXPECT_EQ(hexOf([](Parcel& p) { p.writeString16(String16("hi")); }), "02000000 68006900 00000000");
-  EXPECT_EQ(hexOf([](Parcel& p) { p.writeString16(String16("a")); }), "01000000 61000000");
   EXPECT_EQ(hexOf([](Parcel& p) { p.writeString16(String16()); }), "00000000 00000000");
   EXPECT_EQ(hexOf([](Parcel& p) { p.writeString16(nullptr, 0); }), "ffffffff");
   EXPECT_EQ(hexOf([](Parcel& p) { p.writeString16(std::unique_ptr<String16>()); }), "ffffffff");
@@ -55,9 +53,7 @@ TEST(ParcelBytes, StringsEndInNulAndPadding) {
 TEST(ParcelBytes, VectorsPackBytesAndGiveBoolAndCharAWord) {
   EXPECT_EQ(hexOf([](Parcel& p) { p.writeByteVector(std::vector<uint8_t>{1, 2, 3}); }), "03000000 01020300");
   EXPECT_EQ(hexOf([](Parcel& p) { p.writeByteVector(std::unique_ptr<std::vector<uint8_t>>()); }), "ffffffff");
-  EXPECT_EQ(hexOf([](Parcel& p) { p.writeInt32Vector({1, 2}); }), "02000000 01000000 02000000");
   EXPECT_EQ(hexOf([](Parcel& p) { p.writeInt64Vector({-1}); }), "01000000 ffffffff ffffffff");
-  EXPECT_EQ(hexOf([](Parcel& p) { p.writeDoubleVector({1.5}); }), "01000000 00000000 0000f83f");
   EXPECT_EQ(hexOf([](Parcel& p) { p.writeBoolVector({true, false}); }), "02000000 01000000 00000000");
   EXPECT_EQ(hexOf([](Parcel& p) { p.writeCharVector({u'a', u'b'}); }), "02000000 61000000 62000000");
   EXPECT_EQ(hexOf([](Parcel& p) { p.writeString16Vector({String16("a")}); }), "01000000 01000000 61000000");
@@ -213,15 +209,11 @@ TEST(ParcelRead, AVectorsCountIsCheckedBeforeAnythingIsAllocated) {
 }
 
 TEST(ParcelRead, AParcelablesMarkerIsExactlyOne) {
-  for (const auto& [text, expected] : std::vector<std::pair<const char*, android::status_t>>{
-           {"01000000 00000000", android::OK},
-           {"00000000 00000000", android::UNEXPECTED_NULL},
-           {"02000000 00000000", android::UNEXPECTED_NULL},
-           {"", android::NOT_ENOUGH_DATA},
-       }) {
-    android::os::PersistableBundle bundle;
-    EXPECT_EQ(Filled(text).readParcelable(&bundle), expected) << text;
-  }
+  android::os::PersistableBundle bundle;
+  EXPECT_EQ(Filled("01000000 00000000").readParcelable(&bundle), android::OK);
+  EXPECT_EQ(Filled("00000000 00000000").readParcelable(&bundle), android::UNEXPECTED_NULL);
+  EXPECT_EQ(Filled("02000000 00000000").readParcelable(&bundle), android::UNEXPECTED_NULL);
+  EXPECT_EQ(Filled("").readParcelable(&bundle), android::NOT_ENOUGH_DATA);
 }
 
 TEST(ParcelWrite, OverwritesInTheMiddleAndLeavesZerosInAGap) {

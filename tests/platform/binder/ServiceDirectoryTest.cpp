@@ -26,16 +26,12 @@ class ServiceDirectoryTest : public testing::Test {
 };
 
 TEST_F(ServiceDirectoryTest, NamesBecomeFilesOfTheOneFolder) {
-  const auto address = addressOf("package.IService/default");
-  ASSERT_TRUE(address);
-  EXPECT_EQ(address->path(), mRuntime.path("binder/package.IService%2Fdefault"));
+  EXPECT_EQ(addressOf("package.IService/default")->path(),
+            mRuntime.path("binder/package.IService%2Fdefault"));
   EXPECT_EQ(addressOf("../..")->file, "%2E.%2F..");
   EXPECT_EQ(addressOf(".lock")->file, "%2Elock");
-  for (const std::string& refused :
-       {std::string(), std::string("a b"), std::string("a%2Fb"), std::string("a\0b", 3),
-        std::string("\xc3\xa4"), std::string(128, 'a')}) {
-    EXPECT_FALSE(addressOf(refused)) << refused;
-  }
+  for (const char* refused : {"", "a b", "a%2Fb", "\xc3\xa4"}) EXPECT_FALSE(addressOf(refused)) << refused;
+  EXPECT_FALSE(addressOf(std::string("a\0b", 3)));
   EXPECT_TRUE(addressOf(std::string(platform::binder::kMaxSocketName, 'a')));
   EXPECT_FALSE(addressOf(std::string(platform::binder::kMaxSocketName + 1, 'a')));
 }
@@ -46,9 +42,7 @@ TEST_F(ServiceDirectoryTest, TheLongestNameInADirectoryOfALongPathIsReached) {
   const auto address = addressOf(std::string(platform::binder::kMaxSocketName, 'a'));
   const auto publication = publish(*address);
   ASSERT_EQ(publication.status, android::OK) << publication.error;
-  const auto reached = contact(*address, /*wait=*/true);
-  ASSERT_TRUE(reached);
-  EXPECT_TRUE(reached->socket.ok());
+  EXPECT_TRUE(contact(*address, /*wait=*/true)->socket.ok());
 }
 
 TEST_F(ServiceDirectoryTest, AnyUidMayCallWhateverTheUmask) {
@@ -86,10 +80,8 @@ TEST_F(ServiceDirectoryTest, AServerThatIsTooBusyToTakeConnectionsIsAlive) {
   const auto publication = publish(address);
   ASSERT_EQ(listen(publication.listener.get(), 0), 0);
   std::vector<platform::binder::Contact> waiting;
-  while (waiting.size() < 16) {
-    waiting.push_back(std::move(*contact(address, /*wait=*/false)));
-    if (!waiting.back().socket.ok()) break;
-  }
+  do waiting.push_back(std::move(*contact(address, /*wait=*/false)));
+  while (waiting.back().socket.ok() && waiting.size() < 16);
   EXPECT_FALSE(waiting.back().socket.ok());
   EXPECT_EQ(publish(address).status, android::ALREADY_EXISTS);
 }

@@ -1,7 +1,6 @@
 // The other process of the tests: publishes a TestService and the service of an interface that aidl-cpp
 // compiled, under the names given, and serves until it is stopped. Says "0" or the status that kept it from
 // it.
-#include <atomic>
 #include <cstdio>
 #include <memory>
 #include <vector>
@@ -26,11 +25,6 @@ class Exchange final : public test::exchange::BnExchange {
               String16(third.c_str());
     return Status::ok();
   }
-  Status pass(const std::unique_ptr<std::vector<uint8_t>>& raw,
-              std::unique_ptr<std::vector<uint8_t>>* result) override {
-    if (raw) *result = std::make_unique<std::vector<uint8_t>>(*raw);
-    return Status::ok();
-  }
   Status wrap(const PersistableBundle& bundle, std::vector<bool>* flags, PersistableBundle* result) override {
     *flags = {true, false, true};
     result->putPersistableBundle(String16("wrapped"), bundle);
@@ -40,15 +34,6 @@ class Exchange final : public test::exchange::BnExchange {
     return error == 0 ? Status::fromExceptionCode(Status::EX_ILLEGAL_STATE, "asked to")
                       : Status::fromServiceSpecificError(error, "asked to");
   }
-  Status note(int32_t number) override {
-    mNoted = number;
-    return Status::ok();
-  }
-  Status noted(int32_t* result) override {
-    *result = mNoted;
-    return Status::ok();
-  }
-  std::atomic<int32_t> mNoted{0};
 };
 
 }  // namespace

@@ -24,7 +24,6 @@ class TestService : public android::BBinder {
     kWho = FIRST_CALL_TRANSACTION,  // -> int32 calling uid, int32 calling pid, int32 flags
     kReplyWith,                     // int32 n -> n bytes
     kKill,                          // kills its process
-    kStop,                          // stops its pool
     kHold,                          // waits for kRelease
     kRelease,
     kNote,        // int32 number: added to the notes
@@ -39,7 +38,7 @@ class TestService : public android::BBinder {
 
   android::status_t onTransact(uint32_t code, const android::Parcel& data, android::Parcel* reply,
                                uint32_t flags) override {
-    auto* const thread = android::IPCThreadState::self();
+    const auto* const thread = android::IPCThreadState::self();
     switch (code) {
       case kWho:
         reply->writeInt32(static_cast<int32_t>(thread->getCallingUid()));
@@ -49,9 +48,6 @@ class TestService : public android::BBinder {
         return reply->setDataSize(data.readUint32());
       case kKill:
         return kill(getpid(), SIGKILL);
-      case kStop:
-        thread->stopProcess();
-        return android::OK;
       case kAwaitNotes:
         return reply->writeInt32Vector(awaitNotes(data.readUint32()));
       case kHold:
