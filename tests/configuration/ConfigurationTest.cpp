@@ -138,7 +138,6 @@ TEST_F(ChainTest, anUnusableStoreIsToldOnceAndTheDefaultsAnswer) {
 }
 
 TEST_F(ChainTest, aFileThatIsNoObjectEndsTheProcess) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
   const char* const message = "Unable to load service configuration: /system_ext/etc/torv_crashreporter.conf";
   EXPECT_DEATH(buildConfigurationChain(), message);
   const std::string texts[] = {"[]", "7", "\"text\"", "null", "{", "{\"a\": 1e400}", std::string(100000, '['),
