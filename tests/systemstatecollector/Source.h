@@ -28,7 +28,7 @@ class Source {
   TempDir mDirectory;
 };
 
-// JSON text as a value; null where it does not parse.
+// JSON text as a value; throws where it does not parse.
 Json::Value json(const std::string& text);
 
 // The metrics of each sample of the collector's only history, newest first, on one line each. The numbers are
