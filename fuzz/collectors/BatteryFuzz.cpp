@@ -1,11 +1,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
 #include <optional>
-#include <string>
 
 #include "ChargeFiles.h"
 #include "Check.h"

@@ -1,8 +1,3 @@
-#include <cstddef>
-#include <cstdint>
-#include <sstream>
-#include <string>
-
 #include "Check.h"
 #include "GpuCollector.h"
 #include "TextScanner.h"

@@ -1,9 +1,5 @@
-#include <cstddef>
-#include <cstdint>
 #include <map>
 #include <set>
-#include <sstream>
-#include <string>
 
 #include "Check.h"
 #include "MemInfo.h"

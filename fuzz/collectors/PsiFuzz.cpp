@@ -1,9 +1,4 @@
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
 #include <cstring>
-#include <sstream>
-#include <string>
 
 #include "Check.h"
 #include "PsiText.h"

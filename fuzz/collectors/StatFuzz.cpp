@@ -1,8 +1,5 @@
 #include <cmath>
-#include <cstddef>
-#include <cstdint>
-#include <sstream>
-#include <string>
+#include <cstring>
 
 #include "Check.h"
 #include "CpuStat.h"
@@ -25,11 +22,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         stats.softirq >> stats.steal >> stats.guest >> stats.guestNice;
 
     check(nextCpuStats(rest, found), "missed line");
-    check(found.user == stats.user && found.nice == stats.nice && found.system == stats.system &&
-              found.idle == stats.idle && found.iowait == stats.iowait && found.irq == stats.irq &&
-              found.softirq == stats.softirq && found.steal == stats.steal && found.guest == stats.guest &&
-              found.guestNice == stats.guestNice,
-          "counters");
+    check(std::memcmp(&found, &stats, sizeof(stats)) == 0, "counters");
     const auto percent = cpuUtilizationPercent(previous, found);
     check(!percent || std::isfinite(*percent), "utilisation");
     previous = found;
