@@ -58,10 +58,6 @@ class SystemStateCollectorManagerTest : public testing::Test {
       std::make_unique<SystemStateCollectorManager>(mStatistics);
 };
 
-bool works() {
-  return true;
-}
-
 }  // namespace
 
 TEST_F(SystemStateCollectorManagerTest, NoneOfTheSourcesMeansNoManager) {
@@ -92,6 +88,7 @@ TEST_F(SystemStateCollectorManagerTest, NoneOfTheSourcesMeansNoManager) {
 }
 
 TEST_F(SystemStateCollectorManagerTest, MergesHistoriesAndKeepsTheFirstOfEachId) {
+  const auto works = [] { return true; };
   add(1, 1, works, Histories{{"a", "1"}, {"b", "2"}});
   add(1, 1, works, Histories{{"c", "3"}});
   add(2, 1, works, Histories{});
