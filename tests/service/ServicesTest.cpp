@@ -1,0 +1,281 @@
+#include <limits>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <unistd.h>
+
+#include <android/log.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "fixture/Process.h"
+#include "service/BundlePacking.h"
+#include "service/DiagnosticsCollectorService.h"
+#include "service/DiagnosticsCollectorServiceHandler.h"
+#include "service/DiagnosticsNotificationService.h"
+#include "support/LogCapture.h"
+
+namespace Torv::OS::Diagnostics {
+namespace {
+
+using android::sp;
+using android::String16;
+using android::binder::Status;
+using android::os::PersistableBundle;
+using dev::kerno::internal::diagnostics::IDiagnosticsNotificationEventCode;
+using enum Telemetry::EventFlow;
+using enum Telemetry::EventName;
+using enum Telemetry::EventType;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr char kTag[] = "DiagnosticsCollectorService";
+
+struct Event {
+  Telemetry::EventName name;
+  Telemetry::EventType type;
+  Telemetry::EventFlow flow;
+  std::optional<int> pid = std::nullopt;
+  std::optional<std::string> errorReason = std::nullopt;
+
+  bool operator==(const Event&) const = default;
+};
+
+// Records what a class reports to telemetry instead of sending it.
+template <typename Base>
+struct Recording : Base {
+  using Base::Base;
+
+  bool reportEvent(Telemetry::EventName name, Telemetry::EventType type, Telemetry::EventFlow flow,
+                   std::optional<int> pid, std::optional<int> clientAppId,
+                   std::optional<std::string> errorReason, std::optional<std::string> errorTrace) override {
+    EXPECT_FALSE(clientAppId || errorTrace) << "which no report of the service has";
+    events.push_back({name, type, flow, pid, errorReason});
+    return false;
+  }
+
+  std::vector<Event> events;
+};
+
+// statsd as a list that a test fills.
+struct FakeStatsd : LibstatsdWrapper {
+  explicit FakeStatsd(std::vector<ApplicationState>& atoms) : pending(atoms) {}
+  std::variant<std::vector<ApplicationState>, libstatsd::Error> fetchReports() override {
+    return std::exchange(pending, {});
+  }
+
+  std::vector<ApplicationState>& pending;
+};
+
+struct FakeContext : SystemContextManager {
+  FakeContext() : SystemContextManager(nullptr, nullptr) {}
+  std::unordered_map<std::string, std::string> getSystemContext() override { return {{"build_tags", "dev"}}; }
+  MOCK_METHOD(void, startSystemStateCollectorThread, (), (override));
+  MOCK_METHOD(void, stopSystemStateCollectorThread, (), (override));
+};
+
+PersistableBundle text(const char* key, const char* value) {
+  PersistableBundle bundle;
+  bundle.putString(String16(key), String16(value));
+  return bundle;
+}
+
+PersistableBundle with(PersistableBundle bundle, const char* key, const PersistableBundle& nested) {
+  bundle.putPersistableBundle(String16(key), nested);
+  return bundle;
+}
+
+PersistableBundle process(int pid, const PersistableBundle& states) {
+  PersistableBundle bundle;
+  bundle.putInt(String16("processId"), pid);
+  return with(bundle, "ApplicationStateData", states);
+}
+
+class CollectorServiceTest : public testing::Test {
+ protected:
+  using Handler = Recording<DiagnosticsCollectorServiceHandler>;
+
+  std::unique_ptr<ApplicationStateManager> stateManager() {
+    return std::make_unique<ApplicationStateManager>(
+        std::make_unique<BlackBox>(),
+        std::make_unique<StatsManager>(std::make_unique<FakeStatsd>(pendingAtoms)), 60,
+        [](pid_t) { return true; });
+  }
+
+  void publish(int pid, const std::string& key, const std::string& value) {
+    pendingAtoms.push_back({false, "", pid, key, value, static_cast<int64_t>(pendingAtoms.size())});
+  }
+
+  // Both requests about application states answer so, and tell the log and telemetry why.
+  void expectRefused(Handler& refusing, const char* line, const char* reason) {
+    EXPECT_EQ(refusing.getApplicationStateDataForProcess(7, nullptr).exceptionCode(),
+              Status::EX_NULL_POINTER);
+    EXPECT_EQ(refusing.getAllAvailableApplicationStateData(nullptr).exceptionCode(), Status::EX_NULL_POINTER);
+    EXPECT_THAT(refusing.events, ElementsAre(Event{GetForProcessStart, Start, Collector, 7},
+                                             Event{GetForProcessError, Error, Collector, 7, reason},
+                                             Event{GetAllStart, Start, Collector},
+                                             Event{GetAllError, Error, Collector, std::nullopt, reason}));
+    EXPECT_EQ(log.count(line), 2u);
+    EXPECT_TRUE(log.has(ANDROID_LOG_ERROR, kTag, line));
+  }
+
+  test::LogCapture log;
+  std::vector<ApplicationState> pendingAtoms;
+  std::unique_ptr<FakeContext> ownedContext = std::make_unique<testing::NiceMock<FakeContext>>();
+  FakeContext& context = *ownedContext;
+  std::shared_ptr<Handler> handler = std::make_shared<Handler>(stateManager(), std::move(ownedContext));
+};
+
+TEST_F(CollectorServiceTest, AnswersWithWhatWasPublishedAndReportsIt) {
+  publish(7, "screen", "old");
+  publish(7, "screen", "new");
+  publish(8, "screen", "other");
+  const sp<DiagnosticsCollectorService> service = new DiagnosticsCollectorService(handler);
+
+  PersistableBundle one;
+  ASSERT_TRUE(service->getApplicationStateDataForProcess(7, String16("ignored"), &one).isOk());
+  EXPECT_EQ(one, process(7, text("screen", "new")));
+
+  PersistableBundle all;
+  ASSERT_TRUE(service->getAllAvailableApplicationStateData(&all).isOk());
+  EXPECT_EQ(all, with(with({}, "7", one), "8", process(8, text("screen", "other"))));
+  EXPECT_THAT(handler->events,
+              ElementsAre(Event{GetForProcessStart, Start, Collector, 7},
+                          Event{GetForProcessSuccess, Success, Collector, 7},
+                          Event{GetAllStart, Start, Collector}, Event{GetAllSuccess, Success, Collector}));
+}
+
+TEST_F(CollectorServiceTest, UnknownProcessIsNoErrorAndNoSuccessButNoProcessAtAllIsASuccess) {
+  PersistableBundle out = text("kept", "1");
+  EXPECT_TRUE(handler->getApplicationStateDataForProcess(7, &out).isOk());
+  EXPECT_TRUE(handler->getAllAvailableApplicationStateData(&out).isOk());
+  EXPECT_EQ(out, text("kept", "1"));
+  EXPECT_THAT(handler->events,
+              ElementsAre(Event{GetForProcessStart, Start, Collector, 7},
+                          Event{GetAllStart, Start, Collector}, Event{GetAllSuccess, Success, Collector}));
+}
+
+TEST_F(CollectorServiceTest, WhatIsMissingIsToldToCallerLogAndTelemetry) {
+  expectRefused(*handler, "null aidl return\n", "Invalid persistable bundle was provided to the API.");
+  // It comes before the look at the bundle.
+  Handler broken(nullptr, nullptr);
+  expectRefused(broken, "Missing state manager\n", "Application state manager was not properly initialized.");
+}
+
+TEST_F(CollectorServiceTest, SystemContextJoinsTheGlobalStatesAndReportsNothing) {
+  PersistableBundle out;
+  EXPECT_TRUE(handler->getSystemContextData(&out).isOk());
+  EXPECT_EQ(out, with(with({}, "SystemContextData", text("build_tags", "dev")), "GlobalStateData", {}));
+  pendingAtoms.push_back({true, "telemetry", 0, "id", "s1", 1});
+  EXPECT_TRUE(handler->getSystemContextData(&out).isOk());
+  PersistableBundle globals;
+  EXPECT_TRUE(out.getPersistableBundle(String16("GlobalStateData"), &globals));
+  EXPECT_EQ(globals.getPersistableBundleKeys(), std::set<String16>{String16("telemetry")});
+
+  EXPECT_EQ(handler->getSystemContextData(nullptr).exceptionCode(), Status::EX_NULL_POINTER);
+  EXPECT_EQ(log.count("null aidl return\n"), 1u);
+  EXPECT_THAT(handler->events, IsEmpty());
+}
+
+TEST(BundlePackingTest, GlobalStatesAreKeyedByTheirNamespaceAndNameIt) {
+  PersistableBundle globals;
+  packAllGlobalStatesToBundle({{"telemetry", {{"id", "s1"}}}}, &globals);
+  const PersistableBundle named = text("GlobalNamespace", "telemetry");
+  EXPECT_EQ(globals, with({}, "telemetry", with(named, "GlobalStateData", text("id", "s1"))));
+}
+
+TEST_F(CollectorServiceTest, AnEventPullsWhatWasPublished) {
+  const std::string withData = "DiagnosticsCollectorService::onEvent called with data and with event id: 1";
+  const std::string plain = "DiagnosticsCollectorService::onEvent called with event id: 1";
+  publish(7, "screen", "home");
+  handler->onEvent(1, std::nullopt);
+  EXPECT_THAT(pendingAtoms, IsEmpty());
+  handler->onEvent(1, std::unordered_map<std::string, std::string>{});
+  EXPECT_EQ(log.count(withData), 0u);
+  handler->onEvent(1, {{{"signal", "11"}}});
+  EXPECT_TRUE(log.has(ANDROID_LOG_INFO, kTag, withData));
+  EXPECT_TRUE(log.has(ANDROID_LOG_INFO, kTag, plain));
+  EXPECT_EQ(log.count(plain), 3u);
+}
+
+TEST_F(CollectorServiceTest, PeriodicWorkRunsBetweenCreationAndDestruction) {
+  const sp<DiagnosticsCollectorService> service = new DiagnosticsCollectorService(handler);
+  const testing::InSequence order;
+  EXPECT_CALL(context, startSystemStateCollectorThread());
+  service->onCreate();
+  EXPECT_CALL(context, stopSystemStateCollectorThread());
+  service->onDestroy();
+}
+
+TEST(CollectorServiceDeathTest, FirstCallWithoutAHandlerEndsTheProcessSayingSo) {
+  const sp<DiagnosticsCollectorService> service = new DiagnosticsCollectorService(nullptr);
+  EXPECT_DEATH(service->onCreate(), "The service has no handler");
+  EXPECT_DEATH(service->getSystemContextData(nullptr), "The service has no handler");
+}
+
+struct MockObserver : Observer {
+  MOCK_METHOD(void, onEvent, (int, (std::optional<std::unordered_map<std::string, std::string>>)),
+              (override));
+};
+
+class NotificationServiceTest : public testing::Test {
+ protected:
+  using Service = Recording<DiagnosticsNotificationService>;
+  using Observers = std::vector<std::shared_ptr<Observer>>;
+
+  Status notify(int32_t code) {
+    return service->notifySystemEvent(static_cast<IDiagnosticsNotificationEventCode>(code),
+                                      text("signal", "11"));
+  }
+
+  test::LogCapture log;
+  std::shared_ptr<MockObserver> first = std::make_shared<testing::StrictMock<MockObserver>>();
+  std::shared_ptr<MockObserver> second = std::make_shared<testing::StrictMock<MockObserver>>();
+  sp<Service> service = new Service(Observers{first, second});
+};
+
+TEST_F(NotificationServiceTest, EveryObserverHearsOfAnEventOnceAndInOrder) {
+  const testing::InSequence order;
+  for (int event : {0, 1}) {
+    for (const auto& observer : {first, second})
+      EXPECT_CALL(*observer, onEvent(event, testing::Eq(std::nullopt)));
+    EXPECT_TRUE(notify(event).isOk());
+  }
+  const Event start{NotifyStart, Start, Notification};
+  const Event success{NotifySuccess, Success, Notification};
+  EXPECT_THAT(service->events, ElementsAre(start, success, start, success));
+  EXPECT_TRUE(
+      log.has(ANDROID_LOG_INFO, kTag, "DiagnosticsNotificationService: Received notification of event: 1"));
+}
+
+TEST_F(NotificationServiceTest, AnyOtherCodeIsRefusedAndReachesNobody) {
+  using Limits = std::numeric_limits<int32_t>;
+  const Event error{
+      NotifyError, Error, Notification, std::nullopt,
+      "Diagnostics Notification Service detected invalid system event. Failed to notify the observers."};
+  for (int32_t code : {2, 3, -1, -2, Limits::min(), Limits::max()}) {
+    service->events.clear();
+    EXPECT_EQ(notify(code).exceptionCode(), Status::EX_ILLEGAL_STATE) << code;
+    EXPECT_THAT(service->events, ElementsAre(Event{NotifyStart, Start, Notification}, error));
+    EXPECT_TRUE(log.has(ANDROID_LOG_ERROR, kTag, "Unexpected system event: " + std::to_string(code)));
+  }
+}
+
+TEST_F(NotificationServiceTest, OnlyTheSystemAndRootAreAllowedCallers) {
+  if (getuid() != 0) GTEST_SKIP() << "takes root to act as other uids";
+  // Outside of a call the caller is the thread itself.
+  for (const auto& [uid, allowed] : {std::pair<uid_t, bool>{0, true}, {1000, true}, {1001, false}}) {
+    bool answer = !allowed;
+    fixture::actAs(uid, [&answer, this] { answer = service->allowedCallerUID(); });
+    EXPECT_EQ(answer, allowed) << uid;
+  }
+}
+
+TEST_F(NotificationServiceTest, AMissingObserverEndsTheProcessSayingSo) {
+  service = new Service(Observers{nullptr});
+  EXPECT_DEATH(notify(0), "An observer of events is missing");
+}
+
+}  // namespace
+}  // namespace Torv::OS::Diagnostics
