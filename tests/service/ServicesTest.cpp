@@ -28,7 +28,6 @@ using enum Telemetry::EventFlow;
 using enum Telemetry::EventName;
 using enum Telemetry::EventType;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr char kTag[] = "DiagnosticsCollectorService";
 
@@ -175,7 +174,7 @@ TEST_F(CollectorServiceTest, SystemContextJoinsTheGlobalStatesAndReportsNothing)
 
   EXPECT_EQ(handler->getSystemContextData(nullptr).exceptionCode(), Status::EX_NULL_POINTER);
   EXPECT_EQ(log.count("null aidl return\n"), 1u);
-  EXPECT_THAT(handler->events, IsEmpty());
+  EXPECT_THAT(handler->events, testing::IsEmpty());
 }
 
 TEST(BundlePackingTest, GlobalStatesAreKeyedByTheirNamespaceAndNameIt) {
@@ -190,7 +189,7 @@ TEST_F(CollectorServiceTest, AnEventPullsWhatWasPublished) {
   const std::string plain = "DiagnosticsCollectorService::onEvent called with event id: 1";
   publish(7, "screen", "home");
   handler->onEvent(1, std::nullopt);
-  EXPECT_THAT(pendingAtoms, IsEmpty());
+  EXPECT_THAT(pendingAtoms, testing::IsEmpty());
   handler->onEvent(1, std::unordered_map<std::string, std::string>{});
   EXPECT_EQ(log.count(withData), 0u);
   handler->onEvent(1, {{{"signal", "11"}}});
