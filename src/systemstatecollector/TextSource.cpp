@@ -9,7 +9,7 @@
 namespace Torv::OS::Diagnostics {
 namespace {
 
-constexpr std::streamsize kBufferBytes = 16 * 1024;
+constexpr std::streamsize kBufferBytes = std::streamsize{16} * 1024;
 
 // Makes room for `size` characters and for the counters of a text of that size to grow digits, so that a slot
 // that has been used a few times allocates no more.
