@@ -1,18 +1,14 @@
-#include <fcntl.h>
 #include <unistd.h>
 
-#include <array>
 #include <atomic>
 #include <cstdlib>
 #include <new>
-#include <string>
 #include <vector>
-
-#include <android-base/unique_fd.h>
 
 #include "Benches.h"
 #include "CpuUsageCollector.h"
 #include "PsiCollector.h"
+#include "Sources.h"
 #include "SystemMemInfoCollector.h"
 #include "support/Compare.h"
 #include "systemstatecollector/SystemStateCollectorManager.h"
@@ -42,8 +38,6 @@ namespace {
 using namespace Torv::OS::Diagnostics;
 
 constexpr int kPollsPerRound = 100;
-constexpr std::array<const char*, 5> kPaths = {"/proc/pressure/cpu", "/proc/pressure/memory",
-                                               "/proc/pressure/io", "/proc/stat", "/proc/meminfo"};
 
 template <typename Collector>
 void add(SystemStateCollectorManager& manager) {
@@ -54,10 +48,6 @@ void add(SystemStateCollectorManager& manager) {
 // What a program does that reads the files and nothing else.
 class BareReader {
  public:
-  BareReader() {
-    for (size_t i = 0; i < kPaths.size(); ++i) mFiles[i].reset(open(kPaths[i], O_RDONLY | O_CLOEXEC));
-  }
-
   void poll() {
     for (const auto& file : mFiles) {
       if (file.ok()) benchmark::DoNotOptimize(pread(file.get(), mBuffer.data(), mBuffer.size(), 0));
@@ -65,7 +55,7 @@ class BareReader {
   }
 
  private:
-  std::array<android::base::unique_fd, kPaths.size()> mFiles;
+  const SourceFiles mFiles = openSources();
   std::vector<char> mBuffer = std::vector<char>(64 * 1024);
 };
 

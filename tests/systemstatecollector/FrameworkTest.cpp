@@ -102,8 +102,9 @@ TEST(TextSource, ReadsATextOfAnySizeWhole) {
   std::ifstream stream(root.path("text"));
   stream.setstate(std::ios::eofbit | std::ios::failbit);
   TextSource adopted(std::move(stream));
-  // Around the sizes of the buffers that it comes through, longer and shorter in turn.
-  for (const size_t size : {40'000, 16'385, 16'384, 16'383, 8'193, 8'192, 8'191, 1, 0, 100'000}) {
+  // Around the sizes of the buffers that it comes through, longer and shorter in turn; the first fills the
+  // room that is made for a file's first text.
+  for (const size_t size : {1'312, 40'000, 8'193, 8'192, 8'191, 1, 0, 100'000}) {
     std::string text(size, 'x');
     if (size > 0) text.back() = 'y';
     root.write("text", text);
@@ -118,18 +119,22 @@ TEST(TextSource, ReadsATextOfAnySizeWhole) {
 // A directory opens like a file and fails to read, as a file does whose driver has gone for a while.
 TEST(TextSource, RecoversFromAFailedRead) {
   const test::TempDir directory;
-  const int descriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
-  close(descriptor);  // so that it is the stream's
-  TextSource source{std::ifstream(directory.path())};
-  std::string text = "the text before";
-  source.readInto(text);
-  EXPECT_EQ(text, "");
-  EXPECT_FALSE(source.isBad());
-  const int readable = open(directory.write("file", "readable").c_str(), O_RDONLY | O_CLOEXEC);
-  ASSERT_EQ(dup3(readable, descriptor, O_CLOEXEC), descriptor);
-  close(readable);
-  source.readInto(text);
-  EXPECT_EQ(text, "readable");
+  const test::ScopedEnv environment("TORV_DEVICE_ROOT", directory.path());
+  for (const bool adopted : {false, true}) {
+    const int descriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    close(descriptor);  // so that it is the source's
+    TextSource source =
+        adopted ? TextSource(std::ifstream(directory.path())) : std::move(*TextSource::open("/"));
+    std::string text = "the text before";
+    source.readInto(text);
+    EXPECT_EQ(text, "");
+    EXPECT_FALSE(source.isBad());
+    const int readable = open(directory.write("file", "readable").c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(dup3(readable, descriptor, O_CLOEXEC), descriptor);
+    close(readable);
+    source.readInto(text);
+    EXPECT_EQ(text, "readable");
+  }
 }
 
 TEST(TextCollector, ABadStreamIsReportedEachTimeAndStoresNothing) {

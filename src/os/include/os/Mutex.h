@@ -2,6 +2,7 @@
 // incomplete (libc++) or missing (libstdc++).
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 
@@ -35,6 +36,8 @@ class CAPABILITY("mutex") Mutex {
   bool try_lock() TRY_ACQUIRE(true) { return mMutex.try_lock(); }
 
  private:
+  friend class ConditionVariable;
+
   std::mutex mMutex;
 };
 
@@ -63,7 +66,21 @@ class SCOPED_CAPABILITY BasicLockGuard {
 using LockGuard = BasicLockGuard<Mutex>;
 using RecursiveLockGuard = BasicLockGuard<RecursiveMutex>;
 
-// A condition variable that waits on a Mutex the caller holds; it is held again on return.
-using ConditionVariable = std::condition_variable_any;
+// The standard condition variable on a Mutex that the caller holds; it is held again on return.
+class ConditionVariable {
+ public:
+  void notify_one() { mCondition.notify_one(); }
+
+  template <typename Rep, typename Period>
+  std::cv_status wait_for(Mutex& mutex, const std::chrono::duration<Rep, Period>& atMost) REQUIRES(mutex) {
+    std::unique_lock<std::mutex> held(mutex.mMutex, std::adopt_lock);
+    const std::cv_status status = mCondition.wait_for(held, atMost);
+    held.release();
+    return status;
+  }
+
+ private:
+  std::condition_variable mCondition;
+};
 
 }  // namespace Torv::OS
