@@ -95,6 +95,11 @@ AtomStore EventProcessor::take(ConfigKey key) {
   return taken;
 }
 
+bool EventProcessor::holdsAnyOf(ConfigKey key) const {
+  const auto found = mConfigs.find(key);
+  return found != mConfigs.end() && found->second.store.count() != 0;
+}
+
 StatsdCounters EventProcessor::counters() const {
   StatsdCounters counters = mCounters;
   for (const auto& [key, config] : mConfigs) counters.held += config.store.count();

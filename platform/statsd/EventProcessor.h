@@ -52,6 +52,7 @@ class EventProcessor {
 
   // The atoms kept for a configuration, which then holds none; empty for an unknown one.
   AtomStore take(ConfigKey key);
+  bool holdsAnyOf(ConfigKey key) const;
 
   bool hears(uid_t sender) const;
   StatsdCounters counters() const;

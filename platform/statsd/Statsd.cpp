@@ -67,21 +67,23 @@ void Statsd::configure(ConfigKey key, const ConfigRules& rules) {
 }
 
 std::string Statsd::fetch(ConfigKey key) {
-  AtomStore atoms;
+  std::optional<AtomStore> atoms;  // nothing for most queries
   ReportTimes times;
-  times.elapsedNs = nowNs(CLOCK_BOOTTIME);
-  times.wallNs = nowNs(CLOCK_REALTIME);
   std::vector<std::string> notices;
   {
     std::lock_guard lock(mLock);
     drain();
-    atoms = mProcessor.take(key);
     notices = mProcessor.takeNotices(EventProcessor::Clock::now());
-    std::tie(times.lastElapsedNs, times.lastWallNs) =
-        std::exchange(mLastReport[key], {times.elapsedNs, times.wallNs});
+    if (mProcessor.holdsAnyOf(key)) {
+      atoms = mProcessor.take(key);
+      times.elapsedNs = nowNs(CLOCK_BOOTTIME);
+      times.wallNs = nowNs(CLOCK_REALTIME);
+      std::tie(times.lastElapsedNs, times.lastWallNs) =
+          std::exchange(mLastReport[key], {times.elapsedNs, times.wallNs});
+    }
   }
   logNotices(notices);
-  return encodeReportList(key, atoms, times);
+  return atoms ? encodeReportList(key, *atoms, times) : std::string();
 }
 
 StatsdStatus Statsd::status(uid_t asker) {

@@ -50,7 +50,8 @@ class StatsdTest : public testing::Test {
     StatsdCollection collection;
     collection.addConfiguration(kConfigId, 1000);
     auto answer = collection.fetchReportsBlocked();
-    return std::move(std::get<std::vector<Report>>(answer).at(0));
+    auto& reports = std::get<std::vector<Report>>(answer);
+    return reports.empty() ? Report() : std::move(reports.at(0));
   }
 
   test::TempDir mDirectory;
