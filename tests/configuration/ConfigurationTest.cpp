@@ -31,9 +31,6 @@ std::unique_ptr<IConfiguration> fileLayer(
 TEST(DefaultConfigurationTest, answersFromTheTablesAndFallsBack) {
   const DefaultConfiguration defaults;
   EXPECT_EQ(defaults.settings().size(), 28u);
-  EXPECT_EQ(defaults.getString("crash-reporter-pstore-dir-name"), "/sys/fs/pstore");
-  EXPECT_EQ(defaults.getString("crash-reporter-report-dir-name"), "/data/misc/crashes/");
-  EXPECT_EQ(defaults.getString("crash-reporter-uuid-filename"), "/data/misc/crashes/uuid");
   EXPECT_EQ(defaults.getString("crash-reporter-url").size(), 63u);
 
   // Known keys under another type.
@@ -88,7 +85,6 @@ TEST(JSONConfigurationTest, anObjectAnswersForItsKeyWithWhatHasAText) {
 class ChainTest : public ::testing::Test {
  protected:
   void writeFile(const std::string& text) { mDir.write("root/system_ext/etc/torv_crashreporter.conf", text); }
-  void writePreferences(const std::string& text) { mDir.write("runtime/preferences.json", text); }
 
   test::TempDir mDir;
   test::ScopedEnv mDevice{"TORV_DEVICE_ROOT", mDir.path("root")};
@@ -115,40 +111,14 @@ TEST_F(ChainTest, overridesHaveOneValueATypeAndTheRestPassesThrough) {
   EXPECT_EQ(chain->getLocalStrMap("crash-reporter-error-extra-data").size(), 1u);
 }
 
-TEST_F(ChainTest, anUnusableStoreIsToldOnceAndTheDefaultsAnswer) {
-  const test::LogCapture log;
-  constexpr char kSeconds[] = "crash-reporter-logcat-tail-seconds";
-  writeFile("{}");
-  writePreferences(R"({"crash-reporter-logcat-tail-seconds": 7})");
-  const auto chain = buildConfigurationChain();
-  EXPECT_EQ(chain->getInt(kSeconds), 7);
-  const size_t before = log.lines().size();
-  const std::string path = mDir.path("runtime/preferences.json");
-  ASSERT_EQ(unlink(path.c_str()), 0);
-  ASSERT_EQ(mkdir(path.c_str(), 0755), 0);
-  EXPECT_EQ(chain->getInt(kSeconds), 120);
-  EXPECT_EQ(chain->getInt(kSeconds), 120);
-  EXPECT_EQ(log.lines().size(), before + 1);
-  ASSERT_EQ(rmdir(path.c_str()), 0);
-  writePreferences(R"({"crash-reporter-logcat-tail-seconds": )");
-  EXPECT_EQ(chain->getInt(kSeconds), 120);
-  EXPECT_EQ(log.lines().size(), before + 2);
-  writePreferences(R"({"crash-reporter-logcat-tail-seconds": 8})");
-  EXPECT_EQ(chain->getInt(kSeconds), 8);
-}
-
 TEST_F(ChainTest, aFileThatIsNoObjectEndsTheProcess) {
   const char* const message = "Unable to load service configuration: /system_ext/etc/torv_crashreporter.conf";
   EXPECT_DEATH(buildConfigurationChain(), message);
-  const std::string texts[] = {"[]", "7", "\"text\"", "null", "{", "{\"a\": 1e400}", std::string(100000, '['),
-                               ""};
-  for (const std::string& text : texts) {
+  for (const char* text : {"[]", "7", "null", "{", ""}) {
     writeFile(text);
     EXPECT_DEATH(buildConfigurationChain(), message) << text;
   }
   const std::string path = mDir.path("root/system_ext/etc/torv_crashreporter.conf");
-  ASSERT_EQ(truncate(path.c_str(), 100 << 20), 0);  // zeros
-  EXPECT_DEATH(buildConfigurationChain(), message);
   ASSERT_EQ(unlink(path.c_str()), 0);
   ASSERT_EQ(mkdir(path.c_str(), 0755), 0);
   EXPECT_DEATH(buildConfigurationChain(), message);

@@ -2,7 +2,6 @@
 #include "configuration/PreferencesConfiguration.h"
 
 #include <dlfcn.h>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "RecordingStore.h"
@@ -10,14 +9,6 @@
 
 namespace Torv {
 namespace {
-
-using ::testing::ElementsAre;
-
-class ChangedKeys : public OSSDK::Utils::IListString {
- public:
-  size_t size() const override { return 1; }
-  OSSDK::String at(size_t /*index*/) const override { return "crash-reporter-url"; }
-};
 
 constexpr char kVersion[] = "crash-reporter-key-value-version";
 
@@ -118,27 +109,6 @@ TEST_F(PreferencesConfigurationTest, aStoredValueWinsOverTheDefault) {
   EXPECT_EQ(configuration->getString("crash-reporter-user-agent"), "");
   EXPECT_EQ(configuration->getInt("crash-reporter-logcat-tail-seconds"), 120);
   EXPECT_EQ(mStore.ownedTexts, 0) << "every text that was given away is released";
-}
-
-TEST_F(PreferencesConfigurationTest, callbacksGetTheListInTheirOrder) {
-  const auto configuration = make(2);
-  std::vector<std::string> heard;
-  ChangedKeys keys;
-  for (const char* name : {"first ", "second "}) {
-    configuration->registerPreferencesChangeCallback([&, name](void* list) {
-      heard.push_back(name + std::string(static_cast<OSSDK::Utils::IListString*>(list)->at(0).view()));
-    });
-  }
-  configuration->registerPreferencesChangeCallback([&] { heard.emplace_back("keyed"); },
-                                                   "crash-reporter-url");
-  mStore.listener->onConnected();
-  mStore.listener->onChanged(&keys);
-  mStore.listener->onDisconnected();
-  configuration->runCallbackFunctions();
-  EXPECT_THAT(heard, ElementsAre("first crash-reporter-url", "second crash-reporter-url"));
-  EXPECT_EQ(configuration->getCallbackSize(), 0u);
-  configuration->registerPreferencesChangeCallback(std::function<void(void*)>());
-  EXPECT_EXIT(mStore.listener->onChanged(&keys), testing::KilledBySignal(SIGABRT), "");
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include <cstring>
 
+#include <ossdk/Preferences.h>
+
 #include "RecordingStore.h"
 
 using OSSDK::String;
@@ -63,8 +65,7 @@ class RecordingManager final : public v4::IPreferencesManager {
   v4::Status setBool(String key, bool value) override {
     return set("setBool", key, value ? "true" : "false");
   }
-  v4::Status registerListener(v4::IPreferencesListener* listener, OSSDK::Array<String> keys) override {
-    gStore.listener = listener;
+  v4::Status registerListener(v4::IPreferencesListener* /*listener*/, OSSDK::Array<String> keys) override {
     gStore.calls += "listen";
     for (const String& key : keys) gStore.calls += " " + shortened(key);
     gStore.calls += ", ";
@@ -85,6 +86,5 @@ extern "C" v4::IPreferencesManager* createPreferencesManager(int version) {
 
 extern "C" void destroyPreferencesManager(int version, v4::IPreferencesManager* manager) {
   gStore.calls += "destroy" + std::to_string(version) + ", ";
-  gStore.listener = nullptr;
   delete static_cast<RecordingManager*>(manager);
 }
