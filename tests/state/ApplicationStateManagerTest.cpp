@@ -75,21 +75,6 @@ TEST(ApplicationStateManager, MissesNothingThatAnotherQueryHasFetched) {
   first.join();
 }
 
-TEST(ApplicationStateManager, HasACleanupThreadBetweenStartAndStop) {
-  const auto threads = [] {
-    const std::filesystem::directory_iterator tasks("/proc/self/task");
-    return std::count_if(begin(tasks), end(tasks), [](const auto& task) {
-      return test::readFile(task.path() / "comm") == "ApplicationStat\n";
-    });
-  };
-  ApplicationStateManager manager(std::make_unique<BlackBox>(), nullptr, 60);
-  for (int i = 0; i < 2; i++) manager.startCleanupPeriodicTask();
-  EXPECT_EQ(threads(), 1);
-  for (int i = 0; i < 2; i++) manager.stopCleanupPeriodicTask();
-  while (threads() != 0) std::this_thread::yield();  // joined, it is listed a moment longer
-  manager.startCleanupPeriodicTask();                // and the destructor ends it
-}
-
 // From an atom that another process writes to its socket, to the answer about that process.
 TEST(ApplicationStateManager, AnswersForAPublisherUntilItWasFoundDeadAMinuteAgo) {
   const test::TempDir runtime;

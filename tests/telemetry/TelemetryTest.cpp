@@ -1,7 +1,6 @@
 // Reports through this host's module, as the service makes them: opened by its bare name beside the program.
 #include "telemetry/DiagnosticsCollectorTelemetry.h"
 
-#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -17,7 +16,6 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
-using ::testing::SizeIs;
 
 class TelemetryTest : public ::testing::Test {
  protected:
@@ -73,21 +71,6 @@ TEST_F(TelemetryTest, valuesHaveTheirTextsAndOthersAreInvalid) {
   EXPECT_EQ(texts(11, 2, 0), "notify_system_event_error success collector_service_flow");
   EXPECT_EQ(texts(12, 3, 2), "invalid_event_name invalid_type invalid_flow");
   EXPECT_EQ(texts(-1, -1, -1), "invalid_event_name invalid_type invalid_flow");
-}
-
-TEST_F(TelemetryTest, concurrentReportsAreWholeLines) {
-  std::vector<std::thread> threads;
-  for (int thread = 0; thread < 4; ++thread) {
-    threads.emplace_back([this] {
-      for (int i = 0; i < 250; ++i) EXPECT_TRUE(report(mTelemetry));
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_THAT(lines(), SizeIs(1000));
-  for (const std::string& line : lines()) {
-    std::string error;
-    EXPECT_TRUE(Torv::OS::parseJson(line, error, Torv::OS::JsonRules::Strict)) << line;
-  }
 }
 
 TEST_F(TelemetryTest, whatIsNotStoredIsReportedAsSuch) {
