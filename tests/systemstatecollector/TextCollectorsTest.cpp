@@ -64,13 +64,11 @@ TEST(PsiCollector, ReportsTheLinesThatTheKernelHas) {
                 psiLine("some", "12.34", "3.05", "100.0", "18446744073709551615") + "}");
 }
 
+// What the parsers make of any other text, the fuzz targets hold against the plain reading of it.
 TEST(PsiCollector, ReportsALineAsFarAsItCanBeRead) {
   EXPECT_EQ(psi("\n\n"), "{}");
-  EXPECT_EQ(psi(" "), "{" + psiLine("", "0.0", "0.0", "0.0", "0") + "}");
-  EXPECT_EQ(psi("irq\tavg10= 1.2345 avg60=-2 avg300=1e1total=-1"),
-            "{" + psiLine("irq", "1.23", "-2.0", "10.0", "18446744073709551615") + "}");
-  EXPECT_EQ(psi("some avg10=nan avg60=0x10 avg300=7\0 total=5"s),
-            "{" + psiLine("some", "null", "16.0", "7.0", "0") + "}");
+  EXPECT_EQ(psi("some avg10=nan avg60=-2 avg300=7\0 total=5"s),
+            "{" + psiLine("some", "null", "-2.0", "7.0", "0") + "}");
   EXPECT_EQ(psi("some avg10=5.00 avg60=1.00 avg300=1.00 total=1\nsome avg10=0.1234"),
             "{" + psiLine("some", "0.12", "0.0", "0.0", "0") + "}");
 }
@@ -99,10 +97,6 @@ TEST(CpuUsageCollector, ReadsTheTextsOfEveryKernel) {
   // User and nice already hold the guests' time.
   EXPECT_EQ(metricsOf<CpuUsageCollector>({"cpu 60 20 0 20 0 0 0 0 50 20", "cpu 160 40 0 40 0 0 0 0 150 40"}),
             cpu({"80.0", "85.71"}));
-  // Torn and hostile lines count as far as they can be read.
-  EXPECT_EQ(metricsOf<CpuUsageCollector>({"cpu"}), cpu({"0"}));
-  EXPECT_EQ(metricsOf<CpuUsageCollector>({"cpu 1 0 0 3\ncpu 2 0\n"}), cpu({"0"}));
-  EXPECT_EQ(metricsOf<CpuUsageCollector>({"cpu 123456789012345678901234567890 0 0 5"}), cpu({"100.0"}));
 }
 
 TEST(CpuUsageCollector, TheBaselineOutlivesADump) {
@@ -117,10 +111,8 @@ TEST(GpuCollector, EveryLineCoversTheTimeSinceTheOneBefore) {
   EXPECT_EQ(metricsOf<GpuCollector>({"1000 10000\n", "3500 20000\n", "", "3600 20000\n"}),
             gpu({"10.0", "25.0", "", "0"}));
   EXPECT_EQ(metricsOf<GpuCollector>({"1 4\n2 8\n"}), gpu({"25.0"}));
-  // An empty line reads as zeroes, and counters that run backwards wrap.
-  EXPECT_EQ(metricsOf<GpuCollector>({"4 4\n\n"}), gpu({"100.0"}));
+  // Counters that run backwards wrap.
   EXPECT_EQ(metricsOf<GpuCollector>({"100 100\n", "50 200\n"}), gpu({"100.0", "1.84467440737096e+19"}));
-  EXPECT_EQ(metricsOf<GpuCollector>({"0 18446744073709551616"}), gpu({"0.0"}));
 }
 
 TEST(SystemMemInfoCollector, ReportsFiveFiguresAndTheShareAvailable) {
@@ -132,21 +124,9 @@ TEST(SystemMemInfoCollector, ReportsFiveFiguresAndTheShareAvailable) {
             R"("MemFree_KB":24471780,"MemTotal_KB":24684092})");
   EXPECT_EQ(memInfo(recorded("meminfo-without-available")),
             R"({"Buffers_KB":102332,"Cached_KB":816416,"MemFree_KB":6543216,"MemTotal_KB":8174240}!)");
-}
-
-TEST(SystemMemInfoCollector, CountsLinesUpToTheLastOfTheFive) {
-  EXPECT_EQ(
-      memInfo("Cached: 5\nBuffers: 4\n \nMemAvailable: 2\nMemFree: 1\nMemTotal: 8\nMemTotal: 4\nCached: 6\n"),
-      R"({"Buffers_KB":4,"Cached_KB":5,"MemAvail_%":25.0,"MemAvailable_KB":2,"MemFree_KB":1,"MemTotal_KB":8})");
-  // A name that comes twice counts twice, so three lines may lack one name and four are too many.
-  EXPECT_EQ(memInfo("MemTotal: 4\nMemTotal: 8\nMemFree: 1\n"),
-            R"({"MemAvail_%":0.0,"MemFree_KB":1,"MemTotal_KB":8})");
-  EXPECT_EQ(memInfo("MemTotal: 4\nMemTotal: 8\nMemFree: 1\nMemAvailable: 2\n"),
-            R"({"MemAvailable_KB":2,"MemFree_KB":1,"MemTotal_KB":8}!)");
-}
-
-TEST(SystemMemInfoCollector, HasNoShareOfNoMemoryOrOfAnEmptyText) {
   EXPECT_EQ(memInfo("MemTotal: 0\nMemFree: 0\nMemAvailable: 0\n"),
             R"({"MemAvailable_KB":0,"MemFree_KB":0,"MemTotal_KB":0}!)");
-  EXPECT_EQ(memInfo(""), "{}!");
+  // A name that comes twice counts twice, so three lines may lack one.
+  EXPECT_EQ(memInfo("MemTotal: 4\nMemTotal: 8\nMemFree: 1\n"),
+            R"({"MemAvail_%":0.0,"MemFree_KB":1,"MemTotal_KB":8})");
 }

@@ -44,7 +44,3 @@ TEST(HistoryChart, SaysWhenThereIsNothingToDraw) {
     EXPECT_EQ(historyChart(text), std::nullopt) << text;
   }
 }
-
-TEST(HistoryChart, LetsNoControlCharacterThrough) {
-  EXPECT_EQ(chartOf(R"({"v": {"a\u001b[2J\nb": 1}})"), "a\\x1b[2J\\nb  ▁  newest 1  lowest 1  highest 1\n");
-}
