@@ -3,7 +3,6 @@
 
 #include "Server.h"
 
-#include <future>
 #include <thread>
 
 #include <sys/socket.h>
@@ -140,15 +139,6 @@ TEST_F(ServerTest, AMalformedFrameEndsItsOwnConnectionWithOneLine) {
   }
 }
 
-TEST_F(ServerTest, AReplyOverTheLimitBecomesAnErrorAndOneLine) {
-  start({}, kThreads);
-  RawClient greedy = client();
-  greedy.send(frame(TestService::kReplyWith, kMaxPayload + 4));
-  EXPECT_EQ(greedy.reply(), (Reply{android::FAILED_TRANSACTION, 0}));
-  EXPECT_TRUE(greedy.answers());
-  EXPECT_EQ(mLog.texts(ANDROID_LOG_WARN).size(), 1u);
-}
-
 TEST_F(ServerTest, AClientThatStallsForTooLongIsDropped) {
   start({.patience = std::chrono::milliseconds(20)}, kThreads);
   RawClient good = client();
@@ -185,17 +175,6 @@ TEST_F(ServerTest, AnIdleConnectionMakesRoomForANewOne) {
   EXPECT_TRUE(third.answers());
   EXPECT_EQ(proxy->pingBinder(), android::OK);
   EXPECT_TRUE(proxy->isBinderAlive());
-}
-
-TEST_F(ServerTest, StoppedItEndsItsThreadsAndItsConnections) {
-  start({}, kThreads);
-  auto joined = std::async(std::launch::async, [this] { mServer->join(); });
-  RawClient connected = client();
-  ASSERT_TRUE(connected.answers());
-  mServer->stop();
-  joined.get();
-  EXPECT_FALSE(connected.reply());
-  EXPECT_FALSE(platform::binder::contact(mAddress, true));
 }
 
 }  // namespace

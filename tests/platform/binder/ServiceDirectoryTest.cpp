@@ -4,7 +4,6 @@
 #include <fstream>
 
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -43,18 +42,6 @@ TEST_F(ServiceDirectoryTest, TheLongestNameInADirectoryOfALongPathIsReached) {
   const auto publication = publish(*address);
   ASSERT_EQ(publication.status, android::OK) << publication.error;
   EXPECT_TRUE(contact(*address, /*wait=*/true)->socket.ok());
-}
-
-TEST_F(ServiceDirectoryTest, AnyUidMayCallWhateverTheUmask) {
-  const mode_t old = umask(0077);
-  const auto publication = publish(*addressOf("service"));
-  umask(old);
-  ASSERT_EQ(publication.status, android::OK);
-  struct stat status {};
-  ASSERT_EQ(stat(mRuntime.path("binder/service").c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 0777, 0666u);
-  ASSERT_EQ(stat(mRuntime.path("binder").c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 0777, 0755u);
 }
 
 TEST_F(ServiceDirectoryTest, OnlyASocketThatNobodyServesIsReplaced) {
