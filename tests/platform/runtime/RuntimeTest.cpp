@@ -6,9 +6,7 @@
 #include <unistd.h>
 
 #include "runtime/Files.h"
-#include "runtime/LogLevel.h"
 #include "runtime/RuntimeDirectory.h"
-#include "support/LogCapture.h"
 #include "support/TempDir.h"
 
 namespace platform {
@@ -52,15 +50,6 @@ TEST(FilesTest, ReplacesAFileWholeAndCleansUpWhenItCannot) {
   EXPECT_THAT(FileLock(directory.path("none/lock")).error(), HasSubstr("none/lock: No such file"));
   const std::filesystem::directory_iterator entries(directory.path());
   EXPECT_EQ(std::distance(begin(entries), end(entries)), 2) << "a temporary file is left";
-}
-
-TEST(LogLevelTest, AnUnknownOneIsNamedAndReadsAsInfo) {
-  test::LogCapture log;
-  const test::ScopedEnv variable("TORV_LOG_LEVEL", "loud");
-  applyLogLevel();
-  EXPECT_THAT(log.texts(ANDROID_LOG_WARN), testing::ElementsAre(HasSubstr("TORV_LOG_LEVEL=loud")));
-  EXPECT_TRUE(__android_log_is_loggable(ANDROID_LOG_INFO, nullptr, ANDROID_LOG_WARN));
-  EXPECT_FALSE(__android_log_is_loggable(ANDROID_LOG_DEBUG, nullptr, ANDROID_LOG_WARN));
 }
 
 }  // namespace
