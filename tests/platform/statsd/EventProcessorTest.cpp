@@ -81,12 +81,5 @@ TEST(LogSourcesTest, AllowsFixedUidsApplicationsAndTheServiceItself) {
   EXPECT_FALSE(LogSources({"AID_NO_SUCH"}, 1234).allow(0));
 }
 
-TEST(StatsdStatusTest, RefusesATextThatIsCutAndSkipsWhatALaterServiceSays) {
-  StatsdStatus read;
-  EXPECT_TRUE(parseStatsdStatus("of_a_later_version x\nreceived 18446744073709551615\n", &read));
-  EXPECT_EQ(read.counters.received, UINT64_MAX);
-  for (const char* cut : {"", "received x\n", "received"}) EXPECT_FALSE(parseStatsdStatus(cut, &read)) << cut;
-}
-
 }  // namespace
 }  // namespace libstatsd
