@@ -40,51 +40,29 @@ size_t heapInUse(Daemon& daemon) {
   return std::stoul(log.substr(log.rfind(label) + label.size()));
 }
 
-// Kills a greedy client in mid-call, and stops another that does not read its answers, again and again.
-class BadCompany {
- public:
-  explicit BadCompany(const Daemon& daemon) : mOptions(daemon.client()) {}
-
-  void turn() {
-    mKilled =
-        std::make_unique<Process>(std::vector<std::string>{staged("test_client"), "greedy", "2"}, mOptions);
-    mStalled =
-        std::make_unique<Process>(std::vector<std::string>{staged("test_client"), "greedy", "8"}, mOptions);
-    usleep(200'000);
-    mKilled->signal(SIGKILL);
-    mStalled->signal(SIGSTOP);
-    usleep(100'000);
-  }
-
- private:
-  fixture::ProcessOptions mOptions;
-  std::unique_ptr<Process> mKilled;
-  std::unique_ptr<Process> mStalled;
-};
-
 TEST(LoadTest, GoodClientsGetEveryAnswerAndMemoryStaysFlat) {
   const double seconds = loadSeconds();
   Daemon daemon;
   daemon.start(staged("stoppable_service"));
   const std::string pid = std::to_string(getpid());
   fixture::ProcessOptions options = daemon.client(fixture::applicationUid());
-  Process publisher({staged("test_client"), "publish", pid, "500"}, options);
-  ASSERT_TRUE(fixture::eventually([&] {
-    android::os::PersistableBundle process;
-    daemon.collector()->getApplicationStateDataForProcess(getpid(), android::String16(), &process);
-    return !process.empty();
-  }));
+  ASSERT_TRUE(fixture::publish(getpid(), "key", "the first"));
   options.output = daemon.dir().path("good.log");
   Process good({staged("test_client"), "good", "3", pid}, options);
   Process garbage({staged("test_client"), "garbage", "2", "7"}, daemon.client());
 
-  BadCompany badCompany(daemon);
   std::vector<size_t> firstHalf;
   std::vector<size_t> secondHalf;
   const auto start = steady_clock::now();
   const auto elapsed = [start] { return duration<double>(steady_clock::now() - start).count(); };
   while (elapsed() < seconds) {
-    badCompany.turn();
+    for (int i = 0; i < 100; ++i) (void)fixture::publish(getpid(), "key " + std::to_string(i % 20), "value");
+    Process killed({staged("test_client"), "greedy", "2"}, daemon.client());
+    Process stalled({staged("test_client"), "greedy", "8"}, daemon.client());
+    usleep(200'000);
+    killed.signal(SIGKILL);
+    stalled.signal(SIGSTOP);
+    usleep(100'000);
     (elapsed() < seconds / 2 ? firstHalf : secondHalf).push_back(heapInUse(daemon));
   }
   good.signal(SIGTERM);
@@ -97,6 +75,8 @@ TEST(LoadTest, GoodClientsGetEveryAnswerAndMemoryStaysFlat) {
   EXPECT_LE(median(secondHalf), median(firstHalf) + median(firstHalf) / 4 + (1 << 20));
   const int status = daemon.stop(SIGTERM);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status << daemon.log();
+  EXPECT_EQ(daemon.countInLog("The Diagnostics Collector Service is starting threadpool"), 1u);
+  EXPECT_EQ(daemon.countInLog("The Diagnostics Collector Service is exited"), 1u);
 }
 
 }  // namespace

@@ -4,12 +4,10 @@
 //                                     answer is not what the process PID has published
 //   test_client greedy THREADS        asks for all processes, for ever
 //   test_client garbage THREADS SEED  sends requests of random bytes to both services, for ever
-//   test_client publish PID COUNT     publishes COUNT states a second of process PID, for ever
 //
 // Prints "ready" when every thread has had its first answer.
 
 #include <atomic>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -25,9 +23,6 @@
 #include <unistd.h>
 
 #include <binder/IServiceManager.h>
-#include <statsd/StatsEventWriter.h>
-
-#include <CLI/CLI.hpp>
 
 #include "dev/kerno/internal/diagnostics/IDiagnosticsCollectorService.h"
 #include "dev/kerno/internal/diagnostics/IDiagnosticsNotificationService.h"
@@ -62,7 +57,7 @@ sp<IBinder> binder(const char* name) {
 }
 
 // Runs `call` on every thread until it is time to stop.
-int loop(int threads, const std::function<void(int thread)>& call) {
+void loop(int threads, const std::function<void(int thread)>& call) {
   gWaiting = threads;
   std::vector<std::thread> all;
   all.reserve(threads);
@@ -80,7 +75,6 @@ int loop(int threads, const std::function<void(int thread)>& call) {
   }
   for (std::thread& thread : all) thread.join();
   printf("%ld calls\n", gCalls.load());
-  return 0;
 }
 
 PersistableBundle child(const PersistableBundle& bundle, const char* key) {
@@ -109,17 +103,10 @@ void callEverything(int pid) {
   child(system, "SystemContextData");
 }
 
-int good(int threads, int pid) {
-  signal(SIGTERM, [](int) { gStop = true; });
-  return loop(threads, [pid](int) { callEverything(pid); });
-}
-
-int greedy(int threads) {
-  return loop(threads, [](int) {
-    PersistableBundle all;
-    android::interface_cast<IDiagnosticsCollectorService>(binder(IDiagnosticsCollectorService::kServiceName))
-        ->getAllAvailableApplicationStateData(&all);
-  });
+void askForAll() {
+  PersistableBundle all;
+  android::interface_cast<IDiagnosticsCollectorService>(binder(IDiagnosticsCollectorService::kServiceName))
+      ->getAllAvailableApplicationStateData(&all);
 }
 
 // A request of random words, half of them behind a token that fits.
@@ -140,46 +127,22 @@ void sendGarbage(std::mt19937& random) {
                     random() % 4 == 0 ? IBinder::FLAG_ONEWAY : 0);
 }
 
-int garbage(int threads, unsigned seed) {
-  std::vector<std::mt19937> randoms;
-  randoms.reserve(threads);
-  for (int i = 0; i < threads; ++i) randoms.emplace_back(seed + i);
-  return loop(threads, [&randoms](int thread) { sendGarbage(randoms[thread]); });
-}
-
-int publish(int pid, int perSecond) {
-  libstatsd::StatsEventWriter writer;
-  const std::chrono::nanoseconds pause(1'000'000'000 / perSecond);
-  auto next = std::chrono::steady_clock::now();
-  return loop(1, [&](int) {
-    writer.publishApplicationState(pid, "key " + std::to_string(gCalls % 20), std::to_string(gCalls));
-    std::this_thread::sleep_until(next += pause);
-  });
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app("Clients of every kind", "test_client");
-  app.require_subcommand(1);
-  int threads = 1;
-  int pid = 0;
-  int number = 1;
-  int exitCode = 0;
-  const auto add = [&](const char* name, const std::function<int()>& run) {
-    return app.add_subcommand(name)->callback([&exitCode, run] { exitCode = run(); });
-  };
-  CLI::App* const goodClient = add("good", [&] { return good(threads, pid); });
-  goodClient->add_option("THREADS", threads)->required();
-  goodClient->add_option("PID", pid)->required();
-  add("greedy", [&] { return greedy(threads); })->add_option("THREADS", threads)->required();
-  CLI::App* const garbageClient =
-      add("garbage", [&] { return garbage(threads, static_cast<unsigned>(number)); });
-  garbageClient->add_option("THREADS", threads)->required();
-  garbageClient->add_option("SEED", number)->required();
-  CLI::App* const publisher = add("publish", [&] { return publish(pid, number); });
-  publisher->add_option("PID", pid)->required();
-  publisher->add_option("COUNT", number)->required();
-  CLI11_PARSE(app, argc, argv);
-  return exitCode;
+  const std::string role = argv[1];
+  const int threads = atoi(argv[2]);
+  const int number = argc > 3 ? atoi(argv[3]) : 0;
+  if (role == "good") {
+    signal(SIGTERM, [](int) { gStop = true; });
+    loop(threads, [number](int) { callEverything(number); });
+  } else if (role == "greedy") {
+    loop(threads, [](int) { askForAll(); });
+  } else {
+    loop(threads, [number](int thread) {
+      thread_local std::mt19937 random(number + thread);
+      sendGarbage(random);
+    });
+  }
+  return 0;
 }
