@@ -50,18 +50,6 @@ TEST(BundleRead, GivesBackEveryTypeAndStopsBehindIt) {
   EXPECT_EQ(parcel.readInt32(), 42);
 }
 
-TEST(BundleRead, TakesJavasMagicAndIgnoresTheLength) {
-  for (const char* begin : {"18000000 424e444c", "01000000 444e444c"}) {
-    PersistableBundle bundle;
-    int32_t value = 0;
-    ASSERT_EQ(read(begin + std::string(" 01000000 01000000 6b000000 01000000 07000000"), &bundle),
-              android::OK);
-    EXPECT_TRUE(bundle.getInt(key("k"), &value));
-    EXPECT_EQ(value, 7);
-    EXPECT_FALSE(bundle.getString(key("k"), nullptr));
-  }
-}
-
 TEST(BundleRead, EndsWithTheRightErrorOnEachFault) {
   for (const auto& [text, expected] : std::vector<std::pair<const char*, android::status_t>>{
            {"", android::OK},
@@ -71,6 +59,7 @@ TEST(BundleRead, EndsWithTheRightErrorOnEachFault) {
            {"18000000 11111111 00000000", android::BAD_VALUE},
            {"18000000 444e444c", android::NOT_ENOUGH_DATA},
            {"18000000 444e444c ffffffff", android::OK},
+           {"01000000 424e444c 00000000", android::OK},  // Java's magic; the length does not count
            {"18000000 444e444c ffffff7f 00000000 00000000 00000000 00000000", android::BAD_VALUE},
            {"18000000 444e444c 01000000 ffffffff 00000000 00000000 00000000", android::UNEXPECTED_NULL},
            {"18000000 444e444c 01000000 01000000 6b000000 02000000 00000000", android::BAD_TYPE},

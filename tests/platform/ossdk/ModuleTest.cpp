@@ -7,7 +7,6 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <ossdk/Preferences.h>
-#include <ossdk/UnifiedTelemetry.h>
 #include <unistd.h>
 
 #include "ossdkhost/PreferencesFile.h"
@@ -16,7 +15,6 @@
 namespace {
 
 namespace v4 = OSSDK::Preferences::v4;
-namespace v5 = OSSDK::UnifiedTelemetry::v5;
 
 template <typename Function>
 Function* entryPoint(const char* name) {
@@ -78,13 +76,6 @@ class ModuleTest : public ::testing::Test {
   test::TempDir mDir;
   test::ScopedEnv mRuntime{"TORV_RUNTIME_DIR", mDir.path()};
 };
-
-TEST_F(ModuleTest, otherVersionsAreRefused) {
-  auto* createManager = entryPoint<v4::CreatePreferencesManager>(v4::kCreatePreferencesManager);
-  auto* createHandler = entryPoint<v5::CreateTelemetryHandler>(v5::kCreateTelemetryHandler);
-  for (const int version : {3, 5}) EXPECT_EQ(createManager(version), nullptr);
-  for (const int version : {4, 6}) EXPECT_EQ(createHandler(version), nullptr);
-}
 
 TEST_F(ModuleTest, valuesAreTyped) {
   const Manager manager = makeManager();

@@ -89,17 +89,6 @@ TEST_F(PropertiesTest, AFileThatCannotBeReadIsAnEmptyAreaAndSaysSoOnce) {
   EXPECT_THAT(setProperty("a", "1"), Optional(HasSubstr("cannot read")));
 }
 
-TEST_F(PropertiesTest, GetCopiesWhatFitsItsBuffer) {
-  write("ro.fits=" + mLongest + "\nro.long=x" + mLongest + "\n");
-  char value[PROP_VALUE_MAX];
-  EXPECT_EQ(__system_property_get("ro.fits", value), 91);
-  EXPECT_EQ(value, mLongest);
-  EXPECT_EQ(__system_property_get("absent", value), 0);
-  EXPECT_STREQ(value, "");
-  EXPECT_EQ(__system_property_get("ro.long", value), 50);
-  EXPECT_STREQ(value, "Must use __system_property_read_callback() to read");
-}
-
 TEST_F(PropertiesTest, SetRewritesItsLineAndNoOther) {
   write("# head\na=1\nb=1\na=2\n\njunk\nlast=x");
   EXPECT_EQ(__system_property_set("a", "3"), 0);

