@@ -2,17 +2,11 @@
 
 #include "Check.h"
 #include "PsiText.h"
-#include "TextScanner.h"
 
 using namespace Torv::OS::Diagnostics;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::string text(reinterpret_cast<const char*>(data), size);
-  std::string_view rest = text;
-  std::string_view found;
-  std::istringstream lines(text);
-  for (std::string line; std::getline(lines, line);) {
-    check(nextLine(rest, found) && found == line, "line");
+  forEachLine(data, size, [&](std::string_view found, const std::string& line) {
     char type[5] = "";
     float averages[3] = {};
     unsigned long total = 0;
@@ -25,7 +19,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // Byte by byte, so that a NaN equals itself and a zero keeps its sign.
     check(std::memcmp(foundAverages, averages, sizeof(averages)) == 0, "averages");
     check(psi.total == total, "total");
-  }
-  check(!nextLine(rest, found), "end");
+  });
   return 0;
 }

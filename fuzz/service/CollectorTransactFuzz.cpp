@@ -28,20 +28,11 @@ class FixedContext : public SystemContextManager {
   std::unordered_map<std::string, std::string> getSystemContext() override { return {{"build_tags", "dev"}}; }
 };
 
-class SilentHandler : public DiagnosticsCollectorServiceHandler {
- public:
-  using DiagnosticsCollectorServiceHandler::DiagnosticsCollectorServiceHandler;
-  bool reportEvent(Telemetry::EventName, Telemetry::EventType, Telemetry::EventFlow, std::optional<int>,
-                   std::optional<int>, std::optional<std::string>, std::optional<std::string>) override {
-    return true;
-  }
-};
-
 android::sp<DiagnosticsCollectorService> makeService() {
   auto states = std::make_unique<ApplicationStateManager>(
       std::make_unique<BlackBox>(), std::make_unique<StatsManager>(std::make_unique<OneBatch>()), 60);
-  return new DiagnosticsCollectorService(
-      std::make_shared<SilentHandler>(std::move(states), std::make_unique<FixedContext>()));
+  return new DiagnosticsCollectorService(std::make_shared<fuzz::Silent<DiagnosticsCollectorServiceHandler>>(
+      std::move(states), std::make_unique<FixedContext>()));
 }
 
 }  // namespace

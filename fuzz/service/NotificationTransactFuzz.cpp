@@ -19,18 +19,10 @@ class StrictObserver : public Observer {
   }
 };
 
-class SilentService : public DiagnosticsNotificationService {
- public:
-  using DiagnosticsNotificationService::DiagnosticsNotificationService;
-  bool reportEvent(Telemetry::EventName, Telemetry::EventType, Telemetry::EventFlow, std::optional<int>,
-                   std::optional<int>, std::optional<std::string>, std::optional<std::string>) override {
-    return true;
-  }
-};
-
 android::sp<DiagnosticsNotificationService> makeService() {
   __android_log_set_minimum_priority(ANDROID_LOG_FATAL);  // every event is logged
-  return new SilentService(std::vector<std::shared_ptr<Observer>>{std::make_shared<StrictObserver>()});
+  return new fuzz::Silent<DiagnosticsNotificationService>(
+      std::vector<std::shared_ptr<Observer>>{std::make_shared<StrictObserver>()});
 }
 
 }  // namespace

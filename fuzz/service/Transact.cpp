@@ -1,10 +1,12 @@
 #include "Transact.h"
 
 #include <cstdlib>
+#include <iterator>
 
 namespace fuzz {
 namespace {
 
+using android::IBinder;
 using android::OK;
 using android::Parcel;
 using android::binder::Status;
@@ -16,32 +18,27 @@ void require(bool condition) {
 }
 
 // Codes near those of the interface, those of every binder object, and the extremes.
-uint32_t codeOf(uint8_t choice) {
-  switch (choice) {
-    case 0xff:
-      return 0xffffffff;
-    case 0xfe:
-      return android::IBinder::PING_TRANSACTION;
-    case 0xfd:
-      return android::IBinder::INTERFACE_TRANSACTION;
-    case 0xfc:
-      return android::IBinder::DUMP_TRANSACTION;
-    default:
-      return choice % 6;
-  }
-}
+constexpr uint32_t kCodes[] = {0,
+                               1,
+                               2,
+                               3,
+                               4,
+                               0xffffffff,
+                               IBinder::PING_TRANSACTION,
+                               IBinder::INTERFACE_TRANSACTION,
+                               IBinder::DUMP_TRANSACTION};
 
 }  // namespace
 
 void transact(android::BBinder& service, const uint8_t* data, size_t size) {
   if (size < 2) return;
-  const uint32_t code = codeOf(data[1]);
+  const uint32_t code = kCodes[data[1] % std::size(kCodes)];
   Parcel request;
   if ((data[0] & kToken) != 0) request.writeInterfaceToken(service.getInterfaceDescriptor());
   request.write(data + 2, size - 2);
   request.setDataPosition(0);
   Parcel reply;
-  const uint32_t flags = (data[0] & kOneWay) != 0 ? android::IBinder::FLAG_ONEWAY : 0;
+  const uint32_t flags = (data[0] & kOneWay) != 0 ? IBinder::FLAG_ONEWAY : 0;
   const android::status_t result = service.transact(code, request, &reply, flags);
   if (result != OK || code == 0 || code > 3 || reply.dataSize() == 0) return;
   Status status;
