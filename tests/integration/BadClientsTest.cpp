@@ -1,7 +1,6 @@
 // Whatever one client does, the others are served.
 
 #include <filesystem>
-#include <functional>
 #include <limits>
 #include <random>
 #include <string>
@@ -15,7 +14,6 @@
 
 namespace {
 
-using android::IBinder;
 using android::Parcel;
 using android::status_t;
 using android::String16;
@@ -57,77 +55,55 @@ struct Request {
   const char* what;
   const char* service;
   uint32_t code;
-  std::function<void(Parcel&)> fill;
+  String16 token;
+  std::vector<int32_t> words;
   status_t expected;
-  uint32_t flags = 0;
 };
-
-void collectorToken(Parcel& parcel) {
-  parcel.writeInterfaceToken(IDiagnosticsCollectorService::descriptor);
-}
-void notifierToken(Parcel& parcel) {
-  parcel.writeInterfaceToken(IDiagnosticsNotificationService::descriptor);
-}
 
 TEST_F(BadClientsTest, RequestsThatAreWrongGetTheErrorThatSaysHow) {
   constexpr auto kCollector = IDiagnosticsCollectorService::kServiceName;
   constexpr auto kNotifier = IDiagnosticsNotificationService::kServiceName;
-  const String16 kilobytes800(std::string(400'000, 'x').c_str());
-  const String16 megabyte(std::string(600'000, 'x').c_str());
-  const auto withName = [](const String16& name) {
-    return [name](Parcel& parcel) {
-      collectorToken(parcel);
-      parcel.writeInt32(getpid());
-      parcel.writeString16(name);
-    };
-  };
-  const std::vector<Request> requests = {
-      {"foreign token", kCollector, 1, notifierToken, android::BAD_TYPE},
-      {"no token", kCollector, 2, [](Parcel&) {}, android::BAD_TYPE},
-      {"another foreign token", kCollector, 3, notifierToken, android::BAD_TYPE},
-      {"notifier, foreign token", kNotifier, 1, collectorToken, android::BAD_TYPE},
-      {"code 0", kCollector, 0, collectorToken, android::UNKNOWN_TRANSACTION},
-      {"code 4", kCollector, 4, collectorToken, android::UNKNOWN_TRANSACTION},
-      {"the last code", kCollector, 0xffffffff, collectorToken, android::UNKNOWN_TRANSACTION},
-      {"no pid", kCollector, 1, collectorToken, android::NOT_ENOUGH_DATA},
-      {"trailing bytes", kCollector, 2,
-       [](Parcel& parcel) {
-         collectorToken(parcel);
-         parcel.writeInt64(-1);
-       },
-       android::OK},
-      {"a long name", kCollector, 1, withName(kilobytes800), android::OK},
-      {"a name beyond what is carried", kCollector, 1, withName(megabyte), android::FAILED_TRANSACTION},
-      {"a bundle that is none", kNotifier, 1,
-       [](Parcel& parcel) {
-         notifierToken(parcel);
-         for (int32_t word : {0, 1, 24, 0x21212121, 1}) parcel.writeInt32(word);
-       },
-       android::BAD_VALUE},
-      {"a bundle that is none, one-way", kNotifier, 1,
-       [](Parcel& parcel) {
-         notifierToken(parcel);
-         for (int32_t word : {0, 1, 24, 0x21212121, 1}) parcel.writeInt32(word);
-       },
-       android::OK, IBinder::FLAG_ONEWAY},
-      {"notifier, code 2", kNotifier, 2, notifierToken, android::UNKNOWN_TRANSACTION},
+  const String16 collector = IDiagnosticsCollectorService::descriptor;
+  const String16 notifier = IDiagnosticsNotificationService::descriptor;
+  const Request requests[] = {
+      {"foreign token", kCollector, 1, notifier, {1, -1}, android::BAD_TYPE},
+      {"empty token", kCollector, 2, String16(), {}, android::BAD_TYPE},
+      {"another foreign token", kCollector, 3, notifier, {}, android::BAD_TYPE},
+      {"notifier, foreign token", kNotifier, 1, collector, {1, 1, 0}, android::BAD_TYPE},
+      {"code 0", kCollector, 0, collector, {}, android::UNKNOWN_TRANSACTION},
+      {"code 4", kCollector, 4, collector, {}, android::UNKNOWN_TRANSACTION},
+      {"the last code", kCollector, 0xffffffff, collector, {}, android::UNKNOWN_TRANSACTION},
+      {"notifier, code 2", kNotifier, 2, notifier, {}, android::UNKNOWN_TRANSACTION},
+      {"no pid", kCollector, 1, collector, {}, android::NOT_ENOUGH_DATA},
+      {"trailing bytes", kCollector, 2, collector, {-1, -1}, android::OK},
+      {"a bundle that is none", kNotifier, 1, notifier, {0, 1, 24, 0x21212121, 1}, android::BAD_VALUE},
   };
   for (const Request& request : requests) {
     Parcel data;
     Parcel reply;
-    request.fill(data);
-    EXPECT_EQ(Daemon::binder(request.service)->transact(request.code, data, &reply, request.flags),
-              request.expected)
+    data.writeInterfaceToken(request.token);
+    for (int32_t word : request.words) data.writeInt32(word);
+    EXPECT_EQ(Daemon::binder(request.service)->transact(request.code, data, &reply), request.expected)
         << request.what;
     expectServing();
   }
+}
+
+TEST_F(BadClientsTest, ANameMayBeAsLongAsTheCarrierCarries) {
+  const auto ask = [this](size_t length) {
+    PersistableBundle states;
+    const String16 name(std::string(length, 'x').c_str());
+    return daemon.collector()->getApplicationStateDataForProcess(1, name, &states).transactionError();
+  };
+  EXPECT_EQ(ask(400'000), android::OK);
+  EXPECT_EQ(ask(600'000), android::FAILED_TRANSACTION);
 }
 
 TEST_F(BadClientsTest, CallersKilledInMidCallLeaveNothingBehind) {
   const size_t before = openFiles();
   std::mt19937 random(1);
   for (int i = 0; i < 20; ++i) {
-    fixture::Process greedy({staged("test_client"), "greedy", "4"}, daemon.client());
+    fixture::Process greedy({staged("greedy_client"), "4"}, daemon.client());
     usleep(random() % 20'000);
     greedy.signal(SIGKILL);
   }
@@ -142,7 +118,7 @@ TEST_F(BadClientsTest, TwoHundredCallersThatStopReadingDelayNobody) {
   const size_t before = openFiles();
   fixture::ProcessOptions options = daemon.client();
   options.output = daemon.dir().path("client.log");
-  fixture::Process stalled({staged("test_client"), "greedy", "200"}, options);
+  fixture::Process stalled({staged("greedy_client"), "200"}, options);
   ASSERT_TRUE(eventually([&] { return test::readFile(options.output).find("ready") == 0; }));
   stalled.signal(SIGSTOP);
   for (int i = 0; i < 50; ++i) expectServing();

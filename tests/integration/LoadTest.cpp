@@ -1,8 +1,11 @@
 // Good and bad clients together. DIAG_LOAD_SECONDS says for how long (6 where it is not set).
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
+#include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <signal.h>
@@ -14,7 +17,12 @@
 
 namespace {
 
+using android::Parcel;
+using android::String16;
+using android::os::PersistableBundle;
 using fixture::Daemon;
+using fixture::IDiagnosticsCollectorService;
+using fixture::IDiagnosticsNotificationService;
 using fixture::Process;
 using fixture::staged;
 using std::chrono::duration;
@@ -40,16 +48,52 @@ size_t heapInUse(Daemon& daemon) {
   return std::stoul(log.substr(log.rfind(label) + label.size()));
 }
 
+void callEverything(const Daemon& daemon) {
+  PersistableBundle process;
+  PersistableBundle all;
+  PersistableBundle system;
+  const auto collector = daemon.collector();
+  EXPECT_TRUE(collector->getApplicationStateDataForProcess(getpid(), String16("test"), &process).isOk());
+  EXPECT_TRUE(collector->getAllAvailableApplicationStateData(&all).isOk());
+  EXPECT_TRUE(collector->getSystemContextData(&system).isOk());
+  EXPECT_TRUE(daemon.notifier()->notifySystemEvent({}, {}).isOk());
+  EXPECT_EQ(process.size(), 2u) << "the pid and the states";
+  EXPECT_EQ(all.getPersistableBundleKeys().count(String16(std::to_string(getpid()).c_str())), 1u);
+  EXPECT_EQ(system.getPersistableBundleKeys().count(String16("SystemContextData")), 1u);
+}
+
+// A request of random words, half of them behind a token that fits.
+void sendGarbage(std::mt19937& random) {
+  const bool toCollector = random() % 2 == 0;
+  Parcel request;
+  if (random() % 2 == 0) {
+    request.writeInterfaceToken(toCollector ? IDiagnosticsCollectorService::descriptor
+                                            : IDiagnosticsNotificationService::descriptor);
+  }
+  for (size_t words = random() % 64; words > 0; --words) {
+    request.writeInt32(static_cast<int32_t>(random() % 4 == 0 ? random() : random() % 4));
+  }
+  Parcel reply;
+  const auto service = Daemon::binder(toCollector ? IDiagnosticsCollectorService::kServiceName
+                                                  : IDiagnosticsNotificationService::kServiceName);
+  service->transact(random() % 8 == 0 ? random() : random() % 5, request, &reply,
+                    random() % 4 == 0 ? android::IBinder::FLAG_ONEWAY : 0);
+}
+
 TEST(LoadTest, GoodClientsGetEveryAnswerAndMemoryStaysFlat) {
   const double seconds = loadSeconds();
   Daemon daemon;
   daemon.start(staged("stoppable_service"));
-  const std::string pid = std::to_string(getpid());
-  fixture::ProcessOptions options = daemon.client(fixture::applicationUid());
   ASSERT_TRUE(fixture::publish(getpid(), "key", "the first"));
-  options.output = daemon.dir().path("good.log");
-  Process good({staged("test_client"), "good", "3", pid}, options);
-  Process garbage({staged("test_client"), "garbage", "2", "7"}, daemon.client());
+  std::atomic<bool> stop = false;
+  std::atomic<long> calls = 0;
+  std::vector<std::thread> clients;
+  for (unsigned client = 0; client < 5; ++client) {
+    clients.emplace_back([&, client] {
+      std::mt19937 random(client);
+      for (; !stop; ++calls) client < 3 ? callEverything(daemon) : sendGarbage(random);
+    });
+  }
 
   std::vector<size_t> firstHalf;
   std::vector<size_t> secondHalf;
@@ -57,19 +101,19 @@ TEST(LoadTest, GoodClientsGetEveryAnswerAndMemoryStaysFlat) {
   const auto elapsed = [start] { return duration<double>(steady_clock::now() - start).count(); };
   while (elapsed() < seconds) {
     for (int i = 0; i < 100; ++i) (void)fixture::publish(getpid(), "key " + std::to_string(i % 20), "value");
-    Process killed({staged("test_client"), "greedy", "2"}, daemon.client());
-    Process stalled({staged("test_client"), "greedy", "8"}, daemon.client());
+    // One client dies in mid-call, and another does not read its answers.
+    const Process killed({staged("greedy_client"), "2"}, daemon.client());
+    const Process stalled({staged("greedy_client"), "8"}, daemon.client());
     usleep(200'000);
     killed.signal(SIGKILL);
     stalled.signal(SIGSTOP);
     usleep(100'000);
     (elapsed() < seconds / 2 ? firstHalf : secondHalf).push_back(heapInUse(daemon));
   }
-  good.signal(SIGTERM);
-  EXPECT_EQ(good.wait().value_or(-1), 0) << test::readFile(options.output);
-  printf("good clients: %s", test::readFile(options.output).c_str());
-  printf("heap in use, median: %zu KiB in the first half, %zu KiB in the second\n", median(firstHalf) / 1024,
-         median(secondHalf) / 1024);
+  stop = true;
+  for (std::thread& client : clients) client.join();
+  printf("%ld calls; heap in use, median: %zu KiB in the first half, %zu KiB in the second\n", calls.load(),
+         median(firstHalf) / 1024, median(secondHalf) / 1024);
   // The answers under way differ from one look to the next; a leak of one answer a call would be 10 MiB and
   // more.
   EXPECT_LE(median(secondHalf), median(firstHalf) + median(firstHalf) / 4 + (1 << 20));
