@@ -12,7 +12,6 @@ struct RecordingStore {
   std::string calls;  // "create4, setInt ~key=7, getBool key, listen ~key ~key, ", ~ for "crash-reporter-"
   std::map<std::string, std::string> strings;
   std::map<std::string, int64_t> numbers;
-  int ownedTexts = 0;  // given away and not released yet
 };
 
 // Looked up in the module by this name.

@@ -45,19 +45,12 @@ TEST(PeriodicTask, PausesForThePeriodAfterEachRunOfItsOneWorker) {
   for (const auto pause : pauses) EXPECT_GE(pause, kPeriod);
 }
 
-// Set once the callback that holds it is gone, and so every worker that could run it.
-struct EndMark {
-  explicit EndMark(std::atomic<bool>& flag) : ended(flag) {}
-  std::atomic<bool>& ended;
-  ~EndMark() { ended = true; }
-};
-
 TEST(PeriodicTask, LeavesARunBehindThatEndsByItself) {
   std::atomic<int> runs = 0;
-  std::atomic<bool> ended = false;
+  auto worker = std::make_shared<int>();  // held by every worker that could run the callback
   std::promise<void> entered, leave, second;
   {
-    PeriodicTask task(milliseconds(1), "task", [&, mark = std::make_shared<EndMark>(ended)] {
+    PeriodicTask task(milliseconds(1), "task", [&, worker] {
       const int run = ++runs;
       if (run == 2) second.set_value();
       if (run != 1) return;
@@ -73,7 +66,7 @@ TEST(PeriodicTask, LeavesARunBehindThatEndsByItself) {
   }
   const int before = runs;
   leave.set_value();  // by now the task object is gone
-  while (!ended) std::this_thread::yield();
+  while (worker.use_count() > 1) std::this_thread::yield();
   EXPECT_EQ(runs, before);
 }
 

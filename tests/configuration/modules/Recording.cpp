@@ -38,14 +38,10 @@ class RecordingManager final : public v4::IPreferencesManager {
     std::string text;
     const v4::Status status = get("getString", gStore.strings, key, &text);
     if (status != v4::kOk) return status;
-    ++gStore.ownedTexts;
-    // Not terminated: whoever reads on past the length is caught.
+    // Not terminated: whoever reads on past the length is caught, as is who does not release it.
     char* characters = static_cast<char*>(malloc(text.size()));
     memcpy(characters, text.data(), text.size());
-    *value = {characters, text.size(), [](const char* owned) {
-                --gStore.ownedTexts;
-                free(const_cast<char*>(owned));
-              }};
+    *value = {characters, text.size(), [](const char* owned) { free(const_cast<char*>(owned)); }};
     return v4::kOk;
   }
   v4::Status getUint(String key, uint32_t* value) override {
