@@ -185,11 +185,9 @@ TEST_F(CollectorServiceTest, AnEventPullsWhatWasPublished) {
   handler->onEvent(1, std::nullopt);
   EXPECT_THAT(pendingAtoms, testing::IsEmpty());
   handler->onEvent(1, std::unordered_map<std::string, std::string>{});
-  EXPECT_EQ(log.count(withData), 0u);
   handler->onEvent(1, {{{"signal", "11"}}});
-  EXPECT_TRUE(log.has(ANDROID_LOG_INFO, kTag, withData));
-  EXPECT_TRUE(log.has(ANDROID_LOG_INFO, kTag, plain));
   EXPECT_EQ(log.count(plain), 3u);
+  EXPECT_EQ(log.count(withData), 1u);
 }
 
 struct MockObserver : Observer {
