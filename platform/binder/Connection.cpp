@@ -23,6 +23,9 @@ constexpr size_t kItemOverhead = 256;
 // read that finds nothing.
 constexpr int kReadsPerEvent = 16;
 
+// Making a reply takes about ten times its size.
+constexpr size_t kLargeReply = size_t{64} * 1024;
+
 bool isOneWay(const Frame& frame) {
   return (frame.header.flags & android::IBinder::FLAG_ONEWAY) != 0;
 }
@@ -161,6 +164,7 @@ void Connection::enqueue(const Frame& frame, Worker& worker) {
 
 void Connection::answer(const Frame& frame, Worker& worker) {
   android::status_t status = dispatch(*mService->binder, mPeer, frame, worker);
+  if (worker.reply.dataSize() > kLargeReply) mServer.releaseMemorySoon();
   if (worker.reply.dataSize() > kMaxPayload) {
     logWarning("%s: the reply to code %u is %zu bytes, over the limit of %zu; its caller gets an error",
                describe().c_str(), frame.header.value, worker.reply.dataSize(), kMaxPayload);

@@ -8,6 +8,7 @@
 #include <thread>
 #include <utility>
 
+#include <malloc.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/resource.h>
@@ -58,7 +59,7 @@ class Listener final : public EventSource {
   const unique_fd mSocket;
 };
 
-// Runs only while a connection stalls or a listener waits for room.
+// Runs only while a connection stalls, a listener waits for room, or there is memory to give back.
 class Server::Timer final : public EventSource {
  public:
   explicit Timer(Server& server)
@@ -72,6 +73,8 @@ class Server::Timer final : public EventSource {
     mRunning = false;
     if (const auto next = mServer.mStalls.expire(StallWatch::Clock::now()); next) start(*next);
     mServer.armWaitingListeners();
+    // Each thread that has made a large reply has a heap of its own, which the allocator would keep as it is.
+    if (mServer.mKeepsMemory.exchange(false)) malloc_trim(0);
     mServer.arm(fd(), EPOLLIN, this);
   }
 
@@ -96,6 +99,7 @@ Server::Server(const ServerLimits& limits)
       mStopEvent(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       mTimer(std::make_unique<Timer>(*this)),
       mStalls(limits.patience, limits.maxStalledBytes),
+      mMemoryKept(limits.memoryKept),
       mMaxConnections(limits.maxConnections != 0 ? limits.maxConnections : defaultMaxConnections()) {
   watch(mTimer->fd(), EPOLLIN, mTimer.get());
   // Seen by every thread, so it is not armed for one.
@@ -171,6 +175,10 @@ StallWatch::Ticket Server::stalled(StallWatch::Clock::time_point now, size_t byt
   const auto ticket = mStalls.add(now, bytes, [&connection] { connection.drop(); });
   mTimer->start(mStalls.due(now));
   return ticket;
+}
+
+void Server::releaseMemorySoon() {
+  if (!mKeepsMemory.exchange(true)) mTimer->start(StallWatch::Clock::now() + mMemoryKept);
 }
 
 void Server::acceptAll(Listener& listener) {

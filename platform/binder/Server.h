@@ -29,6 +29,8 @@ struct ServerLimits {
   size_t maxStalledBytes = size_t{32} * 1024 * 1024;
   // Connections at a time; 0: three quarters of the descriptors that the process may have.
   size_t maxConnections = 0;
+  // For how long the process keeps what large replies took to make; longer while connections stall.
+  std::chrono::milliseconds memoryKept{1000};
 };
 
 // A process's side of all the services that it publishes: one epoll set, and a pool of threads that lead in
@@ -65,6 +67,8 @@ class Server {
   uint64_t countEvent() { return mEvents.fetch_add(1, std::memory_order_relaxed) + 1; }
   StallWatch& stalls() { return mStalls; }
   StallWatch::Ticket stalled(StallWatch::Clock::time_point now, size_t bytes, Connection& connection);
+  // Has free memory given back to the system before long.
+  void releaseMemorySoon();
 
   // Takes on the connections that wait at `listener`, then arms it; where there is no room for another one,
   // it drops the one that has been idle for longest and arms the listener when there is.
@@ -91,6 +95,8 @@ class Server {
   std::atomic<int> mIdle{0};
   std::atomic<uint64_t> mEvents{0};
   std::atomic<bool> mStopping{false};
+  std::atomic<bool> mKeepsMemory{false};
+  const std::chrono::milliseconds mMemoryKept;
 
   std::mutex mMutex;  // guards all that follows; never held over a transaction
   std::condition_variable mPoolChanged;

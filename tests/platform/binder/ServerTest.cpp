@@ -3,6 +3,7 @@
 
 #include "Server.h"
 
+#include <sstream>
 #include <thread>
 
 #include <sys/socket.h>
@@ -163,6 +164,28 @@ TEST_F(ServerTest, StalledClientsAreDroppedSoonerWhenTheyHoldTooMuch) {
   ASSERT_TRUE(good.answers());  // by the one thread, so after the others
   for (size_t i = 0; i < deaf.size(); ++i) EXPECT_EQ(deaf[i].reply().has_value(), i >= 2) << i;
 }
+
+// The allocator of a sanitizer keeps what is freed, on purpose.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TEST_F(ServerTest, TheMemoryOfALargeReplyIsGivenBack) {
+  const auto residentPages = [] {
+    long size = 0;
+    long resident = 0;
+    std::istringstream(test::readFile("/proc/self/statm")) >> size >> resident;
+    return resident;
+  };
+  start({.memoryKept = std::chrono::milliseconds(1)}, 1);
+  RawClient client = this->client();
+  ASSERT_TRUE(client.answers());
+  const long before = residentPages();
+  client.send(frame(TestService::kToilFor, 100'000));
+  ASSERT_TRUE(client.reply());
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  const long atMost = before + (8 << 20) / getpagesize();
+  while (residentPages() > atMost && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+  EXPECT_LE(residentPages(), atMost);
+}
+#endif
 
 // What is told to a client that makes room is told by its next call, which connects anew.
 TEST_F(ServerTest, AnIdleConnectionMakesRoomForANewOne) {

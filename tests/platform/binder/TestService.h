@@ -6,6 +6,7 @@
 
 #include <condition_variable>
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include <signal.h>
@@ -23,6 +24,7 @@ class TestService : public android::BBinder {
   enum Code : uint32_t {
     kWho = FIRST_CALL_TRANSACTION,  // -> int32 calling uid, int32 calling pid, int32 flags
     kReplyWith,                     // int32 n -> n bytes
+    kToilFor,                       // the same, by way of 32 MiB in small pieces, of which the last stays
     kKill,                          // kills its process
     kHold,                          // waits for kRelease
     kRelease,
@@ -44,6 +46,9 @@ class TestService : public android::BBinder {
         reply->writeInt32(static_cast<int32_t>(thread->getCallingUid()));
         reply->writeInt32(thread->getCallingPid());
         return reply->writeInt32(static_cast<int32_t>(flags));
+      case kToilFor:
+        toil();
+        [[fallthrough]];
       case kReplyWith:
         return reply->setDataSize(data.readUint32());
       case kKill:
@@ -61,6 +66,12 @@ class TestService : public android::BBinder {
   }
 
  private:
+  void toil() {
+    std::vector<std::unique_ptr<std::string>> pieces;
+    for (int i = 0; i < 32 * 1024; ++i) pieces.push_back(std::make_unique<std::string>(1000, 'x'));
+    mLastPiece = std::move(pieces.back());
+  }
+
   void change(uint32_t code, int32_t number) {
     std::unique_lock lock(mMutex);
     if (code == kHold) mChanged.wait(lock, [this] { return mReleased; });
@@ -73,6 +84,7 @@ class TestService : public android::BBinder {
   std::condition_variable mChanged;
   std::vector<int32_t> mNotes;  // guarded by mMutex
   bool mReleased = false;       // guarded by mMutex
+  std::unique_ptr<std::string> mLastPiece;
 };
 
 }  // namespace test
