@@ -19,34 +19,25 @@ using testing::MatchesRegex;
 
 namespace {
 
-using Histories = std::unordered_map<std::string, std::string>;
-
 class FakeCollector : public SystemStateCollector {
  public:
-  // Without histories its dump is null.
-  FakeCollector(uint8_t id, uint32_t rate, std::function<bool()> sample, std::optional<Histories> histories)
-      : SystemStateCollector(SystemStateCollectorConfig(60, rate)),
-        mId(id),
-        mSample(std::move(sample)),
-        mHistories(std::move(histories)) {}
+  FakeCollector(uint8_t id, uint32_t rate, std::function<bool()> sample)
+      : SystemStateCollector(SystemStateCollectorConfig(60, rate)), mId(id), mSample(std::move(sample)) {}
 
   uint8_t getId() const override { return mId; }
   std::string getDescription() const override { return "fake"; }
   bool collectSystemStateData() override { return mSample(); }
-  std::unique_ptr<History> dumpSystemStateHistory() override {
-    return mHistories ? std::make_unique<Histories>(*mHistories) : nullptr;
-  }
+  std::unique_ptr<History> dumpSystemStateHistory() override { return nullptr; }
 
  private:
   const uint8_t mId;
   const std::function<bool()> mSample;
-  const std::optional<Histories> mHistories;
 };
 
 class SystemStateCollectorManagerTest : public testing::Test {
  protected:
-  void add(uint8_t id, uint32_t rate, std::function<bool()> sample, std::optional<Histories> histories = {}) {
-    mManager.addCollector(std::make_unique<FakeCollector>(id, rate, std::move(sample), std::move(histories)));
+  void add(uint8_t id, uint32_t rate, std::function<bool()> sample) {
+    mManager.addCollector(std::make_unique<FakeCollector>(id, rate, std::move(sample)));
   }
 
   test::LogCapture mLog;
@@ -56,26 +47,19 @@ class SystemStateCollectorManagerTest : public testing::Test {
 
 }  // namespace
 
-TEST_F(SystemStateCollectorManagerTest, MergesHistoriesAndKeepsTheFirstOfEachId) {
-  const auto works = [] { return true; };
-  add(1, 1, works, Histories{{"a", "1"}, {"b", "2"}});
-  add(1, 1, works, Histories{{"c", "3"}});
-  add(2, 1, works, Histories{});
-  add(3, 1, works);
-  EXPECT_EQ(mManager.collectorCount(), 3U);
-  EXPECT_EQ(*mManager.dumpSystemStateHistory(), (Histories{{"a", "1"}, {"b", "2"}}));
-}
-
 TEST_F(SystemStateCollectorManagerTest, SamplesEachInItsTurnWhateverAnotherDoes) {
   std::vector<int> samples(4);
   for (const uint8_t rate : {0, 1, 2, 3}) {
     add(rate, rate, [&samples, rate] { return ++samples[rate] > 0 && rate != 3; });
   }
+  add(1, 1, [] { return false; });
+  EXPECT_EQ(mManager.collectorCount(), 4U) << "the first of an id stays";
   std::vector<std::vector<int>> afterEach;
   for (int poll = 0; poll < 4; ++poll) {
     mManager.pollCollectors();
     afterEach.push_back(samples);
   }
+  EXPECT_TRUE(mManager.dumpSystemStateHistory()->empty()) << "none of them has any";
   EXPECT_THAT(afterEach, ElementsAre(ElementsAre(0, 1, 1, 1), ElementsAre(0, 2, 1, 1),
                                      ElementsAre(0, 3, 2, 1), ElementsAre(0, 4, 2, 2)));
   EXPECT_EQ(mLog.texts(ANDROID_LOG_ERROR), Strings(2, "Failed to read metrics for collector 3"));

@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include <unistd.h>
+
 #include <binder/IServiceManager.h>
 #include <statsd/StatsEventWriter.h>
 
@@ -48,7 +50,9 @@ Daemon::~Daemon() {
 
 void Daemon::setProperties(const std::string& text) const {
   mDir.write("runtime/properties", text);
-  giveToService(runtime());
+  for (const std::string& path : {runtime(), runtime("properties")}) {
+    if (chown(path.c_str(), serviceUid(), -1) != 0) throw std::runtime_error("chown " + path);
+  }
 }
 
 void Daemon::launch(const std::string& program) {

@@ -1,11 +1,7 @@
 #include "fixture/Stage.h"
 
 #include <filesystem>
-#include <stdexcept>
 
-#include <unistd.h>
-
-#include "fixture/Process.h"
 #include "support/TempDir.h"
 
 namespace fixture {
@@ -25,10 +21,6 @@ void copyToStage(const std::string& name) {
   fs::permissions(copy, fs::perms(0755));
 }
 
-void chownTo(uid_t uid, const fs::path& path) {
-  if (lchown(path.c_str(), uid, uid) != 0) throw std::runtime_error("lchown " + path.string());
-}
-
 }  // namespace
 
 std::string buildDirectory() {
@@ -40,14 +32,6 @@ std::string staged(const std::string& program) {
   copyToStage("libossdk.pellux.so");
   copyToStage(program);
   return stage().path(program);
-}
-
-void giveToService(const std::string& directory) {
-  if (getuid() != 0) return;
-  chownTo(serviceUid(), directory);
-  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(directory)) {
-    chownTo(serviceUid(), entry.path());
-  }
 }
 
 }  // namespace fixture
