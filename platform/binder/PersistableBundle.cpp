@@ -4,6 +4,9 @@
 
 #include "ParcelHeader.h"
 
+#include <tuple>
+#include <utility>
+
 #include <binder/PersistableBundle.h>
 
 namespace android::os {
@@ -74,6 +77,17 @@ typename Map::mapped_type* slot(Map* map, const String16& key) {
   return &map->try_emplace(map->end(), key)->second;
 }
 
+// Strings are most of what bundles hold: made in their places, where others are made empty and then set.
+status_t readString(const Parcel* parcel, std::map<String16, String16>* map, const String16& key) {
+  size_t length = 0;
+  const char16_t* const text = parcel->readString16Inplace(&length);
+  if (text == nullptr) return UNEXPECTED_NULL;
+  const size_t before = map->size();
+  const auto entry = map->emplace_hint(map->end(), std::piecewise_construct, std::forward_as_tuple(key),
+                                       std::forward_as_tuple(text, length));
+  return map->size() != before ? OK : entry->second.setTo(text, length);
+}
+
 // A key has one value, of one type. Whoever puts the keys of a type in order pays one comparison for each.
 template <typename Map, typename Value>
 void put(PersistableBundle* bundle, Map* map, const String16& key, const Value& value) {
@@ -128,7 +142,7 @@ status_t PersistableBundle::writeToParcelInner(Parcel* parcel) const {
 }
 
 // The length is not looked at: like the device's reader, this one ends after the last entry.
-status_t PersistableBundle::readFromParcelInner(const Parcel* parcel, size_t /*length*/) {
+status_t PersistableBundle::readFromParcelInner(const Parcel* parcel, size_t /*size*/) {
   const DepthGuard guard;
   if (tDepth > kMaxDepth) return BAD_VALUE;
   int32_t magic = 0;
@@ -141,7 +155,7 @@ status_t PersistableBundle::readFromParcelInner(const Parcel* parcel, size_t /*l
   const auto readEntry = [&](const String16& key, int32_t type) -> status_t {
     switch (type) {
       case kString:
-        return parcel->readString16(slot(&mStringMap, key));
+        return readString(parcel, &mStringMap, key);
       case kInteger:
         return parcel->readInt32(slot(&mIntMap, key));
       case kLong:
@@ -167,11 +181,12 @@ status_t PersistableBundle::readFromParcelInner(const Parcel* parcel, size_t /*l
     }
   };
   for (; count > 0; --count) {
-    String16 key;
+    size_t length = 0;
+    const char16_t* const name = parcel->readString16Inplace(&length);
+    if (name == nullptr) return UNEXPECTED_NULL;
     int32_t type = 0;
-    status_t status = parcel->readString16(&key);
-    if (status == OK) status = parcel->readInt32(&type);
-    if (status == OK) status = readEntry(key, type);
+    status_t status = parcel->readInt32(&type);
+    if (status == OK) status = readEntry(String16(name, length), type);
     if (status != OK) return status;
   }
   return OK;

@@ -19,10 +19,9 @@ namespace {
 
 constexpr char kTag[] = "OsSdkTelemetry";
 
-// A look at the path costs more than the write. Whether the file has been removed, or has grown to be rotated
-// by another process, the open file says itself; only one that an outsider has renamed goes unnoticed, for
-// this long.
-constexpr int64_t kLookEveryMs = 500;
+// A look at the path costs more than the write. That the file has grown to be rotated the open file says
+// itself; that an outsider has renamed or removed it goes unnoticed for this long.
+constexpr int64_t kLookEveryMs = 50;
 
 int64_t nowMs() {
   timespec now{};
@@ -40,10 +39,8 @@ struct TelemetryLog::File {
   std::atomic<bool> torn = false;      // its last line is a part of one
   std::atomic<int64_t> seenAtPath{0};  // when it last was, in nowMs()
 
-  // Whether a look at the path can be spared. Fills `status` then.
-  bool isRecent(struct stat* status) const {
-    return nowMs() - seenAtPath < kLookEveryMs && fstat(fd.get(), status) == 0 && status->st_nlink != 0;
-  }
+  // Whether a look at the path can be spared.
+  bool isRecent() const { return nowMs() - seenAtPath < kLookEveryMs; }
 };
 
 bool TelemetryLog::append(const std::string& directory, const std::string& line, bool flush) {
@@ -78,11 +75,13 @@ std::shared_ptr<TelemetryLog::File> TelemetryLog::fileAt(const std::string& path
     std::lock_guard lock(mMutex);
     if (mFile != nullptr && mFile->path == path) file = mFile;
   }
+  if (file != nullptr && file->isRecent()) {
+    *sizeBytes = static_cast<size_t>(lseek(file->fd.get(), 0, SEEK_END));
+    return file;
+  }
   struct stat status {};
-  const bool spared = file != nullptr && file->isRecent(&status);
-  const bool there = spared || stat(path.c_str(), &status) == 0;
+  const bool there = stat(path.c_str(), &status) == 0;
   *sizeBytes = there ? static_cast<size_t>(status.st_size) : 0;
-  if (spared) return file;
   if (there && file != nullptr && file->device == status.st_dev && file->inode == status.st_ino) {
     file->seenAtPath = nowMs();
     return file;
