@@ -22,7 +22,7 @@ int runAsServiceUser(int argc, char** argv) {
     fixture::staged(program);
   arguments[0] = fixture::staged("service_bench");
   fixture::ProcessOptions options;
-  options.output = "/dev/stdout";
+  options.output = "";
   fixture::Process process(arguments, options);
   const int status = process.wait(std::chrono::hours(1)).value_or(-1);
   return WIFEXITED(status) ? WEXITSTATUS(status) : 1;

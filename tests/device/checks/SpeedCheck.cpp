@@ -24,7 +24,7 @@ struct Load {
   int states;
   double limit;
 };
-constexpr Load kLoads[] = {{0, 2.7}, {3, 4.2}, {20, 8}};
+constexpr Load kLoads[] = {{0, 2.3}, {3, 3.6}, {20, 7.8}};
 
 double microsecondsOfCall(const sp<android::IBinder>& binder, uint32_t code, const Parcel& request) {
   Parcel reply;

@@ -67,9 +67,11 @@ Process::Process(std::vector<std::string> arguments, const ProcessOptions& optio
   mPid = fork();
   if (mPid < 0) throw std::runtime_error("fork");
   if (mPid > 0) return;
-  // Opened by the tester, who may write where the child may not.
-  const int output = open(options.output.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-  if (output < 0 || dup2(output, STDOUT_FILENO) < 0 || dup2(output, STDERR_FILENO) < 0) _exit(126);
+  if (!options.output.empty()) {
+    // Opened by the tester, who may write where the child may not.
+    const int output = open(options.output.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    if (output < 0 || dup2(output, STDOUT_FILENO) < 0 || dup2(output, STDERR_FILENO) < 0) _exit(126);
+  }
   if (!becomeUser(options.uid) || prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || getppid() != parent) _exit(126);
   execve(argv[0], argv.data(), envp.data());
   _exit(127);
