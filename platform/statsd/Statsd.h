@@ -52,8 +52,8 @@ class Statsd {
 
   // All three are thread-safe.
   void configure(ConfigKey key, const ConfigRules& rules);
-  // The serialised ConfigMetricsReportList of all atoms sent before the call and not fetched yet; it is empty,
-  // and so are its bytes, where there are none.
+  // The serialised ConfigMetricsReportList of all atoms sent before the call and not fetched yet; it is
+  // empty, and so are its bytes, where there are none.
   std::string fetch(ConfigKey key);
   StatsdStatus status(uid_t asker);
 

@@ -15,6 +15,7 @@ inline constexpr uint32_t kEchoTransaction = 1;
 //   query PID VALUE COUNT      makes all three queries COUNT times; the process's state "who" must be VALUE
 //   stuck                      ready; once released asks for all states
 //   spin                       ready; keeps a processor busy
-//   slow                       offers kSlowService, whose observer waits to be released, then says ready;
-//   ready echo BYTES                 offers kEchoService, which answers anything with so many bytes; ready
+//   slow                       offers kSlowService, whose observer waits to be released and then says ready;
+//                              ready
+//   echo BYTES                 offers kEchoService, which answers anything with so many bytes; ready
 int playRole(const std::vector<std::string>& arguments);
