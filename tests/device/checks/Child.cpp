@@ -1,43 +1,19 @@
 #include "Child.h"
 
-#include <fcntl.h>
-#include <grp.h>
-#include <signal.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <utility>
+
+#include "Machine.h"
 
 namespace {
 
-[[noreturn]] void fail(const char* what) {
-  perror(what);
-  abort();
-}
-
-struct Pipe {
-  android::base::unique_fd read, write;
-
-  Pipe() {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) fail("pipe2");
-    read.reset(ends[0]);
-    write.reset(ends[1]);
-  }
-};
-
-[[noreturn]] void become(uid_t uid, const std::vector<std::string>& command) {
-  if (setgroups(0, nullptr) != 0 || setresgid(uid, uid, uid) != 0 || setresuid(uid, uid, uid) != 0) {
-    fail("setresuid");
-  }
-  std::vector<char*> arguments;
-  arguments.reserve(command.size() + 1);
-  for (const std::string& argument : command) arguments.push_back(const_cast<char*>(argument.c_str()));
-  arguments.push_back(nullptr);
-  execv(arguments[0], arguments.data());
-  fail(arguments[0]);
+sigset_t releases() {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, SIGUSR1);
+  return set;
 }
 
 std::vector<std::string> withProgram(std::vector<std::string> role) {
@@ -45,74 +21,41 @@ std::vector<std::string> withProgram(std::vector<std::string> role) {
   return role;
 }
 
+fixture::ProcessOptions as(uid_t uid, const std::string& output) {
+  fixture::ProcessOptions options;
+  options.uid = uid;
+  options.output = output;
+  return options;
+}
+
 }  // namespace
 
-Child::Child(uid_t uid, std::vector<std::string> role) : Child(uid, withProgram(std::move(role)), nullptr) {}
-
-Child Child::program(uid_t uid, const std::string& path, const std::string& log) {
-  return Child(uid, {path}, log.c_str());
-}
-
-Child::Child(uid_t uid, const std::vector<std::string>& command, const char* log) {
-  Pipe to, from;
-  mPid = fork();
-  if (mPid < 0) fail("fork");
-  if (mPid == 0) {
-    dup2(to.read, STDIN_FILENO);
-    if (log == nullptr) {
-      dup2(from.write, STDOUT_FILENO);
-    } else {
-      const int file = open(log, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-      dup2(file, STDOUT_FILENO);
-      dup2(file, STDERR_FILENO);
-    }
-    become(uid, command);
-  }
-  mToChild = std::move(to.write);
-  mFromChild = std::move(from.read);
-}
-
-Child::Child(Child&& other) noexcept
-    : mPid(std::exchange(other.mPid, -1)),
-      mToChild(std::move(other.mToChild)),
-      mFromChild(std::move(other.mFromChild)) {}
-
-Child::~Child() {
-  if (mPid < 0) return;
-  kill(SIGKILL);
-  wait();
-}
+Child::Child(uid_t uid, std::vector<std::string> role)
+    : mProcess(withProgram(std::move(role)), as(uid, mDir.path("output"))) {}
 
 bool Child::ready() {
-  char byte;
-  return TEMP_FAILURE_RETRY(read(mFromChild, &byte, 1)) == 1;
-}
-
-void Child::release() {
-  if (write(mToChild, "", 1) != 1) fail("release");
-}
-
-void Child::kill(int signal) const {
-  if (mPid > 0) ::kill(mPid, signal);
-}
-
-void Child::stop() const {
-  kill(SIGSTOP);
-  siginfo_t info;
-  if (TEMP_FAILURE_RETRY(waitid(P_PID, mPid, &info, WSTOPPED)) != 0) fail("waitid");
+  ++mReady;
+  const auto isReady = [this] { return countOf(test::readFile(mDir.path("output")), "ready") >= mReady; };
+  return fixture::eventually([&] { return isReady() || !mProcess.running(); }) && isReady();
 }
 
 int Child::wait() {
-  int status = 0;
-  if (TEMP_FAILURE_RETRY(waitpid(std::exchange(mPid, -1), &status, 0)) < 0) fail("waitpid");
+  const int status = mProcess.wait().value_or(0);
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
+void keepRelease() {
+  const sigset_t set = releases();
+  pthread_sigmask(SIG_BLOCK, &set, nullptr);
+}
+
 void tellReady() {
-  if (write(STDOUT_FILENO, "", 1) != 1) fail("tellReady");
+  std::puts("ready");
+  std::fflush(stdout);
 }
 
 void awaitRelease() {
-  char byte;
-  if (read(STDIN_FILENO, &byte, 1) != 1) exit(EXIT_FAILURE);  // the parent is gone
+  const sigset_t set = releases();
+  int signal = 0;
+  sigwait(&set, &signal);
 }

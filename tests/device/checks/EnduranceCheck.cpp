@@ -3,11 +3,12 @@
 #include <gtest/gtest.h>
 #include <linux/android/binder.h>
 #include <signal.h>
+#include <sys/wait.h>
 #include <time.h>
 #include <utils/String16.h>
 
 #include <atomic>
-#include <fstream>
+#include <deque>
 #include <thread>
 
 #include "Machine.h"
@@ -21,15 +22,14 @@ using android::os::PersistableBundle;
 
 bool isKnown(pid_t pid) {
   PersistableBundle states;
-  EXPECT_TRUE(collector()->getApplicationStateDataForProcess(pid, String16(), &states).isOk());
+  EXPECT_TRUE(Daemon::collector()->getApplicationStateDataForProcess(pid, String16(), &states).isOk());
   return flatten(states)["ApplicationStateData/last_words"] == "told";
 }
 
 TEST(Endurance, SixteenClientsAtOnceGetTheirAnswers) {
   Child application(kApplication, {"publish", "who", "everyone's"});
   ASSERT_TRUE(application.ready());
-  std::vector<Child> clients;
-  clients.reserve(16);
+  std::deque<Child> clients;
   for (int i = 0; i < 16; ++i) {
     clients.emplace_back(
         i % 2 == 0 ? kApplication : kSystem,
@@ -42,7 +42,14 @@ TEST(Endurance, SixteenClientsAtOnceGetTheirAnswers) {
 bool waitsInBinder(pid_t pid) {
   char call[16];
   snprintf(call, sizeof(call), "0x%lx", static_cast<unsigned long>(BINDER_WRITE_READ));
-  return contentsOf("/proc/" + std::to_string(pid) + "/syscall").find(call) != std::string::npos;
+  return test::readFile("/proc/" + std::to_string(pid) + "/syscall").find(call) != std::string::npos;
+}
+
+// Returns when every thread has come to rest.
+void stopDaemon() {
+  Machine::daemon().signal(SIGSTOP);
+  siginfo_t info;
+  EXPECT_EQ(waitid(P_PID, Machine::daemon().pid(), &info, WSTOPPED), 0);
 }
 
 // A stopped daemon leaves the client in the driver, where it dies; the daemon then finds a request that
@@ -51,14 +58,14 @@ TEST(Endurance, AClientKilledInMidCallHurtsNobody) {
   for (int i = 0; i < 20; ++i) {
     Child client(kApplication, {"stuck"});
     ASSERT_TRUE(client.ready());
-    Machine::daemon().stop();
+    stopDaemon();
     client.release();
-    EXPECT_TRUE(eventually(std::chrono::seconds(10), [&] { return waitsInBinder(client.pid()); }));
-    client.kill(SIGKILL);
+    EXPECT_TRUE(fixture::eventually([&] { return waitsInBinder(client.pid()); }));
+    client.kill();
     EXPECT_EQ(client.wait(), 128 + SIGKILL);
-    Machine::daemon().kill(SIGCONT);
+    Machine::daemon().signal(SIGCONT);
   }
-  EXPECT_EQ(collectorBinder()->pingBinder(), android::OK);
+  EXPECT_EQ(Daemon::binder(IDiagnosticsCollectorService::kServiceName)->pingBinder(), android::OK);
 }
 
 // Waits out the real clean-up period twice; only the minute between marking and forgetting is moved.
@@ -67,7 +74,7 @@ TEST(Endurance, ADeadProcessIsRememberedForAMinute) {
   Child application(kApplication, {"publish", "last_words", "told"});
   ASSERT_TRUE(application.ready());
   const pid_t pid = application.pid();
-  application.kill(SIGKILL);
+  application.kill();
   application.wait();
   EXPECT_TRUE(isKnown(pid));
 
@@ -77,7 +84,7 @@ TEST(Endurance, ADeadProcessIsRememberedForAMinute) {
   ASSERT_EQ(clock_gettime(CLOCK_REALTIME, &now), 0);
   now.tv_sec += 60;
   ASSERT_EQ(clock_settime(CLOCK_REALTIME, &now), 0);
-  EXPECT_TRUE(eventually(kCleanUpPeriod + std::chrono::seconds(15), [&] { return !isKnown(pid); }));
+  EXPECT_TRUE(fixture::eventually([&] { return !isKnown(pid); }, std::chrono::milliseconds(100)));
 }
 
 TEST(Endurance, ItsClientsLearnOfTheDaemonsDeathAndFindTheNextOne) {
@@ -88,19 +95,19 @@ TEST(Endurance, ItsClientsLearnOfTheDaemonsDeathAndFindTheNextOne) {
    private:
     void binderDied(const android::wp<IBinder>&) override { ++deaths; }
   };
-  const sp<IBinder> before = collectorBinder();
+  const sp<IBinder> before = Daemon::binder(IDiagnosticsCollectorService::kServiceName);
   const sp<Mourner> mourner = new Mourner;
   ASSERT_EQ(before->linkToDeath(mourner), android::OK);
   EXPECT_EQ(before->pingBinder(), android::OK);
 
-  Machine::daemon().kill(SIGKILL);
-  EXPECT_EQ(Machine::daemon().wait(), 128 + SIGKILL) << "it had ended by itself before";
-  EXPECT_TRUE(eventually(std::chrono::seconds(10), [&] { return mourner->deaths == 1; }));
+  Machine::daemon().signal(SIGKILL);
+  EXPECT_EQ(Machine::daemon().wait(), SIGKILL) << "it had ended by itself before";
+  EXPECT_TRUE(fixture::eventually([&] { return mourner->deaths == 1; }));
   EXPECT_EQ(before->pingBinder(), android::DEAD_OBJECT);
 
   ASSERT_TRUE(Machine::startDaemon());
   PersistableBundle all;
-  EXPECT_TRUE(collector()->getAllAvailableApplicationStateData(&all).isOk());
+  EXPECT_TRUE(Daemon::collector()->getAllAvailableApplicationStateData(&all).isOk());
   EXPECT_TRUE(all.empty());
   EXPECT_EQ(mourner->deaths, 1);
 }

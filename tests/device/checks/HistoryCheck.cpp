@@ -5,8 +5,8 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <deque>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -17,7 +17,7 @@ namespace {
 // The values of one history, newest first.
 std::vector<Json::Value> history(const std::string& name) {
   android::os::PersistableBundle bundle;
-  EXPECT_TRUE(collector()->getSystemContextData(&bundle).isOk());
+  EXPECT_TRUE(Daemon::collector()->getSystemContextData(&bundle).isOk());
   const Flat context = below(flatten(bundle), "SystemContextData/");
   const auto text = context.find(name + "_history");
   if (text == context.end()) {
@@ -44,7 +44,7 @@ bool hasReached(const std::string& name, const std::string& metric, double least
 
 // The first number behind `label` in one of the kernel's texts.
 uint64_t numberAfter(const std::string& path, const std::string& label) {
-  const std::string text = contentsOf(path);
+  const std::string text = test::readFile(path);
   const size_t at = text.find(label);
   EXPECT_NE(at, std::string::npos) << path << " has no " << label;
   return at == std::string::npos ? 0 : std::stoull(text.substr(at + label.size()));
@@ -56,7 +56,7 @@ TEST(History, PressureIsTheKernelsOwn) {
   for (const auto& [name, file] : resources) {
     const std::string path = std::string("/proc/pressure/") + file;
     const uint64_t before = numberAfter(path, "total=");
-    ASSERT_TRUE(eventually(std::chrono::seconds(20), [&, name = name] {
+    ASSERT_TRUE(fixture::eventually([&, name = name] {
       const auto values = history(name);
       return !values.empty() && values[0]["some_total"].asUInt64() >= before;
     })) << name;
@@ -68,10 +68,9 @@ TEST(History, PressureIsTheKernelsOwn) {
 
 TEST(History, BusyProcessorsShowInUtilisationAndPressure) {
   const uint64_t before = numberAfter("/proc/pressure/cpu", "total=");
-  std::vector<Child> spinners;
-  spinners.reserve(4);
+  std::deque<Child> spinners;
   for (int i = 0; i < 4; ++i) spinners.emplace_back(kApplication, std::vector<std::string>{"spin"});
-  EXPECT_TRUE(eventually(std::chrono::seconds(20), [&] {
+  EXPECT_TRUE(fixture::eventually([&] {
     return hasReached("cpu_utilization", "CpuUtilization_%", 90, 100) &&
            history("psi_cpu")[0]["some_total"].asUInt64() > before;
   }));
@@ -87,13 +86,13 @@ TEST(History, MemoryIsTheKernelsOwn) {
 }
 
 TEST(History, GpuAndBatteryFollowTheirFiles) {
-  ASSERT_TRUE(eventually(std::chrono::seconds(20), [] {
+  ASSERT_TRUE(fixture::eventually([] {
     return !history("gpu_utilization").empty() &&
            hasReached("battery_state", "BatteryCharge_%", 74.99, 75.01);
   }));
   std::ofstream("/sys/class/kgsl/kgsl-3d0/gpubusy_accum") << "2500 10000\n";
   std::ofstream("/sys/class/power_supply/battery/charge_counter") << "2000000\n";
-  EXPECT_TRUE(eventually(std::chrono::seconds(20), [] {
+  EXPECT_TRUE(fixture::eventually([] {
     return hasReached("gpu_utilization", "GpuUtilization_%", 24.99, 25.01) &&
            hasReached("battery_state", "BatteryCharge_%", 49.99, 50.01);
   }));

@@ -24,7 +24,7 @@ using android::os::PersistableBundle;
 
 PersistableBundle statesOf(pid_t pid) {
   PersistableBundle states;
-  const Status status = collector()->getApplicationStateDataForProcess(pid, String16("any"), &states);
+  const Status status = Daemon::collector()->getApplicationStateDataForProcess(pid, String16("any"), &states);
   EXPECT_TRUE(status.isOk()) << status.toString8().string();
   return states;
 }
@@ -37,7 +37,7 @@ status_t transactWith(const sp<IBinder>& binder, const char* token, uint32_t cod
 
 TEST(Interface, BothServicesAreRegisteredInOrderAndListed) {
   const std::vector<std::string> expected = {"DiagnosticsCollectorService", "DiagnosticsNotificationService"};
-  ASSERT_TRUE(eventually(std::chrono::seconds(10), [] { return Machine::registrations().size() >= 2; }));
+  ASSERT_TRUE(fixture::eventually([] { return Machine::registrations().size() >= 2; }));
   EXPECT_EQ(Machine::registrations(), expected);
 
   std::vector<std::string> listed;
@@ -76,7 +76,7 @@ TEST(Interface, AllProcessesStandUnderTheirPids) {
   Child system(kSystem, {"publish", "who", "system"});
   ASSERT_TRUE(application.ready() && system.ready());
   PersistableBundle all;
-  ASSERT_TRUE(collector()->getAllAvailableApplicationStateData(&all).isOk());
+  ASSERT_TRUE(Daemon::collector()->getAllAvailableApplicationStateData(&all).isOk());
   EXPECT_EQ(all.size(), all.getPersistableBundleKeys().size());
   for (const auto& [pid, who] : {std::pair(application.pid(), "application"), {system.pid(), "system"}}) {
     const std::string key = std::to_string(pid);
@@ -88,7 +88,7 @@ TEST(Interface, AllProcessesStandUnderTheirPids) {
 TEST(Interface, SystemContextJoinsContextAndGlobalStates) {
   ASSERT_EQ(Child(kSystem, {"session", "S-1", "U-1"}).wait(), 0);
   PersistableBundle bundle;
-  ASSERT_TRUE(collector()->getSystemContextData(&bundle).isOk());
+  ASSERT_TRUE(Daemon::collector()->getSystemContextData(&bundle).isOk());
   const Flat flat = flatten(bundle);
 
   const Flat context = below(flat, "SystemContextData/");
@@ -113,7 +113,8 @@ TEST(Interface, SystemContextJoinsContextAndGlobalStates) {
 TEST(Interface, ForeignAndUnknownTransactionsAreRefusedAsBinderDoes) {
   const char* const descriptors[] = {"dev.kerno.internal.diagnostics.IDiagnosticsCollectorService",
                                      "dev.kerno.internal.diagnostics.IDiagnosticsNotificationService"};
-  const sp<IBinder> binders[] = {collectorBinder(), notificationBinder()};
+  const sp<IBinder> binders[] = {Daemon::binder(IDiagnosticsCollectorService::kServiceName),
+                                 Daemon::binder(IDiagnosticsNotificationService::kServiceName)};
   for (size_t i = 0; i < 2; ++i) {
     EXPECT_EQ(binders[i]->pingBinder(), android::OK);
     EXPECT_STREQ(String8(binders[i]->getInterfaceDescriptor()).string(), descriptors[i]);
@@ -127,13 +128,15 @@ TEST(Interface, ForeignAndUnknownTransactionsAreRefusedAsBinderDoes) {
 TEST(Interface, AMissingArgumentIsToldAsItsKindIs) {
   Parcel noPid, reply;
   noPid.writeInterfaceToken(IDiagnosticsCollectorService::descriptor);
-  EXPECT_EQ(collectorBinder()->transact(1, noPid, &reply), android::NOT_ENOUGH_DATA);
+  EXPECT_EQ(Daemon::binder(IDiagnosticsCollectorService::kServiceName)->transact(1, noPid, &reply),
+            android::NOT_ENOUGH_DATA);
 
   Parcel noName;
   noName.writeInterfaceToken(IDiagnosticsCollectorService::descriptor);
   noName.writeInt32(1);
   reply.freeData();
-  ASSERT_EQ(collectorBinder()->transact(1, noName, &reply), android::OK);
+  ASSERT_EQ(Daemon::binder(IDiagnosticsCollectorService::kServiceName)->transact(1, noName, &reply),
+            android::OK);
   EXPECT_EQ(reply.readExceptionCode(), Status::EX_NULL_POINTER);
 }
 
@@ -149,19 +152,17 @@ TEST(Notification, ReturnsBeforeASlowObserverHasFinished) {
 }
 
 TEST(Notification, ReachesTheDaemonFromEveryUidEvenIfTheSenderIsGone) {
-  const auto told = [](const char* event) { return countOf(contentsOf(kTelemetryLog), event); };
+  const auto told = [](const char* event) { return countOf(test::readFile(kTelemetryLog), event); };
   const size_t taken = told("notify_system_event_success");
   const size_t refused = told("notify_system_event_error");
   for (const uid_t uid : {kRoot, kSystem, kApplication}) {
     for (const char* code : {"0", "1", "2", "-1"}) EXPECT_EQ(Child(uid, {"notify", code}).wait(), 0);
   }
-  EXPECT_TRUE(eventually(std::chrono::seconds(20),
-                         [&] {
-                           return told("notify_system_event_success") == taken + 6 &&
-                                  told("notify_system_event_error") == refused + 6;
-                         }))
-      << told("notify_system_event_success") - taken << " taken, "
-      << told("notify_system_event_error") - refused << " refused";
+  EXPECT_TRUE(fixture::eventually([&] {
+    return told("notify_system_event_success") == taken + 6 &&
+           told("notify_system_event_error") == refused + 6;
+  })) << told("notify_system_event_success") - taken
+      << " taken, " << told("notify_system_event_error") - refused << " refused";
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include "Machine.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,8 +7,6 @@
 #include <fstream>
 #include <mutex>
 #include <optional>
-#include <sstream>
-#include <thread>
 
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
@@ -58,7 +55,7 @@ class RegistrationListener : public android::BBinder {
 };
 
 sp<RegistrationListener> listener;
-std::optional<Child> daemonProcess;
+std::optional<fixture::Process> daemonProcess;
 
 bool listenFor(const char* name) {
   constexpr uint32_t kRegisterForNotifications = 5;
@@ -121,56 +118,20 @@ void Machine::stop() {
   daemonProcess.reset();
 }
 
-Child& Machine::daemon() {
+fixture::Process& Machine::daemon() {
   return *daemonProcess;
 }
 
 bool Machine::startDaemon() {
-  daemonProcess.reset();
-  daemonProcess.emplace(Child::program(kSystem, "/bin/diagnostics_collector_service", kDaemonLog));
-  return eventually(std::chrono::seconds(30), [] {
-    const sp<IBinder> both[] = {collectorBinder(), notificationBinder()};
-    for (const sp<IBinder>& binder : both) {
-      if (binder == nullptr || binder->pingBinder() != android::OK) return false;
-    }
-    return true;
-  });
+  fixture::ProcessOptions options;
+  options.uid = kSystem;
+  options.output = kDaemonLog;
+  daemonProcess.emplace(std::vector<std::string>{"/bin/diagnostics_collector_service"}, options);
+  return fixture::eventually(&Daemon::answers);
 }
 
 std::vector<std::string> Machine::registrations() {
   return listener->names();
-}
-
-bool eventually(std::chrono::seconds limit, const std::function<bool()>& condition) {
-  const auto end = std::chrono::steady_clock::now() + limit;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
-  return true;
-}
-
-sp<IBinder> collectorBinder() {
-  return android::defaultServiceManager()->checkService(String16(IDiagnosticsCollectorService::kServiceName));
-}
-
-sp<IBinder> notificationBinder() {
-  return android::defaultServiceManager()->checkService(
-      String16(IDiagnosticsNotificationService::kServiceName));
-}
-
-sp<IDiagnosticsCollectorService> collector() {
-  return android::interface_cast<IDiagnosticsCollectorService>(collectorBinder());
-}
-
-sp<IDiagnosticsNotificationService> notification() {
-  return android::interface_cast<IDiagnosticsNotificationService>(notificationBinder());
-}
-
-std::string contentsOf(const std::string& path) {
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
 }
 
 size_t countOf(const std::string& text, const std::string& part) {

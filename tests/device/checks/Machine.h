@@ -1,23 +1,19 @@
 #pragma once
 
-#include <chrono>
-#include <functional>
 #include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
-#include <dev/kerno/internal/diagnostics/IDiagnosticsCollectorService.h>
-#include <dev/kerno/internal/diagnostics/IDiagnosticsNotificationService.h>
-
 #include "Child.h"
+#include "fixture/Daemon.h"
 
 inline constexpr char kDaemonLog[] = "/tmp/daemon.log";
 inline constexpr char kTelemetryLog[] = "/run/torv/telemetry.jsonl";
 
-using dev::kerno::internal::diagnostics::IDiagnosticsCollectorService;
 using dev::kerno::internal::diagnostics::IDiagnosticsNotificationEventCode;
-using dev::kerno::internal::diagnostics::IDiagnosticsNotificationService;
+using fixture::Daemon;
+using fixture::IDiagnosticsCollectorService;
+using fixture::IDiagnosticsNotificationService;
 
 // What stands before the first check and serves all of them.
 class Machine {
@@ -27,22 +23,13 @@ class Machine {
   static bool start();
   static void stop();
 
-  static Child& daemon();
+  static fixture::Process& daemon();
   // Starts it and waits until both its services answer.
   static bool startDaemon();
   // The names that the service manager announced since start(), in its order.
   static std::vector<std::string> registrations();
 };
 
-// Tries every 20 ms until `condition` holds; false after `limit`.
-bool eventually(std::chrono::seconds limit, const std::function<bool()>& condition);
-
-android::sp<android::IBinder> collectorBinder();
-android::sp<android::IBinder> notificationBinder();
-android::sp<IDiagnosticsCollectorService> collector();
-android::sp<IDiagnosticsNotificationService> notification();
-
-std::string contentsOf(const std::string& path);
 size_t countOf(const std::string& text, const std::string& part);
 
 // A bundle tree as one map: "outer/inner" to the text of a string, or to "int 5" for an int. An empty nested

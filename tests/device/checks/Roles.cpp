@@ -44,7 +44,7 @@ int session(const Arguments& arguments) {
 
 int notify(const Arguments& arguments) {
   const auto code = static_cast<IDiagnosticsNotificationEventCode>(std::stoi(arguments.at(1)));
-  return notification()->notifySystemEvent(code, {}).isOk() ? EXIT_SUCCESS : EXIT_FAILURE;
+  return Daemon::notifier()->notifySystemEvent(code, {}).isOk() ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 bool queryOnce(const sp<IDiagnosticsCollectorService>& service, int32_t pid, const std::string& value) {
@@ -63,7 +63,7 @@ bool queryOnce(const sp<IDiagnosticsCollectorService>& service, int32_t pid, con
 }
 
 int query(const Arguments& arguments) {
-  const sp<IDiagnosticsCollectorService> service = collector();
+  const sp<IDiagnosticsCollectorService> service = Daemon::collector();
   for (int left = std::stoi(arguments.at(3)); left > 0; --left) {
     if (!queryOnce(service, std::stoi(arguments.at(1)), arguments.at(2))) return EXIT_FAILURE;
   }
@@ -71,7 +71,7 @@ int query(const Arguments& arguments) {
 }
 
 int stuck(const Arguments&) {
-  const sp<IDiagnosticsCollectorService> service = collector();
+  const sp<IDiagnosticsCollectorService> service = Daemon::collector();
   tellReady();
   awaitRelease();
   PersistableBundle all;
@@ -126,6 +126,7 @@ int echo(const Arguments& arguments) {
 }  // namespace
 
 int playRole(const Arguments& arguments) {
+  keepRelease();
   static constexpr std::pair<const char*, int (*)(const Arguments&)> kRoles[] = {
       {"publish", publish}, {"session", session}, {"notify", notify}, {"query", query},
       {"stuck", stuck},     {"spin", spin},       {"slow", slow},     {"echo", echo},

@@ -54,7 +54,7 @@ double ratioToEcho(int states) {
   request.writeInterfaceToken(IDiagnosticsCollectorService::descriptor);
   request.writeInt32(application.pid());
   request.writeString16(String16("name"));
-  const sp<android::IBinder> service = collectorBinder();
+  const sp<android::IBinder> service = Daemon::binder(IDiagnosticsCollectorService::kServiceName);
   EXPECT_EQ(service->transact(1, request, &reply), android::OK);
 
   Child server(kSystem, {"echo", std::to_string(reply.dataSize())});

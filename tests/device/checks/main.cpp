@@ -23,7 +23,7 @@ int main(int argc, char** argv) {
   const bool started = Machine::start();
   const int status = started ? RUN_ALL_TESTS() : 1;
   Machine::stop();
-  if (status != 0) std::printf("The daemon's log:\n%s\n", contentsOf(kDaemonLog).c_str());
+  if (status != 0) std::printf("The daemon's log:\n%s\n", test::readFile(kDaemonLog).c_str());
   const testing::UnitTest& checks = *testing::UnitTest::GetInstance();
   std::printf("%d passed, %d failed\n", checks.successful_test_count(),
               checks.failed_test_count() + (started ? 0 : 1));

@@ -68,7 +68,7 @@ void Daemon::start(const std::string& program) {
   }
 }
 
-bool Daemon::answers() const {
+bool Daemon::answers() {
   for (const char* name :
        {IDiagnosticsCollectorService::kServiceName, IDiagnosticsNotificationService::kServiceName}) {
     const sp<IBinder> service = binder(name);
@@ -97,12 +97,12 @@ sp<IBinder> Daemon::binder(const char* name) {
   return android::defaultServiceManager()->checkService(String16(name));
 }
 
-sp<IDiagnosticsCollectorService> Daemon::collector() const {
+sp<IDiagnosticsCollectorService> Daemon::collector() {
   return android::interface_cast<IDiagnosticsCollectorService>(
       binder(IDiagnosticsCollectorService::kServiceName));
 }
 
-sp<IDiagnosticsNotificationService> Daemon::notifier() const {
+sp<IDiagnosticsNotificationService> Daemon::notifier() {
   return android::interface_cast<IDiagnosticsNotificationService>(
       binder(IDiagnosticsNotificationService::kServiceName));
 }
