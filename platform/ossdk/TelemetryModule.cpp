@@ -58,7 +58,7 @@ class TelemetryEvent final : public v5::ITelemetryEvent {
  public:
   explicit TelemetryEvent(OSSDK::String name) {
     mLine.reserve(512);
-    mLine = "{\"time_ms\":";
+    mLine += "{\"time_ms\":";
     mLine += std::to_string(wallClockMs());
     setString("event", name);
   }

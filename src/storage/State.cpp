@@ -40,9 +40,9 @@ std::unordered_map<std::string, std::string> State::getAll(bool withAge) const {
     if (history.empty()) continue;
     const std::string& name = mKeys.name(history.key());
     if (withAge) {
-      all.emplace(name, newestValue(history, true).value_or(""));
+      all.try_emplace(name, newestValue(history, true).value_or(""));
     } else {
-      all.emplace(name, history.newest().value);
+      all.try_emplace(name, history.newest().value);
     }
   }
   return all;

@@ -6,15 +6,17 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include <ossdk/UnifiedTelemetry.h>
 
 namespace dobrel::arvr::structuredlogger::kerno_diagnostics_collector_events {
 
 struct KernoDiagnosticsCollectorEventsEvent {
-  std::string eventType;
-  std::string eventFlow;
-  std::string clientEventName;
+  // Constant texts.
+  std::string_view eventType;
+  std::string_view eventFlow;
+  std::string_view clientEventName;
   std::optional<std::string> errorReason;
   std::optional<std::string> errorTrace;
   int64_t clientAppId = 0;

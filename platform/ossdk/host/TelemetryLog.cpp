@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <string_view>
 #include <utility>
 
 #include <android-base/unique_fd.h>
@@ -29,10 +30,14 @@ int64_t nowMs() {
   return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
 }
 
+std::string pathIn(const std::string& directory) {
+  return directory + "/" + TelemetryLog::kName;
+}
+
 }  // namespace
 
 struct TelemetryLog::File {
-  std::string path;
+  std::string directory;
   android::base::unique_fd fd;
   dev_t device = 0;
   ino_t inode = 0;
@@ -44,23 +49,27 @@ struct TelemetryLog::File {
 };
 
 bool TelemetryLog::append(const std::string& directory, const std::string& line, bool flush) {
-  const std::string path = directory + "/" + kName;
   size_t sizeBytes = 0;
-  std::shared_ptr<File> file = fileAt(path, &sizeBytes);
+  std::shared_ptr<File> file = fileIn(directory, &sizeBytes);
   if (file != nullptr && sizeBytes > 0 && sizeBytes + line.size() > kMaxBytes) {
-    rotate(directory, path, line.size());
+    rotate(directory, line.size());
     file->seenAtPath = 0;
-    file = fileAt(path, &sizeBytes);
+    file = fileIn(directory, &sizeBytes);
   }
   if (file == nullptr) {
-    complain("cannot open " + path + ": " + strerror(errno));
+    complain("cannot open " + pathIn(directory) + ": " + strerror(errno));
     return false;
   }
-  // The rest of a disk that was full must not swallow the first line after it.
-  const std::string& text = file->torn.exchange(false) ? "\n" + line : line;
+  std::string_view text = line;
+  std::string apart;
+  if (file->torn.exchange(false)) {
+    // The rest of a disk that was full must not swallow the first line after it.
+    apart = "\n" + line;
+    text = apart;
+  }
   const ssize_t written = TEMP_FAILURE_RETRY(write(file->fd.get(), text.data(), text.size()));
   if (written != static_cast<ssize_t>(text.size())) {
-    complain("cannot write " + path + ": " + strerror(written < 0 ? errno : ENOSPC));
+    complain("cannot write " + pathIn(directory) + ": " + strerror(written < 0 ? errno : ENOSPC));
     file->torn = written > 0;
     return false;
   }
@@ -68,35 +77,35 @@ bool TelemetryLog::append(const std::string& directory, const std::string& line,
   return !flush || fdatasync(file->fd.get()) == 0;
 }
 
-// The file that is at `path` now, opened anew only where it is another one than last time.
-std::shared_ptr<TelemetryLog::File> TelemetryLog::fileAt(const std::string& path, size_t* sizeBytes) {
+// The file that is at its path now, opened anew only where it is another one than last time.
+std::shared_ptr<TelemetryLog::File> TelemetryLog::fileIn(const std::string& directory, size_t* sizeBytes) {
   std::shared_ptr<File> file;
   {
     std::lock_guard lock(mMutex);
-    if (mFile != nullptr && mFile->path == path) file = mFile;
+    if (mFile != nullptr && mFile->directory == directory) file = mFile;
   }
   if (file != nullptr && file->isRecent()) {
     *sizeBytes = static_cast<size_t>(lseek(file->fd.get(), 0, SEEK_END));
     return file;
   }
   struct stat status {};
-  const bool there = stat(path.c_str(), &status) == 0;
+  const bool there = stat(pathIn(directory).c_str(), &status) == 0;
   *sizeBytes = there ? static_cast<size_t>(status.st_size) : 0;
   if (there && file != nullptr && file->device == status.st_dev && file->inode == status.st_ino) {
     file->seenAtPath = nowMs();
     return file;
   }
-  file = open(path);
+  file = open(directory);
   std::lock_guard lock(mMutex);
   mFile = file;
   return file;
 }
 
-std::shared_ptr<TelemetryLog::File> TelemetryLog::open(const std::string& path) {
+std::shared_ptr<TelemetryLog::File> TelemetryLog::open(const std::string& directory) {
   auto file = std::make_shared<File>();
-  file->path = path;
+  file->directory = directory;
   constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
-  file->fd.reset(::open(path.c_str(), kFlags, 0644));
+  file->fd.reset(::open(pathIn(directory).c_str(), kFlags, 0644));
   struct stat status {};
   if (!file->fd.ok() || fstat(file->fd.get(), &status) != 0) return nullptr;
   if (!S_ISREG(status.st_mode)) {
@@ -109,7 +118,8 @@ std::shared_ptr<TelemetryLog::File> TelemetryLog::open(const std::string& path) 
   return file;
 }
 
-void TelemetryLog::rotate(const std::string& directory, const std::string& path, size_t lineBytes) {
+void TelemetryLog::rotate(const std::string& directory, size_t lineBytes) {
+  const std::string path = pathIn(directory);
   const FileLock lock(directory + "/telemetry.lock");
   struct stat status {};
   // Another process may have rotated while this one waited.

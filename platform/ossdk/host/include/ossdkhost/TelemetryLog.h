@@ -24,9 +24,9 @@ class TelemetryLog {
  private:
   struct File;
 
-  std::shared_ptr<File> fileAt(const std::string& path, size_t* sizeBytes);
-  std::shared_ptr<File> open(const std::string& path);
-  void rotate(const std::string& directory, const std::string& path, size_t lineBytes);
+  std::shared_ptr<File> fileIn(const std::string& directory, size_t* sizeBytes);
+  std::shared_ptr<File> open(const std::string& directory);
+  void rotate(const std::string& directory, size_t lineBytes);
   void complain(const std::string& message);
 
   std::mutex mMutex;
