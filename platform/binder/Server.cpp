@@ -73,7 +73,7 @@ class Server::Timer final : public EventSource {
     mRunning = false;
     if (const auto next = mServer.mStalls.expire(StallWatch::Clock::now()); next) start(*next);
     mServer.armWaitingListeners();
-    // Each thread that has made a large reply has a heap of its own, which the allocator would keep as it is.
+    // The allocator by itself would keep its heaps as large as they have been.
     if (mServer.mKeepsMemory.exchange(false)) malloc_trim(0);
     mServer.arm(fd(), EPOLLIN, this);
   }
