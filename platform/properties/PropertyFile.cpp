@@ -1,5 +1,7 @@
 #include "properties/PropertyFile.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <clocale>
 #include <cstdlib>
@@ -27,11 +29,21 @@ bool isReadOnly(std::string_view name) {
   return name.substr(0, 3) == "ro.";
 }
 
+// A table: every read looks at every name of the file.
+constexpr std::array<bool, 256> kNameCharacters = [] {
+  std::array<bool, 256> legal{};
+  for (const char c :
+       std::string_view("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._@:-")) {
+    legal[static_cast<unsigned char>(c)] = true;
+  }
+  return legal;
+}();
+
 bool isLegalName(std::string_view name) {
-  constexpr std::string_view kLegal = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._@:-";
   return !name.empty() && name.front() != '.' && name.back() != '.' &&
-         name.find("..") == std::string_view::npos &&
-         name.find_first_not_of(kLegal) == std::string_view::npos;
+         name.find("..") == std::string_view::npos && std::all_of(name.begin(), name.end(), [](char c) {
+           return kNameCharacters[static_cast<unsigned char>(c)];
+         });
 }
 
 bool isValidUtf8(const std::string& text) {
