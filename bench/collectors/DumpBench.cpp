@@ -13,9 +13,8 @@
 #include <json/writer.h>
 
 #include "Benches.h"
-#include "ChargeFiles.h"
 #include "CpuStat.h"
-#include "Device.h"
+#include "Histories.h"
 #include "MemInfo.h"
 #include "PsiText.h"
 #include "TextScanner.h"
@@ -27,30 +26,10 @@ namespace {
 
 using namespace Torv::OS::Diagnostics;
 
-constexpr int kSamples = 60;
 constexpr int kDumpsPerRound = 3;
 
 // A metric's number as it goes into a report, ready.
 using Metrics = std::vector<std::pair<Json::StaticString, Json::Value>>;
-
-// The histories of 60 samples of every source.
-struct Histories {
-  Histories() {
-    setenv("TORV_DEVICE_ROOT", device.path().c_str(), 1);
-    manager = SystemStateCollectorManager::makeDefaultManager(statistics, chargeFiles);
-    unsetenv("TORV_DEVICE_ROOT");
-    if (manager == nullptr) abort();
-    for (int second = 0; second < 2 * kSamples; ++second) {
-      device.advanceTo(second);
-      manager->pollCollectors();
-    }
-  }
-
-  Device device;
-  PollStatistics statistics;
-  ChargeFiles chargeFiles;
-  std::unique_ptr<SystemStateCollectorManager> manager;
-};
 
 std::string readText(const Device& device, const std::string& name) {
   std::ifstream stream(device.path() + "/" + name);
@@ -85,7 +64,7 @@ std::string reportOf(const Metrics& metrics, const Json::StreamWriterBuilder& wr
   report[version] = Json::StaticString("1.0");
   report[time] = Json::UInt64{1795262008};
   Json::Value& list = report[series] = Json::Value(Json::arrayValue);
-  for (int i = 0; i < kSamples; ++i) {
+  for (int i = 0; i < Histories::kSamples; ++i) {
     Json::Value entry(Json::objectValue);
     entry[age] = Json::UInt64{1000} * i;
     Json::Value& sample = entry[values] = Json::Value(Json::objectValue);
@@ -123,7 +102,7 @@ void dumpBesideReadyNumbers(benchmark::State& state) {
 
 void parseAll(const std::string& pressure, const std::string& stat, const std::string& memInfo,
               const std::string& gpu) {
-  for (int i = 0; i < kSamples; ++i) {
+  for (int i = 0; i < Histories::kSamples; ++i) {
     for (int resource = 0; resource < 3; ++resource) {
       std::string_view text = pressure;
       for (std::string_view line; nextLine(text, line);) benchmark::DoNotOptimize(parsePsiLine(line));

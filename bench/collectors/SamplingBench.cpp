@@ -14,49 +14,23 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include <android-base/unique_fd.h>
 #include <android/log.h>
 
-#include "ChargeFiles.h"
-#include "Device.h"
+#include "Histories.h"
 #include "Sources.h"
 #include "fixture/Daemon.h"
-#include "systemstatecollector/SystemStateCollectorManager.h"
+#include "support/ProcessFigures.h"
 
 namespace {
 
-using namespace Torv::OS::Diagnostics;
-
 constexpr double kCpuAtMost = 1.5;
-constexpr double kMemoryAtMostKb = 6 * 1024;
-constexpr int kSamples = 60;
+constexpr double kMemoryAtMostKib = 6 * 1024;
+constexpr int kSamples = bench::Histories::kSamples;
 constexpr unsigned kUntilFull = 2 * kSamples + 5;  // seconds: the slower sources are read every other one
-
-// The processor time of all threads of a process so far, in nanoseconds.
-uint64_t cpuNs(pid_t pid) {
-  uint64_t total = 0;
-  for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
-    uint64_t ns = 0;
-    std::ifstream(task.path() / "schedstat") >> ns;
-    total += ns;
-  }
-  return total;
-}
-
-long privateDirtyKb(pid_t pid) {
-  std::ifstream rollup("/proc/" + std::to_string(pid) + "/smaps_rollup");
-  std::string word;
-  while (rollup >> word && word != "Private_Dirty:") {
-  }
-  long kb = -1;
-  rollup >> kb;
-  return kb;
-}
 
 void print(const char* what, double value, const char* unit, double ratio, double atMost) {
   printf("%-34s %10.1f %-4s ratio %.3f at most %.2f%s\n", what, value, unit, ratio, atMost,
@@ -65,8 +39,8 @@ void print(const char* what, double value, const char* unit, double ratio, doubl
 }
 
 void printMemory(const char* what, pid_t pid) {
-  const auto kb = static_cast<double>(privateDirtyKb(pid));
-  print(what, kb, "KiB", kb / kMemoryAtMostKb, 1);
+  const auto kib = static_cast<double>(bench::privateDirtyKib(pid));
+  print(what, kib, "KiB", kib / kMemoryAtMostKib, 1);
 }
 
 [[noreturn]] void sampleBarely() {
@@ -88,19 +62,10 @@ void printMemory(const char* what, pid_t pid) {
   }
 }
 
-void fillHistories() {
-  const bench::Device device;
-  setenv("TORV_DEVICE_ROOT", device.path().c_str(), 1);
-  PollStatistics statistics;
-  ChargeFiles chargeFiles;
-  const auto manager = SystemStateCollectorManager::makeDefaultManager(statistics, chargeFiles);
-  if (manager == nullptr) exit(1);
-  for (int second = 0; second < 2 * kSamples; ++second) {
-    device.advanceTo(second);
-    manager->pollCollectors();
-  }
+void measureFullHistories() {
+  const bench::Histories histories;
   printMemory("seven full, eight processors", getpid());
-  manager->dumpSystemStateHistory();
+  histories.manager->dumpSystemStateHistory();
   printMemory("the same after a dump", getpid());
 }
 
@@ -112,11 +77,11 @@ void compareSampling(int seconds, unsigned untilFull) {
   const fixture::Process bare({fixture::staged("sampling_bench"), "--barely"});
   const pid_t ours = daemon.process().pid();
   sleep(untilFull);
-  const uint64_t oursBefore = cpuNs(ours);
-  const uint64_t bareBefore = cpuNs(bare.pid());
+  const uint64_t oursBefore = bench::processorNs(ours);
+  const uint64_t bareBefore = bench::processorNs(bare.pid());
   sleep(static_cast<unsigned>(seconds));
-  const double oursUs = static_cast<double>(cpuNs(ours) - oursBefore) / 1e3 / seconds;
-  const double bareUs = static_cast<double>(cpuNs(bare.pid()) - bareBefore) / 1e3 / seconds;
+  const double oursUs = static_cast<double>(bench::processorNs(ours) - oursBefore) / 1e3 / seconds;
+  const double bareUs = static_cast<double>(bench::processorNs(bare.pid()) - bareBefore) / 1e3 / seconds;
   printf("%-34s %10.1f us   (limit)\n", "bare sampler, a sample", bareUs);
   print("the whole service, a sample", oursUs, "us", oursUs / bareUs, kCpuAtMost);
   printMemory("the service, histories full", ours);
@@ -130,7 +95,7 @@ int main(int argc, char** argv) {
   if (argument == "--barely") sampleBarely();
   const bool once = getenv("DIAG_BENCH_ONCE") != nullptr;
   const int seconds = std::atoi(argument.c_str());  // 0 for the flags that bench/run gives to all programs
-  fillHistories();
+  measureFullHistories();
   compareSampling(seconds > 0 ? seconds : (once ? 3 : 60), once ? 2 : kUntilFull);
   return 0;
 }

@@ -26,7 +26,6 @@ class Scene {
  public:
   Scene();
 
-  const fixture::Daemon& daemon() const { return mDaemon; }
   std::unique_ptr<fixture::Process> helper(std::vector<std::string> arguments) const;
 
  private:

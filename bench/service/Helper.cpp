@@ -1,8 +1,8 @@
 // The other processes of the benchmarks.
 //
-//   service_bench_helper echo          a bare binder service, "echo": answers a request with as many bytes as
-//   its
-//                                      first word says
+//   service_bench_helper echo          two binder services: "echo" answers as the service would, with bundles
+//                                      that stand ready; "bytes" with as many bytes as the first word asks
+//                                      for
 //   service_bench_helper publish N     publishes N states a second
 //   service_bench_helper churn WHAT    keeps the machine busy: memory, disk or cores
 
@@ -85,9 +85,9 @@ int publish(int perSecond) {
   libstatsd::StatsEventWriter writer;
   const std::chrono::nanoseconds pause(1'000'000'000 / perSecond);
   auto next = std::chrono::steady_clock::now();
-  for (int i = 0;; i = (i + 1) % (servicebench::kProcesses * servicebench::kKeys)) {
-    writer.publishApplicationState(1'000'000 + i / 20, "key number " + std::to_string(i % 20),
-                                   "a value of today");
+  using namespace servicebench;
+  for (int i = 0;; i = (i + 1) % (kProcesses * kKeys)) {
+    writer.publishApplicationState(kFirstPid + i / kKeys, keyName(i % kKeys), kValue);
     std::this_thread::sleep_until(next += pause);
   }
 }

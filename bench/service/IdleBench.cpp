@@ -1,30 +1,14 @@
 // What the daemon costs while nobody asks, and how soon it answers after its start.
 
 #include <cstdlib>
-#include <filesystem>
 #include <string>
 
 #include "Benches.h"
 #include "Calls.h"
+#include "support/ProcessFigures.h"
 
 namespace servicebench {
 namespace {
-
-// The number behind "name:" in a file of /proc.
-long field(const std::string& path, const std::string& name) {
-  const std::string text = test::readFile(path);
-  const size_t at = text.find(name + ":");
-  return at == std::string::npos ? 0 : std::stol(text.substr(at + name.size() + 1));
-}
-
-// How often the process's threads have gone to sleep so far, and so woken up again.
-long sleeps(pid_t pid) {
-  long total = 0;
-  for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
-    total += field(task.path() / "status", "voluntary_ctxt_switches");
-  }
-  return total;
-}
 
 void idle(benchmark::State& state) {
   constexpr double kKibAtMost = 4096;
@@ -36,13 +20,13 @@ void idle(benchmark::State& state) {
   const pid_t pid = daemon.process().pid();
   const int seconds = getenv("DIAG_BENCH_ONCE") != nullptr ? 1 : kPeriods * 30;
   sleep(1);  // lets what was woken by the first calls go back to sleep
-  const long before = sleeps(pid);
+  const long before = bench::sleeps(pid);
   for (auto _ : state) {
     sleep(seconds);
     state.SetIterationTime(seconds);
   }
-  const long wakeUps = sleeps(pid) - before;
-  const long dirtyKib = field("/proc/" + std::to_string(pid) + "/smaps_rollup", "Private_Dirty");
+  const long wakeUps = bench::sleeps(pid) - before;
+  const long dirtyKib = bench::privateDirtyKib(pid);
   state.counters["wake_ups"] = static_cast<double>(wakeUps);
   state.counters["at_most_wake_ups"] = kPeriods;
   state.counters["private_dirty_kib"] = static_cast<double>(dirtyKib);

@@ -14,12 +14,16 @@
 
 namespace {
 
+void stageOtherPrograms() {
+  for (const char* program : {"diagnostics_collector_service", "service_bench_helper"})
+    fixture::staged(program);
+}
+
 // The service does not run as root. Root runs a copy of this program, and of all it starts, as the service's
 // user.
 int runAsServiceUser(int argc, char** argv) {
   std::vector<std::string> arguments(argv, argv + argc);
-  for (const char* program : {"diagnostics_collector_service", "service_bench_helper"})
-    fixture::staged(program);
+  stageOtherPrograms();
   arguments[0] = fixture::staged("service_bench");
   fixture::ProcessOptions options;
   options.output = "";
@@ -31,8 +35,7 @@ int runAsServiceUser(int argc, char** argv) {
 // Runtime directories lie in memory, as /run does; a disk's file system would be measured otherwise. The
 // programs stay where they may be executed.
 void useMemoryForRuntimeDirectories() {
-  for (const char* program : {"diagnostics_collector_service", "service_bench_helper"})
-    fixture::staged(program);
+  stageOtherPrograms();
   if (access("/dev/shm", W_OK | X_OK) == 0) setenv("TMPDIR", "/dev/shm", 1);
 }
 
