@@ -19,7 +19,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   EventProcessor processor(1000);
   processor.configure(kKey, {{110010}, {"AID_SYSTEM"}});
   processor.receive(datagram, 1000);
-  const auto reports = decodeReportList(encodeReportList(kKey, processor.take(kKey), {}));
+  const auto reports =
+      decodeReportList(encodeReportList(kKey, processor.take(kKey).value_or(AtomStore()), {}));
   if (!reports) abort();
 
   DecodedEvent event;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <optional>
 #include <utility>
 
 #include "StatsEventFormat.h"
@@ -87,17 +86,12 @@ void EventProcessor::keep(uid_t sender) {
   if (!wanted) mCounters.droppedUnwanted++;
 }
 
-AtomStore EventProcessor::take(ConfigKey key) {
+std::optional<AtomStore> EventProcessor::take(ConfigKey key) {
   const auto found = mConfigs.find(key);
-  if (found == mConfigs.end()) return AtomStore();
+  if (found == mConfigs.end() || found->second.store.count() == 0) return std::nullopt;
   AtomStore taken = std::exchange(found->second.store, AtomStore());
   mCounters.fetched += taken.count();
   return taken;
-}
-
-bool EventProcessor::holdsAnyOf(ConfigKey key) const {
-  const auto found = mConfigs.find(key);
-  return found != mConfigs.end() && found->second.store.count() != 0;
 }
 
 StatsdCounters EventProcessor::counters() const {

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -50,9 +51,8 @@ class EventProcessor {
   // The receiver's socket fails, which is logged once.
   void noteReceiveFailure(const std::string& error);
 
-  // The atoms kept for a configuration, which then holds none; empty for an unknown one.
-  AtomStore take(ConfigKey key);
-  bool holdsAnyOf(ConfigKey key) const;
+  // The atoms kept for a configuration, which then holds none; nothing where there are none.
+  std::optional<AtomStore> take(ConfigKey key);
 
   bool hears(uid_t sender) const;
   StatsdCounters counters() const;

@@ -74,8 +74,8 @@ std::string Statsd::fetch(ConfigKey key) {
     std::lock_guard lock(mLock);
     drain();
     notices = mProcessor.takeNotices(EventProcessor::Clock::now());
-    if (mProcessor.holdsAnyOf(key)) {
-      atoms = mProcessor.take(key);
+    atoms = mProcessor.take(key);
+    if (atoms) {
       times.elapsedNs = nowNs(CLOCK_BOOTTIME);
       times.wallNs = nowNs(CLOCK_REALTIME);
       std::tie(times.lastElapsedNs, times.lastWallNs) =
