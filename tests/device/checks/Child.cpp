@@ -40,8 +40,9 @@ bool Child::ready() {
 }
 
 int Child::wait() {
-  const int status = mProcess.wait().value_or(0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  const std::optional<int> status = mProcess.wait();
+  if (!status) return -1;
+  return WIFEXITED(*status) ? WEXITSTATUS(*status) : 128 + WTERMSIG(*status);
 }
 
 void keepRelease() {

@@ -25,7 +25,7 @@ class Child {
   // Lets a role that waits for it go on.
   void release() const { mProcess.signal(SIGUSR1); }
   void kill() const { mProcess.signal(SIGKILL); }
-  // The exit code, or 128 plus the signal that ended it.
+  // The exit code, or 128 plus the signal that ended it; -1 where nothing has ended it within a minute.
   int wait();
 
  private:

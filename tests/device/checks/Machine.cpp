@@ -134,12 +134,6 @@ std::vector<std::string> Machine::registrations() {
   return listener->names();
 }
 
-size_t countOf(const std::string& text, const std::string& part) {
-  size_t count = 0;
-  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) ++count;
-  return count;
-}
-
 Flat flatten(const PersistableBundle& bundle) {
   Flat flat;
   flattenInto(bundle, "", flat);

@@ -11,6 +11,7 @@ inline constexpr char kDaemonLog[] = "/tmp/daemon.log";
 inline constexpr char kTelemetryLog[] = "/run/torv/telemetry.jsonl";
 
 using dev::kerno::internal::diagnostics::IDiagnosticsNotificationEventCode;
+using fixture::countOf;
 using fixture::Daemon;
 using fixture::IDiagnosticsCollectorService;
 using fixture::IDiagnosticsNotificationService;
@@ -29,8 +30,6 @@ class Machine {
   // The names that the service manager announced since start(), in its order.
   static std::vector<std::string> registrations();
 };
-
-size_t countOf(const std::string& text, const std::string& part);
 
 // A bundle tree as one map: "outer/inner" to the text of a string, or to "int 5" for an int. An empty nested
 // bundle stands as "outer/" with an empty text; an entry of any other type as "?".

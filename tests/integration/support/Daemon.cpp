@@ -83,10 +83,7 @@ int Daemon::stop(int signal) {
 }
 
 size_t Daemon::countInLog(const std::string& text) const {
-  const std::string all = log();
-  size_t count = 0;
-  for (size_t at = all.find(text); at != std::string::npos; at = all.find(text, at + text.size())) ++count;
-  return count;
+  return countOf(log(), text);
 }
 
 bool Daemon::logs(const std::string& text) const {
@@ -111,6 +108,12 @@ ProcessOptions Daemon::client(uid_t uid) const {
   ProcessOptions options;
   options.uid = uid;
   return options;
+}
+
+size_t countOf(const std::string& text, const std::string& part) {
+  size_t count = 0;
+  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + part.size())) ++count;
+  return count;
 }
 
 bool publish(int pid, const std::string& key, const std::string& value) {
