@@ -1,14 +1,14 @@
-# Three kinds of library, told apart by where they may be built.
+# How each kind of target is built.
 
 # diag_library(<name> SOURCES <file>... [PUBLIC <target>...] [PRIVATE <target>...])
-# A folder of src/: what the device's toolchain takes, so C++17 without exceptions and RTTI. Its public
-# headers are under include/; headers beside the sources are its own.
+# A folder of base/ or src/. It ships on the device, so it is C++17 without exceptions and RTTI. Its public
+# headers are in include/; headers beside the sources are private.
 function(diag_library name)
   diag_add_library(${name} 17 ${ARGN})
   target_compile_options(${name} PRIVATE -fno-exceptions)
 endfunction()
 
-# platform_library(...): a folder of platform/, which only ever runs on a Linux host.
+# platform_library(...): the same for a folder of platform/ or tools/, which only runs on a Linux host.
 function(platform_library name)
   diag_add_library(${name} 20 ${ARGN})
 endfunction()
@@ -38,40 +38,47 @@ function(diag_program name)
   diag_common(${name} ${arg_STANDARD})
 endfunction()
 
-# diag_test(<name> SOURCES <file>... [LIBS <target>...] [TIMEOUT <s>] [LABELS <l>...])
-# One googletest program, run shuffled as one ctest test. The folder's own headers are in sight of its
-# tests through DIRS.
+# diag_test(<name> IN <folder> SOURCES <file>... [LIBS <target>...] [DIRS <folder>...] [TIMEOUT <s>]
+#           [LABELS <label>...] [NEEDS <target>...])
+# One googletest program, run shuffled as one ctest test. Sources are relative to IN, which is relative to
+# tests/. DIRS are include folders of the project: they let a test see a folder's private headers. NEEDS are
+# programs and modules that the test starts or opens.
 function(diag_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "SERIAL" "TIMEOUT" "SOURCES;LIBS;DIRS;LABELS")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "IN;TIMEOUT" "SOURCES;LIBS;DIRS;LABELS;NEEDS")
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 120)
   endif()
-  diag_program(${name} SOURCES ${arg_SOURCES} LIBS ${arg_LIBS} test_support gmock gtest gtest_main)
-  target_include_directories(${name} PRIVATE ${arg_DIRS})
+  diag_folder_program(${name} "${arg_IN}" "${arg_SOURCES}" "${arg_LIBS};test_support;gmock;gtest;gtest_main" "${arg_DIRS}")
   add_test(NAME ${name} COMMAND ${name} --gtest_shuffle --gtest_brief=1)
-  set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT})
-  if(arg_SERIAL)
-    set_tests_properties(${name} PROPERTIES RUN_SERIAL ON)
-  endif()
-  if(arg_LABELS)
-    set_tests_properties(${name} PROPERTIES LABELS "${arg_LABELS}")
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS "${arg_LABELS}")
+  if(arg_NEEDS)
+    add_dependencies(${name} ${arg_NEEDS})
   endif()
 endfunction()
 
-# diag_bench(<name> SOURCES <file>... [LIBS <target>...])
+# diag_bench(<name> IN <folder> SOURCES <file>... [LIBS <target>...] [DIRS <folder>...] [NEEDS <target>...])
+# A google-benchmark program, from a folder of bench/.
 function(diag_bench name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBS;DIRS")
-  diag_program(${name} SOURCES ${arg_SOURCES} LIBS ${arg_LIBS} bench_support)
-  target_include_directories(${name} PRIVATE ${arg_DIRS})
-  set_property(GLOBAL APPEND PROPERTY DIAG_BENCHMARKS ${name})
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "IN" "SOURCES;LIBS;DIRS;NEEDS")
+  diag_folder_program(${name} "${arg_IN}" "${arg_SOURCES}" "${arg_LIBS};bench_support" "${arg_DIRS}")
+  if(arg_NEEDS)
+    add_dependencies(${name} ${arg_NEEDS})
+  endif()
 endfunction()
 
-# diag_fuzz(<name> SOURCES <file>... [LIBS <target>...]): a libFuzzer target; its corpus is corpus/<name>.
+# diag_fuzz(<name> IN <folder> SOURCES <file>... [LIBS <target>...] [DIRS <folder>...])
+# A libFuzzer target, from a folder of fuzz/. Its corpus is corpus/<name>.
 function(diag_fuzz name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBS;DIRS")
-  diag_program(${name} SOURCES ${arg_SOURCES} LIBS ${arg_LIBS})
-  target_include_directories(${name} PRIVATE ${arg_DIRS})
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "IN" "SOURCES;LIBS;DIRS")
+  diag_folder_program(${name} "${arg_IN}" "${arg_SOURCES}" "${arg_LIBS}" "${arg_DIRS}")
   target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+endfunction()
+
+function(diag_folder_program name folder sources libs dirs)
+  list(TRANSFORM sources PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/)
+  list(TRANSFORM dirs PREPEND ${PROJECT_SOURCE_DIR}/)
+  diag_program(${name} SOURCES ${sources} LIBS ${libs})
+  target_include_directories(${name} PRIVATE ${dirs})
 endfunction()
 
 function(diag_common name standard)

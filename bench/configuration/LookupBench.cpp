@@ -12,8 +12,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/Json.h"
 #include "configuration/ConfigurationChain.h"
-#include "os/Json.h"
 #include "support/Compare.h"
 #include "telemetry/DiagnosticsCollectorTelemetry.h"
 
@@ -57,9 +57,8 @@ class Directory {
 };
 
 Json::Value parsedFile() {
-  std::string error;
-  auto root = Torv::OS::parseJson(kFile, error);
-  if (!root) abort();
+  auto root = Torv::Base::parseJson(kFile);
+  if (!root.ok()) abort();
   return std::move(*root);
 }
 

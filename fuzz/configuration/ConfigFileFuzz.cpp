@@ -6,9 +6,9 @@
 
 #include <android/log.h>
 
+#include "base/Json.h"
 #include "configuration/DefaultConfiguration.h"
 #include "configuration/JSONConfiguration.h"
-#include "os/Json.h"
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   __android_log_set_minimum_priority(ANDROID_LOG_SILENT);
@@ -17,13 +17,13 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string_view text(reinterpret_cast<const char*>(data), size);
-  std::string error;
-  const auto strict = Torv::OS::parseJson(text, error, Torv::OS::JsonRules::Strict);
-  error.clear();
-  const auto root = Torv::OS::parseJson(text, error);
-  if (root.has_value() != error.empty()) abort();
-  if (strict && (!root || *root != *strict)) abort();
-  if (!root) return 0;
+  const auto strict = Torv::Base::parseJson(text, Torv::Base::JsonRules::Strict);
+  const auto root = Torv::Base::parseJson(text);
+  if (strict.ok() && (!root.ok() || *root != *strict)) abort();
+  if (!root.ok()) {
+    if (root.error().message().empty()) abort();
+    return 0;
+  }
   const Torv::JSONConfiguration configuration(*root, std::make_unique<Torv::DefaultConfiguration>());
   for (const std::string& key : root->isObject() ? root->getMemberNames() : Json::Value::Members{"a"}) {
     (void)configuration.getUint(key);
@@ -31,7 +31,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     (void)configuration.getBool(key);
     (void)configuration.getLocalStrMap(key);
     const std::string answer = configuration.getString(key);
-    const Json::Value* member = Torv::OS::findMember(*root, key);
+    const Json::Value* member = Torv::Base::findMember(*root, key);
     if (member != nullptr && member->isString() && answer != member->asString()) abort();
   }
   return 0;

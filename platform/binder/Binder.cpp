@@ -1,6 +1,6 @@
 // The local side of binder: the base classes of every interface, and the object that serves one.
 
-#include "ParcelHeader.h"
+#include "parcel/ParcelHeader.h"
 
 #include <map>
 #include <mutex>

@@ -1,6 +1,6 @@
 // The proxy of a binder object in another process.
 
-#include "ParcelHeader.h"
+#include "parcel/ParcelHeader.h"
 
 #include <utility>
 

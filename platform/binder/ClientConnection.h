@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ParcelHeader.h"
+#include "parcel/ParcelHeader.h"
 
 #include <chrono>
 #include <memory>

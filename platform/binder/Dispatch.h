@@ -1,7 +1,7 @@
 // From a frame to BBinder::transact, with the caller's identity on the thread for as long as that runs.
 #pragma once
 
-#include "ParcelHeader.h"
+#include "parcel/ParcelHeader.h"
 
 #include <array>
 #include <memory>

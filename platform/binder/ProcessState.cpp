@@ -1,4 +1,4 @@
-#include "ParcelHeader.h"
+#include "parcel/ParcelHeader.h"
 
 #include <algorithm>
 #include <thread>

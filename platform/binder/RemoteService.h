@@ -1,7 +1,7 @@
 // The client's side: what a proxy stands for, and the connections over which threads call it.
 #pragma once
 
-#include "ParcelHeader.h"
+#include "parcel/ParcelHeader.h"
 
 #include <atomic>
 #include <memory>

@@ -1,6 +1,6 @@
 // The service manager of a host: the directory of sockets, without a process of its own.
 
-#include "ParcelHeader.h"
+#include "parcel/ParcelHeader.h"
 
 #include <chrono>
 #include <map>

@@ -1,4 +1,4 @@
-#include "ParcelHeader.h"
+#include "parcel/ParcelHeader.h"
 
 #include <android/log.h>
 #include <binder/Stability.h>

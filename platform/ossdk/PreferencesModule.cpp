@@ -10,7 +10,7 @@
 #include <ossdk/Preferences.h>
 
 #include "EntryPoint.h"
-#include "os/Json.h"
+#include "base/Json.h"
 #include "ossdkhost/PreferencesFile.h"
 #include "ossdkhost/PreferencesWatch.h"
 #include "runtime/RuntimeDirectory.h"
@@ -75,7 +75,7 @@ class PreferencesManager final : public v4::IPreferencesManager {
   v4::Status get(OSSDK::String key, bool (Json::Value::*hasType)() const, const Take& take) {
     const std::shared_ptr<const Json::Value> values = mFile->read();
     if (values == nullptr) return v4::kStoreError;
-    const Json::Value* found = Torv::OS::findMember(*values, key.view());
+    const Json::Value* found = Torv::Base::findMember(*values, key.view());
     if (found == nullptr || !(found->*hasType)()) return v4::kNotFound;
     take(*found);
     return v4::kOk;

@@ -1,45 +1,35 @@
 #include "configuration/ConfigurationChain.h"
 
-#include <cerrno>
-#include <cstring>
 #include <utility>
 
-#include <android-base/unique_fd.h>
 #include <android/log.h>
-#include <fcntl.h>
 
 #include "ConfigurationLog.h"
+#include "base/Files.h"
+#include "base/Json.h"
 #include "configuration/DefaultConfiguration.h"
 #include "configuration/JSONConfiguration.h"
 #include "configuration/PreferencesConfiguration.h"
 #include "os/DevicePath.h"
-#include "os/Json.h"
 
 namespace Torv {
 
-std::optional<Json::Value> readServiceConfiguration(std::string& error) {
-  const std::string path = OS::devicePath(kServiceConfigurationPath);
-  const android::base::unique_fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  std::optional<std::string> text;
-  if (fd.ok()) text = OS::readJsonText(fd.get());
-  if (!text) {
-    error = strerror(errno);
-    return std::nullopt;
-  }
-  auto root = OS::parseJson(*text, error);
-  if (root && !root->isObject()) {
-    error = "not a JSON object";
-    return std::nullopt;
-  }
+using android::base::Error;
+using android::base::Result;
+
+Result<Json::Value> readServiceConfiguration() {
+  const auto text = Base::readFile(OS::devicePath(kServiceConfigurationPath), Base::kMaxJsonBytes);
+  if (!text.ok()) return Error() << text.error();
+  auto root = Base::parseJson(*text);
+  if (root.ok() && !root->isObject()) return Error() << "not a JSON object";
   return root;
 }
 
 std::shared_ptr<OverridableConfiguration> buildConfigurationChain() {
-  std::string error;
-  std::optional<Json::Value> root = readServiceConfiguration(error);
-  if (!root) {
+  auto root = readServiceConfiguration();
+  if (!root.ok()) {
     __android_log_print(ANDROID_LOG_ERROR, kConfigurationLogTag, "%s: %s", kServiceConfigurationPath,
-                        error.c_str());
+                        root.error().message().c_str());
     __android_log_assert(nullptr, nullptr, "Unable to load service configuration: %s",
                          kServiceConfigurationPath);
   }

@@ -5,12 +5,12 @@
 #include <android/log.h>
 
 #include "ConfigurationLog.h"
-#include "os/Json.h"
+#include "base/Json.h"
 
 // The library's accessors assert on a value of another type, so each is behind the type test of its own kind.
 namespace Torv {
 
-using OS::findMember;
+using Base::findMember;
 
 JSONConfiguration::JSONConfiguration(Json::Value root, std::unique_ptr<IConfiguration> next)
     : mRoot(std::move(root)), mNext(std::move(next)) {}

@@ -73,7 +73,7 @@ std::string copyAndRelease(const OSSDK::OwnedText& text) {
 }  // namespace
 
 void PreferencesConfigurationListenerWrapper::add(Callback callback) {
-  const OS::LockGuard lock(mMutex);
+  const Base::LockGuard lock(mMutex);
   mCallbacks.push_back(std::move(callback));
 }
 
@@ -84,7 +84,7 @@ void PreferencesConfigurationListenerWrapper::onDisconnected() {}
 void PreferencesConfigurationListenerWrapper::onChanged(OSSDK::Utils::IListString* changedKeys) {
   std::vector<Callback> callbacks;
   {
-    const OS::LockGuard lock(mMutex);
+    const Base::LockGuard lock(mMutex);
     callbacks = mCallbacks;
   }
   for (const Callback& callback : callbacks) {

@@ -11,8 +11,8 @@ namespace Torv::OS {
 struct PeriodicTask::Run {
   const std::chrono::microseconds period;
   const std::shared_ptr<const std::function<void()>> task;
-  Mutex mutex;
-  ConditionVariable wakeUp;
+  Base::Mutex mutex;
+  Base::ConditionVariable wakeUp;
   bool running GUARDED_BY(mutex) = true;
   bool runNow GUARDED_BY(mutex);
 
@@ -30,11 +30,11 @@ PeriodicTask::~PeriodicTask() {
 }
 
 void PeriodicTask::start(bool runImmediately) {
-  LockGuard lock(mMutex);
+  Base::LockGuard lock(mMutex);
   if (mRun != nullptr) return;
   auto run = std::make_shared<Run>(mPeriod, mTask, runImmediately);
   // The worker begins by taking this lock, so it is named before it does anything.
-  LockGuard hold(run->mutex);
+  Base::LockGuard hold(run->mutex);
   mThread = std::thread([run] { threadLoop(*run); });
   Thread::setName(mThread, mName);
   mRun = std::move(run);
@@ -43,11 +43,11 @@ void PeriodicTask::start(bool runImmediately) {
 void PeriodicTask::stop(bool join) {
   std::thread worker;
   {
-    LockGuard lock(mMutex);
+    Base::LockGuard lock(mMutex);
     if (mRun == nullptr) return;
     const std::shared_ptr<Run> run = std::move(mRun);
     worker = std::move(mThread);
-    LockGuard end(run->mutex);
+    Base::LockGuard end(run->mutex);
     run->running = false;
     run->wakeUp.notify_one();
   }

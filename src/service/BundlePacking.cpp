@@ -1,11 +1,13 @@
 #include "service/BundlePacking.h"
 
 #include "Text16.h"
+#include "dev/kerno/internal/diagnostics/BundleKeys.h"
 
 namespace Torv::OS::Diagnostics {
 
 using android::String16;
 using android::os::PersistableBundle;
+namespace bundlekey = dev::kerno::internal::diagnostics::bundlekey;
 
 void packMapToBundle(const StringMap& map, PersistableBundle* out) {
   for (const auto& [key, value] : map) {

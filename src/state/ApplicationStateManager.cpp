@@ -39,21 +39,21 @@ ApplicationStateManager::ApplicationStateManager(std::unique_ptr<BlackBox> black
 std::optional<std::unordered_map<std::string, std::string>>
 ApplicationStateManager::getApplicationStateForPid(int32_t pid) {
   updateApplicationStateManager();
-  RecursiveLockGuard lock(mLock);
+  Base::RecursiveLockGuard lock(mLock);
   return mBlackBox->getAllForPid(pid);
 }
 
 std::unordered_map<int, std::unordered_map<std::string, std::string>>
 ApplicationStateManager::getAllProcessStates() {
   updateApplicationStateManager();
-  RecursiveLockGuard lock(mLock);
+  Base::RecursiveLockGuard lock(mLock);
   return mBlackBox->getAllProcessStates();
 }
 
 std::unordered_map<std::string, std::unordered_map<std::string, std::string>>
 ApplicationStateManager::getAllGlobalStates() {
   updateApplicationStateManager();
-  RecursiveLockGuard lock(mLock);
+  Base::RecursiveLockGuard lock(mLock);
   return mBlackBox->getAllGlobalStates();
 }
 
@@ -66,10 +66,10 @@ void ApplicationStateManager::stopCleanupPeriodicTask() {
 }
 
 void ApplicationStateManager::updateApplicationStateManager() {
-  LockGuard update(mUpdateMutex);
+  Base::LockGuard update(mUpdateMutex);
   std::vector<ApplicationState> states = mStatsManager->fetchReports();
   if (states.empty()) return;
-  RecursiveLockGuard lock(mLock);
+  Base::RecursiveLockGuard lock(mLock);
   for (ApplicationState& state : states) {
     if (state.global) {
       mBlackBox->addGlobalState(state.nameSpace, state.key, state.timestamp, std::move(state.value));
@@ -80,14 +80,14 @@ void ApplicationStateManager::updateApplicationStateManager() {
 }
 
 void ApplicationStateManager::checkForDeadProcesses() {
-  RecursiveLockGuard lock(mLock);
+  Base::RecursiveLockGuard lock(mLock);
   for (const int pid : mBlackBox->getAllLivePids()) {
     if (!mProcessExists(pid)) mBlackBox->markProcessAsDead(pid);
   }
 }
 
 void ApplicationStateManager::cleanup() {
-  RecursiveLockGuard lock(mLock);
+  Base::RecursiveLockGuard lock(mLock);
   checkForDeadProcesses();
   mBlackBox->cleanupAllWithTtl(mTtlSeconds);
 }

@@ -7,6 +7,7 @@
 #include <android/log.h>
 #include <osutils/Properties.h>
 
+#include "base/StringMap.h"
 #include "configuration/ConfigurationChain.h"
 #include "sysprop/SharedOsServicesProperties.h"
 #include "systemcontext/ContextKeys.h"
@@ -35,7 +36,7 @@ std::unique_ptr<SystemStateCollectorManager> makeCollectorManager() {
   return manager;
 }
 
-using StringMap = std::unordered_map<std::string, std::string>;
+using Base::StringMap;
 
 void addTag(StringMap& context, const char* key, StringMap& tags, const char* tag) {
   if (const auto found = tags.find(tag); found != tags.end()) context[key] = std::move(found->second);

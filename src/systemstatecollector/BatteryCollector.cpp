@@ -35,7 +35,7 @@ std::string BatteryCollector::getDescription() const {
 }
 
 bool BatteryCollector::collectSystemStateData() {
-  OS::LockGuard lock(mMutex);
+  Base::LockGuard lock(mMutex);
   RawMetric& sample = mBuffer->reserve();
   sample.timeMs = Utils::monotonicMilliseconds();
   if (const auto ratio = mFiles.readRatio()) sample.chargeRatio = *ratio;
@@ -46,7 +46,7 @@ std::unique_ptr<SystemStateCollector::History> BatteryCollector::dumpSystemState
   const uint64_t nowMs = Utils::monotonicMilliseconds();
   std::vector<RawMetric> samples(getMaxSamples());
   {
-    OS::LockGuard lock(mMutex);
+    Base::LockGuard lock(mMutex);
     samples.resize(mBuffer->size());
     mBuffer->readAll(samples.begin());
   }

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "ChargeFiles.h"
-#include "os/Mutex.h"
+#include "base/Mutex.h"
 #include "systemstatecollector/CircularBuffer.h"
 #include "systemstatecollector/SystemStateCollector.h"
 
@@ -34,7 +34,7 @@ class BatteryCollector : public SystemStateCollector {
 
  private:
   ChargeFiles& mFiles;
-  OS::Mutex mMutex;
+  Base::Mutex mMutex;
   const std::unique_ptr<CircularBuffer<RawMetric>> mBuffer PT_GUARDED_BY(mMutex);
 };
 

@@ -32,12 +32,12 @@ ChargeFiles& ChargeFiles::ofProcess() {
 }
 
 bool ChargeFiles::open() {
-  OS::LockGuard lock(mMutex);
+  Base::LockGuard lock(mMutex);
   return openOnce(mChargeCounter, kChargeCounterPath) && openOnce(mChargeFull, kChargeFullPath);
 }
 
 std::optional<float> ChargeFiles::readRatio() {
-  OS::LockGuard lock(mMutex);
+  Base::LockGuard lock(mMutex);
   if (!mChargeCounter.file || !mChargeFull.file) return std::nullopt;
   const auto counter = readNumberFromStart(mChargeCounter.file.get());
   if (!counter) return std::nullopt;
@@ -47,7 +47,7 @@ std::optional<float> ChargeFiles::readRatio() {
 }
 
 void ChargeFiles::release() {
-  OS::LockGuard lock(mMutex);
+  Base::LockGuard lock(mMutex);
   mChargeFull = Slot{};
 }
 

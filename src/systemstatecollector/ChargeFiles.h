@@ -4,7 +4,7 @@
 #include <memory>
 #include <optional>
 
-#include "os/Mutex.h"
+#include "base/Mutex.h"
 
 namespace Torv::OS::Diagnostics {
 
@@ -43,7 +43,7 @@ class ChargeFiles {
   static bool openOnce(Slot& slot, const char* path);
 
   // Held while reading: the position of a shared stream belongs to the reading.
-  OS::Mutex mMutex;
+  Base::Mutex mMutex;
   Slot mChargeCounter GUARDED_BY(mMutex);
   Slot mChargeFull GUARDED_BY(mMutex);
 };

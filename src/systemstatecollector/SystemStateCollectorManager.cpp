@@ -93,7 +93,7 @@ std::unique_ptr<std::unordered_map<std::string, std::string>>
 SystemStateCollectorManager::dumpSystemStateHistory() {
   auto histories = std::make_unique<std::unordered_map<std::string, std::string>>();
   const auto start = std::chrono::steady_clock::now();
-  OS::LockGuard lock(mCollectorsMutex);
+  Base::LockGuard lock(mCollectorsMutex);
   for (const auto& [id, collector] : mCollectors) {
     const auto history = collector->dumpSystemStateHistory();
     if (history != nullptr) histories->merge(*history);
@@ -104,7 +104,7 @@ SystemStateCollectorManager::dumpSystemStateHistory() {
 }
 
 size_t SystemStateCollectorManager::collectorCount() const {
-  OS::LockGuard lock(mCollectorsMutex);
+  Base::LockGuard lock(mCollectorsMutex);
   return mCollectors.size();
 }
 
@@ -123,12 +123,12 @@ void SystemStateCollectorManager::pollCollectors() {
 void SystemStateCollectorManager::addCollector(std::unique_ptr<SystemStateCollector> collector) {
   const uint8_t id = collector->getId();
   __android_log_print(ANDROID_LOG_DEBUG, nullptr, "Adding new collector ID %d", id);
-  OS::LockGuard lock(mCollectorsMutex);
+  Base::LockGuard lock(mCollectorsMutex);
   mCollectors.emplace(id, std::move(collector));
 }
 
 void SystemStateCollectorManager::sampleCollectors() {
-  OS::LockGuard lock(mCollectorsMutex);
+  Base::LockGuard lock(mCollectorsMutex);
   for (const auto& [id, collector] : mCollectors) {
     const uint32_t rate = collector->getSampleRate();
     if (rate == 0 || mStatistics.pollCount % rate != 0) continue;

@@ -15,7 +15,7 @@ bool TextCollector::collectSystemStateData() {
     logBadStream();
     return false;
   }
-  OS::LockGuard lock(mMutex);
+  Base::LockGuard lock(mMutex);
   RawMetric& sample = mBuffer->reserve();
   sample.timeMs = Utils::monotonicMilliseconds();
   mSource.readInto(sample.text);
@@ -34,7 +34,7 @@ std::unique_ptr<SystemStateCollector::History> TextCollector::dumpSystemStateHis
 }
 
 uint64_t TextCollector::readFromCircularBuffer(std::vector<RawMetric>& out) const {
-  OS::LockGuard lock(mMutex);
+  Base::LockGuard lock(mMutex);
   out.resize(mBuffer->size());
   return mBuffer->readAll(out.begin());
 }

@@ -7,7 +7,7 @@
 
 #include "HistoryReport.h"
 #include "TextSource.h"
-#include "os/Mutex.h"
+#include "base/Mutex.h"
 #include "systemstatecollector/CircularBuffer.h"
 #include "systemstatecollector/SystemStateCollector.h"
 
@@ -44,7 +44,7 @@ class TextCollector : public SystemStateCollector {
   // would gather up the small blocks of the report before, which this one could have had as they are.
   std::vector<RawMetric> mDumped;
   TextSource mSource;  // only the polling thread's
-  mutable OS::Mutex mMutex;
+  mutable Base::Mutex mMutex;
   const std::unique_ptr<CircularBuffer<RawMetric>> mBuffer PT_GUARDED_BY(mMutex);
 };
 

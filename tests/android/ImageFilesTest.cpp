@@ -81,7 +81,9 @@ Names sourcesBelow(const std::string& folder) {
 }
 
 TEST(ImageFiles, EverySourceIsBuiltAndEveryListedSourceIsThere) {
-  EXPECT_EQ(sourcesBelow("src"), filesBelow("src", {".cpp", ".proto"}));
+  for (const char* folder : {"base", "src"}) {
+    EXPECT_EQ(sourcesBelow(folder), filesBelow(folder, {".cpp", ".proto"}));
+  }
   EXPECT_EQ(sourcesBelow("android"), filesBelow("android", {".aidl", ".sysprop"}));
 }
 

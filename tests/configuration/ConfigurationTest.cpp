@@ -4,10 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/Json.h"
 #include "configuration/ConfigurationChain.h"
 #include "configuration/DefaultConfiguration.h"
 #include "configuration/JSONConfiguration.h"
-#include "os/Json.h"
 #include "support/LogCapture.h"
 #include "support/TempDir.h"
 
@@ -21,9 +21,8 @@ using ::testing::Pair;
 std::unique_ptr<IConfiguration> fileLayer(
     const std::string& text,
     std::unique_ptr<IConfiguration> next = std::make_unique<DefaultConfiguration>()) {
-  std::string error;
-  auto root = OS::parseJson(text, error);
-  EXPECT_TRUE(root) << error;
+  auto root = Base::parseJson(text);
+  EXPECT_TRUE(root.ok()) << text;
   return std::make_unique<JSONConfiguration>(std::move(*root), std::move(next));
 }
 

@@ -6,11 +6,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "base/Json.h"
 #include "configuration/ConfigurationChain.h"
 #include "configuration/DefaultConfiguration.h"
 #include "configuration/PreferencesConfiguration.h"
 #include "fixture/Process.h"
-#include "os/Json.h"
 #include "support/TempDir.h"
 
 namespace Torv {
@@ -70,9 +70,8 @@ TEST_F(DiagctlSettingsTest, configNamesTheLayerThatAnswers) {
       "crash-reporter-url": 7})");
   const auto shown = diagctl({"--json", "config"});
   ASSERT_EQ(shown.exitCode(), 0) << shown.output;
-  std::string error;
-  const auto document = OS::parseJson(shown.output, error, OS::JsonRules::Strict);
-  ASSERT_TRUE(document) << error << shown.output;
+  const auto document = Base::parseJson(shown.output, Base::JsonRules::Strict);
+  ASSERT_TRUE(document.ok()) << shown.output;
   EXPECT_EQ(document->size(), 31u);
   const auto answer = [&](const char* key) {
     return (*document)[key]["layer"].asString() + " " + (*document)[key]["value"].toStyledString();

@@ -8,8 +8,8 @@
 #include <gtest/gtest.h>
 #include <json/value.h>
 
+#include "base/Json.h"
 #include "fixture/Daemon.h"
-#include "os/Json.h"
 
 namespace {
 
@@ -30,10 +30,9 @@ class CommandLineTest : public testing::Test {
     arguments.push_back("--json");
     const Outcome outcome = diagctl(arguments);
     EXPECT_EQ(outcome.exitCode(), 0) << outcome.output;
-    std::string error;
-    const auto value = Torv::OS::parseJson(outcome.output, error, Torv::OS::JsonRules::Strict);
-    EXPECT_TRUE(value) << error << "\n" << outcome.output;
-    return value.value_or(Json::Value());
+    const auto value = Torv::Base::parseJson(outcome.output, Torv::Base::JsonRules::Strict);
+    EXPECT_TRUE(value.ok()) << outcome.output;
+    return value.ok() ? *value : Json::Value();
   }
 
   Daemon daemon;

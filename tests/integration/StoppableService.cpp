@@ -1,5 +1,5 @@
-// The service's own main, which serves until its process is killed, in a process that can be asked: a SIGTERM
-// stops it serving, a SIGUSR1 makes it print how many bytes of the heap are in use.
+// The service in a process that obeys two signals: SIGTERM stops its binder pool, so that it ends in good
+// order; SIGUSR1 makes it print how many bytes of the heap are in use.
 
 #include <cstdio>
 #include <limits>
@@ -13,12 +13,12 @@
 
 #include <binder/IPCThreadState.h>
 
-int serviceMain();  // src/service/main.cpp
+#include "service/RunService.h"
 
 namespace {
 
 size_t heapInUse() {
-  // There where a sanitizer has put its own allocator in the place of the C library's.
+  // This symbol exists if a sanitizer has replaced the allocator of the C library.
   void* const sanitizers = dlsym(RTLD_DEFAULT, "__sanitizer_get_current_allocated_bytes");
   if (sanitizers != nullptr) return reinterpret_cast<size_t (*)()>(sanitizers)();
   const struct mallinfo2 heap = mallinfo2();
@@ -40,7 +40,7 @@ int main() {
   sigemptyset(&signals);
   sigaddset(&signals, SIGTERM);
   sigaddset(&signals, SIGUSR1);
-  pthread_sigmask(SIG_BLOCK, &signals, nullptr);  // for every thread of the service too
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);  // inherited by every thread of the service
   std::thread(obey, signals).detach();
-  return serviceMain();
+  return Torv::OS::Diagnostics::runService();
 }

@@ -9,8 +9,8 @@
 #include <gtest/gtest.h>
 #include <json/value.h>
 
+#include "base/Json.h"
 #include "fixture/Daemon.h"
-#include "os/Json.h"
 
 namespace {
 
@@ -42,9 +42,8 @@ TEST(StoryTest, AReporterLearnsWhatADeadApplicationWasDoing) {
   ASSERT_EQ(reporter.exitCode(), 0) << reporter.output;
   EXPECT_NE(reporter.output.find("sharing picture 214"), std::string::npos) << reporter.output;
 
-  std::string error;
-  const auto parsed = Torv::OS::parseJson(test::readFile(path), error, Torv::OS::JsonRules::Strict);
-  ASSERT_TRUE(parsed) << error;
+  const auto parsed = Torv::Base::parseJson(test::readFile(path), Torv::Base::JsonRules::Strict);
+  ASSERT_TRUE(parsed.ok()) << parsed.error();
   const Json::Value& report = *parsed;
   const Json::Value& states = report["process"]["ApplicationStateData"];
   EXPECT_EQ(report["process"]["processId"].asInt(), crashing.pid());

@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "os/Json.h"
+#include "base/Json.h"
 #include "support/LogCapture.h"
 #include "support/TempDir.h"
 
@@ -61,8 +61,7 @@ TEST_F(TelemetryTest, valuesHaveTheirTextsAndOthersAreInvalid) {
   const auto texts = [this](int name, int type, int flow) {
     mTelemetry.reportDefaultEvent(static_cast<EventName>(name), static_cast<EventType>(type),
                                   static_cast<EventFlow>(flow));
-    std::string error;
-    const auto event = Torv::OS::parseJson(lines().back(), error, Torv::OS::JsonRules::Strict);
+    const auto event = Torv::Base::parseJson(lines().back(), Torv::Base::JsonRules::Strict);
     return (*event)["client_event_name"].asString() + " " + (*event)["event_type"].asString() + " " +
            (*event)["event_flow"].asString();
   };

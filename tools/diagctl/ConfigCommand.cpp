@@ -96,13 +96,12 @@ class Layers {
 };
 
 int showConfiguration(const Options& options) {
-  std::string error;
-  auto file = Torv::readServiceConfiguration(error);
-  if (!file) {
+  auto file = Torv::readServiceConfiguration();
+  if (!file.ok()) {
     fprintf(stderr,
             "diagctl: the service configuration %s cannot be used: %s. The service does not start without a "
             "JSON object there; TORV_DEVICE_ROOT names the directory that it is looked for in.\n",
-            Torv::kServiceConfigurationPath, printable(error).c_str());
+            Torv::kServiceConfigurationPath, printable(file.error().message()).c_str());
     return kRefused;
   }
   Layers layers(std::move(*file));

@@ -11,7 +11,7 @@
 #include <json/value.h>
 
 #include "Output.h"
-#include "os/Json.h"
+#include "base/Json.h"
 
 namespace diagctl {
 namespace {
@@ -24,7 +24,7 @@ using Series = std::vector<const Json::Value*>;
 std::map<std::string, Series> seriesByMetric(const Json::Value& samples) {
   std::map<std::string, Series> metrics;
   for (Json::ArrayIndex age = 0; age < samples.size(); ++age) {
-    const Json::Value* const values = Torv::OS::findMember(samples[age], "v");
+    const Json::Value* const values = Torv::Base::findMember(samples[age], "v");
     if (values == nullptr || !values->isObject()) continue;
     for (auto value = values->begin(); value != values->end(); ++value) {
       Series& series = metrics.try_emplace(value.name(), samples.size(), nullptr).first->second;
@@ -64,10 +64,9 @@ std::string line(const std::string& name, size_t nameWidth, const Series& series
 }  // namespace
 
 std::optional<std::string> historyChart(std::string_view report) {
-  std::string error;
-  const auto json = Torv::OS::parseJson(report, error);
-  if (!json) return std::nullopt;
-  const Json::Value* const samples = Torv::OS::findMember(*json, "time_series");
+  const auto json = Torv::Base::parseJson(report);
+  if (!json.ok()) return std::nullopt;
+  const Json::Value* const samples = Torv::Base::findMember(*json, "time_series");
   if (samples == nullptr || !samples->isArray()) return std::nullopt;
   if (samples->empty()) return "no samples\n";
 

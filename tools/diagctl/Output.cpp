@@ -8,7 +8,7 @@
 #include <json/writer.h>
 #include <utils/String8.h>
 
-#include "os/Json.h"
+#include "base/Json.h"
 
 namespace diagctl {
 namespace {
@@ -62,9 +62,8 @@ size_t width(std::string_view text) {
 Json::Value nestedOrString(const std::string& text) {
   const size_t first = text.find_first_not_of(" \t\r\n");
   if (first != std::string::npos && (text[first] == '{' || text[first] == '[')) {
-    std::string error;
-    std::optional<Json::Value> value = Torv::OS::parseJson(text, error, Torv::OS::JsonRules::Strict);
-    if (value) return *std::move(value);
+    auto value = Torv::Base::parseJson(text, Torv::Base::JsonRules::Strict);
+    if (value.ok()) return *std::move(value);
   }
   return text;
 }

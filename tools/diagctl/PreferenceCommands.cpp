@@ -12,7 +12,7 @@
 #include "Commands.h"
 #include "Output.h"
 #include "Settings.h"
-#include "os/Json.h"
+#include "base/Json.h"
 #include "ossdkhost/PreferencesFile.h"
 #include "runtime/RuntimeDirectory.h"
 
@@ -71,7 +71,7 @@ std::optional<SettingType> typeNamed(const std::string& name) {
 int getPreference(const std::string& key, const Options& options) {
   const auto values = preferences()->read();
   if (values == nullptr) return kRefused;  // the log has said why
-  const Json::Value* value = Torv::OS::findMember(*values, key);
+  const Json::Value* value = Torv::Base::findMember(*values, key);
   if (value == nullptr) {
     fprintf(stderr,
             "diagctl: %s is not stored; diagctl pref list shows what is, diagctl config what holds.\n",

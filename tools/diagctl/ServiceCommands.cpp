@@ -14,9 +14,9 @@
 #include "Commands.h"
 #include "HistoryChart.h"
 #include "Output.h"
+#include "dev/kerno/internal/diagnostics/BundleKeys.h"
 #include "dev/kerno/internal/diagnostics/IDiagnosticsCollectorService.h"
 #include "dev/kerno/internal/diagnostics/IDiagnosticsNotificationService.h"
-#include "service/BundlePacking.h"
 
 namespace diagctl {
 namespace {
@@ -25,10 +25,10 @@ using android::interface_cast;
 using android::sp;
 using android::String16;
 using android::os::PersistableBundle;
+namespace bundlekey = dev::kerno::internal::diagnostics::bundlekey;
 using dev::kerno::internal::diagnostics::IDiagnosticsCollectorService;
 using dev::kerno::internal::diagnostics::IDiagnosticsNotificationEventCode;
 using dev::kerno::internal::diagnostics::IDiagnosticsNotificationService;
-namespace bundlekey = Torv::OS::Diagnostics::bundlekey;
 
 sp<IDiagnosticsCollectorService> collector() {
   return interface_cast<IDiagnosticsCollectorService>(

@@ -12,7 +12,8 @@
 #include <fcntl.h>
 #include <json/writer.h>
 
-#include "os/Json.h"
+#include "base/Files.h"
+#include "base/Json.h"
 #include "runtime/Files.h"
 
 namespace platform {
@@ -118,8 +119,8 @@ std::optional<std::string> PreferencesFile::update(const std::function<void(Json
   if (reading.kind == Reading::Kind::Damaged) setAsideLocked(reading);
   change(reading.values);
   const std::string text = toText(reading.values);
-  std::string problem;
-  if (!Torv::OS::parseJson(text, problem)) return mPath + " would be " + problem;
+  const auto reread = Torv::Base::parseJson(text);
+  if (!reread.ok()) return mPath + " would be " + reread.error().message();
   return replaceFile(mPath, text);
 }
 
@@ -139,19 +140,20 @@ PreferencesFile::Reading PreferencesFile::readFile() const {
   }
   reading.identity = Identity::of(status);
   reading.settled = isSettled(status.st_ctim);
-  const std::optional<std::string> text = Torv::OS::readJsonText(fd.get());
-  if (!text) {
-    reading.problem = strerror(errno);
+  const auto text = Torv::Base::readToEnd(fd.get(), Torv::Base::kMaxJsonBytes);
+  if (!text.ok()) {
+    if (text.error().code() == EFBIG) reading.kind = Reading::Kind::Damaged;
+    reading.problem = text.error().message();
     return reading;
   }
   reading.kind = Reading::Kind::Values;
   if (text->find_first_not_of(" \t\r\n") == std::string::npos) return reading;
-  auto values = Torv::OS::parseJson(*text, reading.problem);
-  if (values && !values->isObject()) reading.problem = "not a JSON object";
-  if (values && values->isObject()) {
+  auto values = Torv::Base::parseJson(*text);
+  if (values.ok() && values->isObject()) {
     reading.values = std::move(*values);
   } else {
     reading.kind = Reading::Kind::Damaged;
+    reading.problem = values.ok() ? "not a JSON object" : values.error().message();
   }
   return reading;
 }

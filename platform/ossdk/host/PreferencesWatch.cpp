@@ -14,7 +14,7 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
-#include "os/Json.h"
+#include "base/Json.h"
 
 namespace platform {
 namespace {
@@ -37,8 +37,8 @@ std::vector<std::string> changedKeys(const std::vector<std::string>& keys, const
                                      const Json::Value& after) {
   std::vector<std::string> changed;
   std::copy_if(keys.begin(), keys.end(), std::back_inserter(changed), [&](const std::string& key) {
-    const Json::Value* old = Torv::OS::findMember(before, key);
-    const Json::Value* current = Torv::OS::findMember(after, key);
+    const Json::Value* old = Torv::Base::findMember(before, key);
+    const Json::Value* current = Torv::Base::findMember(after, key);
     if (old == nullptr || current == nullptr) return old != current;
     return *old != *current;
   });

@@ -24,10 +24,9 @@ std::vector<Json::Value> history(const std::string& name) {
     ADD_FAILURE() << "no " << name << " history";
     return {};
   }
-  std::string error;
-  const auto report = Torv::OS::parseJson(text->second, error, Torv::OS::JsonRules::Strict);
-  if (!report) {
-    ADD_FAILURE() << name << ": " << error;
+  const auto report = Torv::Base::parseJson(text->second, Torv::Base::JsonRules::Strict);
+  if (!report.ok()) {
+    ADD_FAILURE() << name << ": " << report.error();
     return {};
   }
   std::vector<Json::Value> values;

@@ -9,7 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "os/Json.h"
+#include "base/Json.h"
 #include "runtime/Files.h"
 #include "support/LogCapture.h"
 #include "support/TempDir.h"
@@ -70,7 +70,7 @@ TEST_F(PreferencesFileTest, whatIsNoFileIsToldOnceAndLeftAlone) {
 
 TEST_F(PreferencesFileTest, aRefusedUpdateSaysWhyAndChangesNothing) {
   write(R"({"a": 1})");
-  const auto enlarge = [](Json::Value& values) { values["b"] = std::string(Torv::OS::kMaxJsonBytes, 'b'); };
+  const auto enlarge = [](Json::Value& values) { values["b"] = std::string(Torv::Base::kMaxJsonBytes, 'b'); };
   EXPECT_THAT(mFile.update(enlarge).value_or("stored"), HasSubstr("larger than"));
   EXPECT_EQ(valueOf("a"), 1);
   PreferencesFile nowhere(mDir.path("missing"));

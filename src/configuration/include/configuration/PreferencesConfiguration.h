@@ -7,8 +7,8 @@
 
 #include <ossdk/Preferences.h>
 
+#include "base/Mutex.h"
 #include "configuration/IConfiguration.h"
-#include "os/Mutex.h"
 
 namespace Torv {
 
@@ -25,7 +25,7 @@ class PreferencesConfigurationListenerWrapper : public OSSDK::Preferences::v4::I
   void onChanged(OSSDK::Utils::IListString* changedKeys) override;
 
  private:
-  OS::Mutex mMutex;
+  Base::Mutex mMutex;
   std::vector<Callback> mCallbacks GUARDED_BY(mMutex);
 };
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <thread>
 
-#include "os/Mutex.h"
+#include "base/Mutex.h"
 
 namespace Torv::OS {
 
@@ -39,7 +39,7 @@ class PeriodicTask {
   const std::chrono::microseconds mPeriod;
   const std::string mName;
   const std::shared_ptr<const std::function<void()>> mTask;
-  Mutex mMutex;
+  Base::Mutex mMutex;
   std::thread mThread GUARDED_BY(mMutex);
   std::shared_ptr<Run> mRun GUARDED_BY(mMutex);  // empty while stopped
 };

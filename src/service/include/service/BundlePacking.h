@@ -10,21 +10,15 @@
 
 #include <binder/PersistableBundle.h>
 
+#include "base/StringMap.h"
+
 namespace Torv::OS::Diagnostics {
 
-using StringMap = std::unordered_map<std::string, std::string>;
+using Base::StringMap;
 // State key to newest value, for each process id.
 using ProcessStates = std::unordered_map<int, StringMap>;
 // State key to newest value as JSON text, for each namespace.
 using GlobalStates = std::unordered_map<std::string, StringMap>;
-
-namespace bundlekey {
-inline constexpr char16_t kProcessId[] = u"processId";
-inline constexpr char16_t kApplicationStateData[] = u"ApplicationStateData";
-inline constexpr char16_t kGlobalNamespace[] = u"GlobalNamespace";
-inline constexpr char16_t kGlobalStateData[] = u"GlobalStateData";
-inline constexpr char16_t kSystemContextData[] = u"SystemContextData";
-}  // namespace bundlekey
 
 // Each function adds to `out` and leaves alone what it holds already. Text that is not UTF-8 is carried with
 // U+FFFD in the place of what is malformed, so that the rest of it is not lost.

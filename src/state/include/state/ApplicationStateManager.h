@@ -9,7 +9,7 @@
 
 #include <sys/types.h>
 
-#include "os/Mutex.h"
+#include "base/Mutex.h"
 #include "os/PeriodicTask.h"
 #include "stats/StatsManager.h"
 #include "storage/BlackBox.h"
@@ -58,9 +58,9 @@ class ApplicationStateManager {
   // Held over a fetch and the applying of what it brought: statsd hands every atom out once, so a query must
   // not answer, nor a later batch be applied, while another thread still carries an earlier one. Taken before
   // mLock, and the only lock that is held over I/O.
-  Mutex mUpdateMutex;
+  Base::Mutex mUpdateMutex;
   // Recursive because cleanup() holds it over checkForDeadProcesses().
-  RecursiveMutex mLock;
+  Base::RecursiveMutex mLock;
   const std::unique_ptr<BlackBox> mBlackBox PT_GUARDED_BY(mLock);
   const std::unique_ptr<StatsManager> mStatsManager PT_GUARDED_BY(mUpdateMutex);
   const int64_t mTtlSeconds;

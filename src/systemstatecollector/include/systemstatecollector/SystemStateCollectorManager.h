@@ -6,7 +6,7 @@
 #include <string>
 #include <unordered_map>
 
-#include "os/Mutex.h"
+#include "base/Mutex.h"
 #include "os/PeriodicTask.h"
 #include "systemstatecollector/PollStatistics.h"
 #include "systemstatecollector/SystemStateCollector.h"
@@ -56,7 +56,7 @@ class SystemStateCollectorManager {
   OS::PeriodicTask mPollingTask;
   std::unordered_map<uint8_t, std::unique_ptr<SystemStateCollector>> mCollectors GUARDED_BY(mCollectorsMutex);
   // Taken before a collector's own lock, and held over whole polls and dumps.
-  mutable OS::Mutex mCollectorsMutex;
+  mutable Base::Mutex mCollectorsMutex;
   PollStatistics& mStatistics;
 };
 

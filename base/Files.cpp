@@ -1,0 +1,51 @@
+#include "base/Files.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Torv::Base {
+
+using android::base::ErrnoError;
+using android::base::Error;
+using android::base::Result;
+using android::base::unique_fd;
+
+Result<unique_fd> openForReading(const std::string& path) {
+  // O_NONBLOCK lets open() return for a FIFO that has no writer. Reads of regular files ignore it.
+  unique_fd fd(TEMP_FAILURE_RETRY(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)));
+  if (!fd.ok()) return ErrnoError() << "cannot open " << path;
+  struct stat status {};
+  if (fstat(fd.get(), &status) != 0) return ErrnoError() << "cannot look at " << path;
+  if (!S_ISREG(status.st_mode)) return Error(EINVAL) << path << " is not a regular file";
+  return fd;
+}
+
+Result<std::string> readToEnd(int fd, size_t maxBytes) {
+  constexpr size_t kStep = size_t{64} << 10;
+  std::string text;
+  size_t length = 0;
+  while (length <= maxBytes) {
+    text.resize(std::min(length + kStep, maxBytes + 1));
+    const ssize_t got = TEMP_FAILURE_RETRY(read(fd, text.data() + length, text.size() - length));
+    if (got < 0) return ErrnoError() << "cannot read";
+    if (got == 0) break;
+    length += static_cast<size_t>(got);
+  }
+  if (length > maxBytes) return Error(EFBIG) << "more than " << maxBytes << " bytes";
+  text.resize(length);
+  return text;
+}
+
+Result<std::string> readFile(const std::string& path, size_t maxBytes) {
+  auto fd = openForReading(path);
+  if (!fd.ok()) return fd.error();
+  auto text = readToEnd(fd->get(), maxBytes);
+  if (!text.ok()) return Error(text.error().code()) << path;
+  return text;
+}
+
+}  // namespace Torv::Base
