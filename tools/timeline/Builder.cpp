@@ -1,0 +1,197 @@
+#include <algorithm>
+#include <utility>
+
+#include "History.h"
+#include "base/Json.h"
+#include "timeline/Sources.h"
+
+namespace timeline {
+namespace {
+
+// Where a series stands, or is inserted: `series` is ordered by source and metric.
+Series& seriesFor(std::vector<Series>& series, const std::string& source, const std::string& metric,
+                  Unit unit) {
+  const auto at =
+      std::lower_bound(series.begin(), series.end(), std::pair(source, metric),
+                       [](const Series& one, const std::pair<std::string, std::string>& name) {
+                         return std::tie(one.source, one.metric) < std::tie(name.first, name.second);
+                       });
+  if (at != series.end() && at->source == source && at->metric == metric) return *at;
+  return *series.insert(at, Series{source, metric, unit, {}});
+}
+
+// A time that is not in order would make views draw backwards: conversions of clocks may differ by a
+// millisecond.
+void append(Series& series, int64_t bootMs, std::optional<double> value) {
+  if (!series.points.empty()) bootMs = std::max(bootMs, series.points.back().bootMs + 1);
+  series.points.push_back({bootMs, value});
+}
+
+template <typename Event, typename Time>
+void eraseBefore(std::vector<Event>& events, int64_t bootMs, Time time) {
+  events.erase(events.begin(), std::find_if(events.begin(), events.end(),
+                                            [&](const Event& event) { return event.*time >= bootMs; }));
+}
+
+}  // namespace
+
+Changes difference(const std::map<int32_t, Texts>& before, const std::map<int32_t, Texts>& after) {
+  static const Texts kNone;
+  Changes changes;
+  for (const auto& [pid, states] : after) {
+    const auto old = before.find(pid);
+    const Texts& oldStates = old == before.end() ? kNone : old->second;
+    for (const auto& [key, value] : states) {
+      const auto oldValue = oldStates.find(key);
+      if (oldValue == oldStates.end() || oldValue->second != value) changes[pid][key] = value;
+    }
+  }
+  for (const auto& [pid, states] : before) {
+    const auto now = after.find(pid);
+    for (const auto& [key, value] : states) {
+      if (now == after.end() || !now->second.contains(key)) changes[pid][key] = std::nullopt;
+    }
+  }
+  return changes;
+}
+
+struct Builder::State {
+  Timeline timeline;
+  Answer last;  // what the next answer is compared with
+  bool first = true;
+  bool inGap = false;
+  std::map<std::string, HistoryReader> histories;  // by source
+
+  void sawAt(int64_t bootMs) {
+    if (timeline.endMs == 0 && timeline.beginMs == 0) timeline.beginMs = bootMs;
+    timeline.beginMs = std::min(timeline.beginMs, bootMs);
+    timeline.endMs = std::max(timeline.endMs, bootMs);
+    if (!timeline.gaps.empty() && inGap) timeline.gaps.back().toMs = timeline.endMs;
+  }
+
+  void answered(int64_t bootMs) {
+    sawAt(bootMs);
+    inGap = false;
+  }
+};
+
+Builder::Builder() : mState(std::make_unique<State>()) {}
+Builder::Builder(Builder&&) noexcept = default;
+Builder& Builder::operator=(Builder&&) noexcept = default;
+Builder::~Builder() = default;
+
+void Builder::addStates(const Clocks& clocks, const std::map<int32_t, Texts>& processes) {
+  mState->timeline.clocks = clocks;
+  mState->last.clocks = clocks;
+  addChanges(clocks.bootMs, difference(mState->last.processes, processes));
+}
+
+void Builder::addChanges(int64_t bootMs, const Changes& changes) {
+  mState->answered(bootMs);
+  for (const auto& [pid, keys] : changes) {
+    Texts& states = mState->last.processes[pid];
+    for (const auto& [key, value] : keys) {
+      mState->timeline.changes.push_back({bootMs, pid, key, value, mState->first});
+      if (value) {
+        states[key] = *value;
+      } else {
+        states.erase(key);
+      }
+    }
+    if (states.empty()) mState->last.processes.erase(pid);
+  }
+  mState->first = false;
+}
+
+void Builder::addContext(const Clocks& clocks, const Texts& context,
+                         const std::map<std::string, Texts>& globals) {
+  State& state = *mState;
+  state.timeline.clocks = clocks;
+  state.last.clocks = clocks;
+  state.last.context = context;
+  state.last.globals = globals;
+  state.answered(clocks.bootMs);
+  state.timeline.context.clear();
+  for (const auto& [name, text] : context) {
+    const std::optional<History> history = parseHistory(text);
+    if (!history) {
+      state.timeline.context[name] = text;
+      continue;
+    }
+    for (const Sample& sample : state.histories[name].newSamples(*history, clocks)) {
+      state.sawAt(sample.bootMs);
+      append(seriesFor(state.timeline.series, name, sample.metric, sample.unit), sample.bootMs, sample.value);
+    }
+  }
+  for (const auto& [nameSpace, states] : globals) addGlobals(clocks, nameSpace, states);
+}
+
+void Builder::addGlobals(const Clocks& clocks, const std::string& nameSpace, const Texts& states) {
+  for (const auto& [key, text] : states) {
+    const std::optional<AgedText> aged = parseAged(text);
+    if (!aged) continue;
+    auto& globals = mState->timeline.globals;
+    const auto last = std::find_if(globals.rbegin(), globals.rend(), [&](const GlobalChange& change) {
+      return change.nameSpace == nameSpace && change.key == key;
+    });
+    // The same value published again is no change.
+    if (last != globals.rend() && last->value == aged->value) continue;
+    const GlobalChange change{clocks.bootMs - aged->ageMs, nameSpace, key, aged->value};
+    globals.insert(std::upper_bound(globals.begin(), globals.end(), change,
+                                    [](const GlobalChange& a, const GlobalChange& b) {
+                                      return a.publishedMs < b.publishedMs;
+                                    }),
+                   change);
+  }
+}
+
+void Builder::add(const Answer& answer) {
+  addStates(answer.clocks, answer.processes);
+  if (!answer.context.empty()) addContext(answer.clocks, answer.context, answer.globals);
+}
+
+void Builder::addDeath(const Death& death) {
+  mState->sawAt(death.seenMs);
+  mState->timeline.deaths.push_back(death);
+}
+
+void Builder::addGap(int64_t fromMs, const std::string& reason) {
+  if (mState->inGap) return;
+  mState->sawAt(fromMs);
+  mState->inGap = true;
+  mState->timeline.gaps.push_back({fromMs, fromMs, reason});
+}
+
+void Builder::setName(int32_t pid, const std::string& name) {
+  mState->timeline.names[pid] = name;
+}
+
+void Builder::setMachine(const std::string& machine) {
+  mState->timeline.machine = machine;
+}
+
+void Builder::dropBefore(int64_t bootMs) {
+  Timeline& timeline = mState->timeline;
+  std::vector<KeyChange> kept;
+  for (const ProcessState& process : processesAt(timeline, bootMs - 1)) {
+    for (const auto& [key, state] : process.keys)
+      kept.push_back({bootMs, process.pid, key, state.value, true});
+  }
+  eraseBefore(timeline.changes, bootMs, &KeyChange::seenMs);
+  timeline.changes.insert(timeline.changes.begin(), kept.begin(), kept.end());
+  eraseBefore(timeline.deaths, bootMs, &Death::seenMs);
+  eraseBefore(timeline.gaps, bootMs, &Gap::toMs);
+  for (Series& series : timeline.series) eraseBefore(series.points, bootMs, &Point::bootMs);
+  timeline.beginMs = std::max(timeline.beginMs, bootMs);
+}
+
+const Timeline& Builder::timeline() const {
+  return mState->timeline;
+}
+
+Timeline Builder::finish() && {
+  mState->timeline.document = toDocument(mState->last);
+  return std::move(mState->timeline);
+}
+
+}  // namespace timeline

@@ -1,0 +1,97 @@
+#include "timeline/Timeline.h"
+
+#include <algorithm>
+
+#include <time.h>
+
+#include "base/Clock.h"
+
+namespace timeline {
+namespace {
+
+int64_t readMs(clockid_t clock) {
+  timespec now{};
+  clock_gettime(clock, &now);
+  return Torv::Base::toMilliseconds(now);
+}
+
+}  // namespace
+
+Clocks readClocks() {
+  return {readMs(CLOCK_BOOTTIME), readMs(CLOCK_MONOTONIC), readMs(CLOCK_REALTIME)};
+}
+
+int64_t wallMsOf(const Timeline& timeline, int64_t bootMs) {
+  return timeline.clocks.wallMs + (bootMs - timeline.clocks.bootMs);
+}
+
+Scale scaleOf(const Timeline& timeline, const Series& series) {
+  if (series.unit == Unit::Percent) return {};
+  Scale scale{0, 0};
+  for (const Series& other : timeline.series) {
+    if (other.source != series.source || other.unit != series.unit) continue;
+    for (const Point& point : other.points) {
+      scale.lowest = std::min(scale.lowest, point.value.value_or(0));
+      scale.highest = std::max(scale.highest, point.value.value_or(0));
+    }
+  }
+  if (scale.highest <= scale.lowest) scale.highest = scale.lowest + 1;
+  return scale;
+}
+
+bool isConstant(const Series& series) {
+  std::optional<double> first;
+  for (const Point& point : series.points) {
+    if (!point.value) continue;
+    if (!first) first = point.value;
+    if (*first != *point.value) return false;
+  }
+  return first.has_value();
+}
+
+std::string unitName(Unit unit) {
+  switch (unit) {
+    case Unit::Percent:
+      return "%";
+    case Unit::Kibibytes:
+      return "KiB";
+    case Unit::None:
+      break;
+  }
+  return "";
+}
+
+std::vector<ProcessState> processesAt(const Timeline& timeline, int64_t bootMs) {
+  std::map<int32_t, ProcessState> byPid;
+  for (const KeyChange& change : timeline.changes) {
+    if (change.seenMs > bootMs) break;
+    ProcessState& process = byPid[change.pid];
+    if (change.value) {
+      process.keys[change.key] = {*change.value, change.seenMs, change.known};
+    } else {
+      process.keys.erase(change.key);
+    }
+  }
+  for (const Death& death : timeline.deaths) {
+    const auto process = byPid.find(death.pid);
+    if (death.seenMs <= bootMs && process != byPid.end()) process->second.deadMs = death.seenMs;
+  }
+  std::vector<ProcessState> processes;
+  for (auto& [pid, process] : byPid) {
+    if (process.keys.empty()) continue;
+    process.pid = pid;
+    if (const auto name = timeline.names.find(pid); name != timeline.names.end()) process.name = name->second;
+    processes.push_back(std::move(process));
+  }
+  return processes;
+}
+
+std::vector<KeyChange> changesOf(const Timeline& timeline, int32_t pid) {
+  std::vector<KeyChange> changes;
+  for (const KeyChange& change : timeline.changes) {
+    if (change.pid == pid) changes.push_back(change);
+  }
+  return changes;
+}
+
+}  // namespace timeline
