@@ -8,7 +8,6 @@
 #include <memory>
 #include <string>
 #include <thread>
-#include <variant>
 
 #include <android-base/unique_fd.h>
 #include <sched.h>
@@ -43,8 +42,14 @@ std::string stateDatagram() {
   return std::string(kLogHeaderBytes, '\5') + "tats" + event;
 }
 
+platform::SocketPath pathOf(const char* name) {
+  auto path = platform::SocketPath::of(gDirectory, name);
+  if (!path.ok()) die(path.error().message());
+  return *std::move(path);
+}
+
 unique_fd connectTo(const char* name) {
-  const platform::SocketPath path(gDirectory, name);
+  const platform::SocketPath path = pathOf(name);
   unique_fd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   if (connect(fd.get(), path.address(), path.size()) != 0) die("connect");
   return fd;
@@ -61,7 +66,7 @@ void sendAll(const unique_fd& fd) {
 class BareReceiver {
  public:
   BareReceiver() : mSocket(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-    const platform::SocketPath path(gDirectory, "bare");
+    const platform::SocketPath path = pathOf("bare");
     if (bind(mSocket.get(), path.address(), path.size()) != 0) die("bind");
     mThread = std::thread([this] { run(); });
   }
@@ -126,8 +131,8 @@ int main(int argc, char** argv) {
   if (mkdtemp(directory) == nullptr) die("mkdtemp");
   gDirectory = directory;
   auto started = Statsd::start(gDirectory);
-  if (const auto* error = std::get_if<std::string>(&started)) die(*error);
-  auto statsd = std::get<std::unique_ptr<Statsd>>(std::move(started));
+  if (!started.ok()) die(started.error().message());
+  const std::unique_ptr<Statsd> statsd = *std::move(started);
   statsd->configure(kKey, {{110010}, {"AID_APP"}});
   gStatsd = statsd.get();
 

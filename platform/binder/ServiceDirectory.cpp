@@ -80,9 +80,10 @@ Publication failedWithErrno(const std::string& what, const std::string& path) {
   return failed(-error, what + " " + path + ": " + strerror(error));
 }
 
-// Makes <runtime>/binder. Returns why not, or nothing.
-std::optional<std::string> prepare(const std::string& directory) {
-  if (auto refusal = prepareRuntimeDirectory(std::filesystem::path(directory).parent_path())) return refusal;
+// Makes <runtime>/binder.
+android::base::Result<void> prepare(const std::string& directory) {
+  auto prepared = prepareRuntimeDirectory(std::filesystem::path(directory).parent_path());
+  if (!prepared.ok()) return prepared;
   return prepareRuntimeDirectory(directory);
 }
 
@@ -102,9 +103,11 @@ std::optional<ServiceAddress> addressOf(const std::string& name) {
 }
 
 Publication publish(const ServiceAddress& address) {
-  if (auto refusal = prepare(address.directory)) return failed(android::PERMISSION_DENIED, *refusal);
-  const FileLock lock(address.directory + "/" + kLock);
-  if (!lock.holds()) return failed(android::PERMISSION_DENIED, lock.error());
+  if (auto prepared = prepare(address.directory); !prepared.ok()) {
+    return failed(android::PERMISSION_DENIED, prepared.error().message());
+  }
+  const auto lock = lockFile(address.directory + "/" + kLock);
+  if (!lock.ok()) return failed(android::PERMISSION_DENIED, lock.error().message());
   const unique_fd directory = openDirectory(address.directory);
   if (!directory.ok()) return failedWithErrno("cannot open", address.directory);
   if (hasLiveListener(directory.get(), address.file)) {

@@ -82,8 +82,8 @@ class PreferencesManager final : public v4::IPreferencesManager {
   }
 
   v4::Status set(OSSDK::String key, const Json::Value& value) {
-    const auto problem = mFile->update([&](Json::Value& values) { values[std::string(key.view())] = value; });
-    return problem ? refuse(*problem) : v4::kOk;
+    const auto stored = mFile->update([&](Json::Value& values) { values[std::string(key.view())] = value; });
+    return stored.ok() ? v4::kOk : refuse(stored.error().message());
   }
 
   static v4::Status refuse(const std::string& problem) {

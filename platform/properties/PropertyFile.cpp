@@ -7,19 +7,25 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
-#include <mutex>
 #include <set>
 
 #include <android/log.h>
 #include <sys/system_properties.h>
 
+#include "base/Files.h"
+#include "base/Mutex.h"
 #include "runtime/Files.h"
 #include "runtime/RuntimeDirectory.h"
 
 namespace platform {
+
+using android::base::Error;
+using android::base::Result;
+
 namespace {
 
 constexpr char kLogTag[] = "properties";
+constexpr size_t kMaxFileBytes = size_t{1} << 20;  // every look-up reads the file
 
 std::string propertyPath() {
   return runtimeDirectory() + "/properties";
@@ -99,22 +105,30 @@ void forEachProperty(std::string_view text, const Visit& visit) {
   });
 }
 
-std::optional<std::string> refusal(std::string_view name, std::string_view value) {
+Result<void> checkAssignment(std::string_view name, std::string_view value) {
   if (!isLegalName(name)) {
-    return "\"" + std::string(name) +
-           "\" is no property name: letters, digits and . _ @ : - without a dot at either end or two in a "
-           "row";
+    return Error()
+           << '"' << name
+           << "\" is no property name: letters, digits and . _ @ : - without a dot at either end or two "
+              "in a row";
   }
   if (value.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos) {
-    return "the value of " + std::string(name) +
-           " holds a line break or NUL, which the property file cannot keep";
+    return Error() << "the value of " << name
+                   << " holds a line break or NUL, which the property file cannot keep";
   }
   if (!isReadOnly(name) && value.size() >= PROP_VALUE_MAX) {
-    return "the value of " + std::string(name) + " has " + std::to_string(value.size()) +
-           " bytes; only read-only properties (ro.*) may have more than 91";
+    return Error() << "the value of " << name << " has " << value.size()
+                   << " bytes; only read-only properties (ro.*) may have more than 91";
   }
-  if (!isValidUtf8(std::string(value))) return "the value of " + std::string(name) + " is not valid UTF-8";
-  return std::nullopt;
+  if (!isValidUtf8(std::string(value))) return Error() << "the value of " << name << " is not valid UTF-8";
+  return {};
+}
+
+// A missing file is an empty property area.
+Result<std::string> readText(const std::string& path) {
+  Result<std::string> text = Torv::Base::readFile(path, kMaxFileBytes);
+  if (!text.ok() && text.error().code() == ENOENT) return std::string();
+  return text;
 }
 
 }  // namespace
@@ -176,24 +190,23 @@ std::string withProperty(std::string_view text, std::string_view name, std::stri
 }
 
 std::string readPropertyFile() {
-  const std::string path = propertyPath();
-  if (std::optional<std::string> text = readFile(path)) return *std::move(text);
-  if (errno != ENOENT) logOnce("cannot read " + path + ": " + strerror(errno));
+  Result<std::string> text = readText(propertyPath());
+  if (text.ok()) return *std::move(text);
+  logOnce(text.error().message());
   return {};
 }
 
-std::optional<std::string> setProperty(std::string_view name, std::string_view value) {
-  if (auto refused = refusal(name, value)) return refused;
+Result<void> setProperty(std::string_view name, std::string_view value) {
+  if (auto legal = checkAssignment(name, value); !legal.ok()) return legal;
   const std::string path = propertyPath();
-  const FileLock lock(path + ".lock");
-  if (!lock.holds()) return lock.error();
-  const std::optional<std::string> read = readFile(path);
-  if (!read && errno != ENOENT) return "cannot read " + path + ": " + strerror(errno);
-  const std::string text = read.value_or("");
-  if (isReadOnly(name) && findProperty(text, name)) {
-    return std::string(name) + " is read-only and has a value already";
+  auto lock = lockFile(path + ".lock");
+  if (!lock.ok()) return lock.error();
+  Result<std::string> text = readText(path);
+  if (!text.ok()) return text.error();
+  if (isReadOnly(name) && findProperty(*text, name)) {
+    return Error() << name << " is read-only and has a value already";
   }
-  return replaceFile(path, withProperty(text, name, value));
+  return replaceFile(path, withProperty(*text, name, value));
 }
 
 }  // namespace platform

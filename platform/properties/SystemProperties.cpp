@@ -64,9 +64,9 @@ int __system_property_get(const char* name, char* value) {
 }
 
 int __system_property_set(const char* name, const char* value) {
-  const auto refused = platform::setProperty(name, value != nullptr ? value : "");
-  if (!refused) return 0;
-  __android_log_print(ANDROID_LOG_WARN, "properties", "%s", refused->c_str());
+  const auto set = platform::setProperty(name, value != nullptr ? value : "");
+  if (set.ok()) return 0;
+  __android_log_print(ANDROID_LOG_WARN, "properties", "%s", set.error().message().c_str());
   return -1;
 }
 

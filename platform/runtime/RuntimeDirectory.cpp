@@ -1,26 +1,47 @@
 #include "runtime/RuntimeDirectory.h"
 
+#include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <map>
-#include <mutex>
+#include <system_error>
+#include <utility>
 
-#include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/Mutex.h"
+#include "runtime/Files.h"
+
 namespace platform {
+
+namespace fs = std::filesystem;
+using android::base::ErrnoError;
+using android::base::Error;
+using android::base::Result;
+using android::base::unique_fd;
+
 namespace {
 
-std::string failure(const std::string& what, const std::string& path) {
-  return what + " " + path + ": " + strerror(errno);
-}
+struct HeldLocks {
+  Torv::Base::Mutex mutex;
+  std::map<std::string, unique_fd> byDirectory GUARDED_BY(mutex);
+};
 
 bool isDirectory(const std::string& path) {
-  struct stat status {};
-  return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+  std::error_code ignored;
+  return fs::is_directory(path, ignored);
+}
+
+// Versions before this one made lock files that every user could open.
+void closeLockFilesToOthers(const std::string& directory) {
+  std::error_code error;
+  for (fs::directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error)) {
+    if (entry->path().filename() != "lock" && entry->path().extension() != ".lock") continue;
+    std::error_code ignored;
+    fs::permissions(entry->path(), fs::perms::owner_read | fs::perms::owner_write,
+                    fs::perm_options::replace | fs::perm_options::nofollow, ignored);
+  }
 }
 
 }  // namespace
@@ -34,42 +55,43 @@ std::string runtimeDirectory() {
   return "/tmp/torv-" + std::to_string(getuid());
 }
 
-std::optional<std::string> prepareRuntimeDirectory(const std::string& directory) {
-  std::error_code error;
-  const std::filesystem::path parent = std::filesystem::path(directory).parent_path();
-  if (!parent.empty()) std::filesystem::create_directories(parent, error);
-  if (mkdir(directory.c_str(), 0755) == 0) {
-    // The process's umask has no say in who may look up a service.
-    if (chmod(directory.c_str(), 0755) != 0) return failure("cannot open to others", directory);
+Result<void> prepareRuntimeDirectory(const std::string& directory) {
+  constexpr mode_t kEnteredByAll = 0755;
+  std::error_code ignored;  // mkdir() says what is wrong
+  fs::create_directories(fs::path(directory).parent_path(), ignored);
+  if (mkdir(directory.c_str(), kEnteredByAll) == 0) {
+    // The umask has taken bits away, but clients of all users look up services here.
+    if (chmod(directory.c_str(), kEnteredByAll) != 0)
+      return ErrnoError() << "cannot open " << directory << " to others";
   } else if (errno != EEXIST) {
-    return failure("cannot make the runtime directory", directory);
+    return ErrnoError() << "cannot make the runtime directory " << directory;
   }
   struct stat status {};
-  if (lstat(directory.c_str(), &status) != 0) return failure("cannot look at", directory);
-  if (!S_ISDIR(status.st_mode)) return "the runtime directory " + directory + " is not a directory";
+  if (lstat(directory.c_str(), &status) != 0) return ErrnoError() << "cannot look at " << directory;
+  if (!S_ISDIR(status.st_mode))
+    return Error() << "the runtime directory " << directory << " is not a directory";
   if (status.st_uid != getuid()) {
-    return "the runtime directory " + directory + " belongs to uid " + std::to_string(status.st_uid) +
-           ", not to uid " + std::to_string(getuid());
+    return Error() << "the runtime directory " << directory << " belongs to uid " << status.st_uid
+                   << ", not to uid " << getuid();
   }
-  return std::nullopt;
+  return {};
 }
 
-std::optional<std::string> holdServiceLock(const std::string& directory) {
-  static std::mutex mutex;
-  // Never released: the kernel lets go of the locks when the process ends.
-  static auto& held = *new std::map<std::string, android::base::unique_fd>();
-  std::lock_guard guard(mutex);
-  if (held.count(directory) != 0) return std::nullopt;
-  if (auto refusal = prepareRuntimeDirectory(directory)) return refusal;
-  const std::string path = directory + "/lock";
-  android::base::unique_fd fd(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
-  if (!fd.ok()) return failure("cannot open", path);
-  if (flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
-    if (errno == EWOULDBLOCK) return "another service holds " + path;
-    return failure("cannot lock", path);
+Result<void> holdServiceLock(const std::string& directory) {
+  // Never destroyed: closing the descriptors would end the locks before the process ends.
+  static auto& held = *new HeldLocks();
+  const Torv::Base::LockGuard guard(held.mutex);
+  if (held.byDirectory.count(directory) != 0) return {};
+  if (auto prepared = prepareRuntimeDirectory(directory); !prepared.ok()) return prepared;
+  closeLockFilesToOthers(directory);
+  Result<unique_fd> lock = tryLockFile(directory + "/lock");
+  if (!lock.ok()) {
+    if (lock.error().code() == EWOULDBLOCK)
+      return Error() << "another service holds " << directory << "/lock";
+    return lock.error();
   }
-  held.emplace(directory, std::move(fd));
-  return std::nullopt;
+  held.byDirectory.emplace(directory, std::move(*lock));
+  return {};
 }
 
 }  // namespace platform

@@ -21,16 +21,15 @@ Instances& instances() {
 
 }  // namespace
 
-std::variant<Statsd*, std::string> statsdOf(const std::string& directory) {
+android::base::Result<Statsd*> statsdOf(const std::string& directory) {
   Instances& all = instances();
   std::lock_guard lock(all.mutex);
   if (const auto found = all.byDirectory.find(directory); found != all.byDirectory.end()) {
     return found->second.get();
   }
   auto started = Statsd::start(directory);
-  if (auto* error = std::get_if<std::string>(&started)) return std::move(*error);
-  return all.byDirectory.emplace(directory, std::get<std::unique_ptr<Statsd>>(std::move(started)))
-      .first->second.get();
+  if (!started.ok()) return started.error();
+  return all.byDirectory.emplace(directory, *std::move(started)).first->second.get();
 }
 
 Statsd* runningStatsdOf(const std::string& directory) {

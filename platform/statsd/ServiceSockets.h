@@ -1,8 +1,8 @@
 #pragma once
 
 #include <string>
-#include <variant>
 
+#include <android-base/result.h>
 #include <android-base/unique_fd.h>
 
 namespace libstatsd {
@@ -13,9 +13,9 @@ struct ServiceSockets {
   android::base::unique_fd status;  // a listening stream socket, for all
 };
 
-// Binds both in the place of what a dead service left; the caller holds the directory's service lock. On
-// failure a sentence that names the socket.
-[[nodiscard]] std::variant<ServiceSockets, std::string> bindServiceSockets(const std::string& directory);
+// Binds both in the place of what a dead service left; the caller holds the directory's service lock. Returns
+// an error that names the socket if that fails.
+[[nodiscard]] android::base::Result<ServiceSockets> bindServiceSockets(const std::string& directory);
 
 // How many datagrams the kernel queues on a socket bound now: its setting, and one more.
 size_t kernelQueueLength();

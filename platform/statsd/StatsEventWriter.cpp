@@ -133,15 +133,15 @@ StatsEventWriter::Socket StatsEventWriter::connected() {
   constexpr int kSendBufferBytes = 1 << 20;
   std::lock_guard lock(mMutex);
   if (mSocket != nullptr) return mSocket;
-  const platform::SocketPath path(platform::runtimeDirectory(), kAtomSocket);
+  auto path = platform::SocketPath::of(platform::runtimeDirectory(), kAtomSocket);
   if (!path.ok()) {
-    errno = ENOENT;
+    errno = path.error().code();
     return nullptr;
   }
   android::base::unique_fd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!fd.ok()) return nullptr;
   setsockopt(fd.get(), SOL_SOCKET, SO_SNDBUF, &kSendBufferBytes, sizeof(kSendBufferBytes));
-  if (connect(fd.get(), path.address(), path.size()) != 0) return nullptr;
+  if (connect(fd.get(), path->address(), path->size()) != 0) return nullptr;
   mSocket = std::make_shared<const android::base::unique_fd>(std::move(fd));
   return mSocket;
 }

@@ -12,6 +12,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "runtime/HeapPolicy.h"
 #include "runtime/RuntimeDirectory.h"
 
 namespace libstatsd {
@@ -30,13 +31,13 @@ int64_t nowNs(clockid_t clock) {
 
 }  // namespace
 
-std::variant<std::unique_ptr<Statsd>, std::string> Statsd::start(const std::string& directory) {
-  if (auto refused = platform::holdServiceLock(directory)) return *std::move(refused);
+android::base::Result<std::unique_ptr<Statsd>> Statsd::start(const std::string& directory) {
+  if (auto held = platform::holdServiceLock(directory); !held.ok()) return held.error();
   auto sockets = bindServiceSockets(directory);
-  if (auto* error = std::get_if<std::string>(&sockets)) return std::move(*error);
+  if (!sockets.ok()) return sockets.error();
   unique_fd stop(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-  if (!stop.ok()) return std::string("cannot make an eventfd: ") + strerror(errno);
-  return std::make_unique<Statsd>(std::get<ServiceSockets>(std::move(sockets)), std::move(stop));
+  if (!stop.ok()) return android::base::ErrnoError() << "cannot make an eventfd";
+  return std::make_unique<Statsd>(*std::move(sockets), std::move(stop));
 }
 
 Statsd::Statsd(ServiceSockets sockets, unique_fd stop)
@@ -83,6 +84,7 @@ std::string Statsd::fetch(ConfigKey key) {
     }
   }
   logNotices(notices);
+  if (atoms) platform::noteHeapTraffic(atoms->bytes());
   return atoms ? encodeReportList(key, *atoms, times) : std::string();
 }
 

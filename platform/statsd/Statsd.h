@@ -7,9 +7,9 @@
 #include <string>
 #include <thread>
 #include <utility>
-#include <variant>
 #include <vector>
 
+#include <android-base/result.h>
 #include <android-base/unique_fd.h>
 
 #include "DatagramBatch.h"
@@ -42,8 +42,9 @@ class TurnLock {
 // socket, and the fetch takes that itself. Nothing under the lock waits for anything.
 class Statsd {
  public:
-  // Becomes the service of `directory` and starts to receive; on failure a sentence that says why not.
-  [[nodiscard]] static std::variant<std::unique_ptr<Statsd>, std::string> start(const std::string& directory);
+  // Becomes the service of `directory` and starts to receive. Returns an error if another process is that
+  // service, or if a socket cannot be made.
+  [[nodiscard]] static android::base::Result<std::unique_ptr<Statsd>> start(const std::string& directory);
 
   // What start() ends with, on sockets of its making.
   Statsd(ServiceSockets sockets, android::base::unique_fd stop);

@@ -2,20 +2,20 @@
 
 #include <algorithm>
 #include <string>
-#include <variant>
 
 #include <android/log.h>
 
 #include "ProcessStatsd.h"
-#include "runtime/LogLevel.h"
+#include "runtime/HeapPolicy.h"
+#include "runtime/HostLog.h"
 #include "runtime/RuntimeDirectory.h"
 
 namespace libstatsd {
 namespace {
 
-// A process that publishes a configuration is a service, and only such a process links this file: before its
-// main() logs anything, the level that the host's user asked for holds.
-[[maybe_unused]] const bool kLogLevelApplied = (platform::applyLogLevel(), true);
+// A process that publishes a configuration is a service, and only such a process links this file. Its log and
+// its heap are set up before main(), which logs and allocates.
+[[maybe_unused]] const bool kProcessIsSetUp = (platform::installHostLog(), platform::applyHeapPolicy(), true);
 
 constexpr int32_t kMaxAtomId = (1 << 29) - 1;  // an atom's id is a field number in its report
 constexpr size_t kMaxLogSources = 150;
@@ -38,11 +38,11 @@ PublishStatus StatsdConfiguration::publishConfigurationBlocked(int32_t configId,
     return PublishStatus::ConfigurationFailure;
   }
   auto statsd = statsdOf(platform::runtimeDirectory());
-  if (const auto* error = std::get_if<std::string>(&statsd)) {
-    __android_log_print(ANDROID_LOG_ERROR, "statsd", "cannot start: %s", error->c_str());
+  if (!statsd.ok()) {
+    __android_log_print(ANDROID_LOG_ERROR, "statsd", "cannot start: %s", statsd.error().message().c_str());
     return PublishStatus::FailedToReachService;
   }
-  std::get<Statsd*>(statsd)->configure({uid, configId}, {mAtomIds, mAllowedLogSources});
+  (*statsd)->configure({uid, configId}, {mAtomIds, mAllowedLogSources});
   return PublishStatus::Success;
 }
 

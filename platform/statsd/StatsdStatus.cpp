@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <charconv>
-#include <cstring>
 
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -13,6 +12,11 @@
 #include "runtime/SocketPath.h"
 
 namespace libstatsd {
+
+using android::base::ErrnoError;
+using android::base::Error;
+using android::base::Result;
+
 namespace {
 
 template <typename Number>
@@ -62,25 +66,25 @@ bool parseStatsdStatus(std::string_view text, StatsdStatus* status) {
   return ok;
 }
 
-std::variant<StatsdStatus, std::string> readStatsdStatus(std::chrono::milliseconds patience) {
+Result<StatsdStatus> readStatsdStatus(std::chrono::milliseconds patience) {
   const std::string directory = platform::runtimeDirectory();
-  const platform::SocketPath path(directory, kStatusSocket);
+  auto path = platform::SocketPath::of(directory, kStatusSocket);
   if (!path.ok()) return path.error();
   const std::string shown = directory + "/" + kStatusSocket;
   const android::base::unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const timeval timeout{.tv_sec = patience.count() / 1000, .tv_usec = patience.count() % 1000 * 1000};
   if (!fd.ok() || setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof(timeout)) != 0 ||
       setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof(timeout)) != 0 ||
-      connect(fd.get(), path.address(), path.size()) != 0) {
-    return "cannot reach " + shown + ": " + strerror(errno);
+      connect(fd.get(), path->address(), path->size()) != 0) {
+    return ErrnoError() << "cannot reach " << shown;
   }
   std::string text;
   char buffer[4096];
   ssize_t size = 0;
   while ((size = TEMP_FAILURE_RETRY(read(fd.get(), buffer, sizeof(buffer)))) > 0) text.append(buffer, size);
-  if (size < 0) return "no answer from " + shown + ": " + strerror(errno);
+  if (size < 0) return ErrnoError() << "no answer from " << shown;
   StatsdStatus status;
-  if (!parseStatsdStatus(text, &status)) return "the answer of " + shown + " cannot be read";
+  if (!parseStatsdStatus(text, &status)) return Error() << "the answer of " << shown << " cannot be read";
   return status;
 }
 

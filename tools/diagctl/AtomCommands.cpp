@@ -4,7 +4,6 @@
 #include <limits>
 #include <memory>
 #include <string>
-#include <variant>
 
 #include <statsd/StatsEventWriter.h>
 #include <statsd/StatsdStatus.h>
@@ -20,7 +19,7 @@ using libstatsd::StatsdStatus;
 using libstatsd::StatsEventWriter;
 using libstatsd::WriteResult;
 
-std::variant<StatsdStatus, std::string> statusWithin(const Options& options) {
+android::base::Result<StatsdStatus> statusWithin(const Options& options) {
   const std::chrono::duration<double> timeout(options.timeoutSeconds);
   return libstatsd::readStatsdStatus(std::chrono::ceil<std::chrono::milliseconds>(timeout));
 }
@@ -39,8 +38,8 @@ int refuseUnreached(const std::string& error) {
 template <typename Publish>
 int publish(const Options& options, const Publish& send) {
   const auto answer = statusWithin(options);
-  if (const auto* error = std::get_if<std::string>(&answer)) return refuseUnreached(*error);
-  const auto& status = std::get<StatsdStatus>(answer);
+  if (!answer.ok()) return refuseUnreached(answer.error().message());
+  const StatsdStatus& status = *answer;
   if (!status.askerHeard) {
     return refuse("the service does not take atoms of uid " + std::to_string(status.askerUid) +
                   ". It takes those of " + status.allowedSources +
@@ -60,8 +59,8 @@ int publish(const Options& options, const Publish& send) {
 
 int showStatus(const Options& options) {
   const auto answer = statusWithin(options);
-  if (const auto* error = std::get_if<std::string>(&answer)) return refuseUnreached(*error);
-  const auto& status = std::get<StatsdStatus>(answer);
+  if (!answer.ok()) return refuseUnreached(answer.error().message());
+  const StatsdStatus& status = *answer;
   if (options.json) {
     Json::Value document(Json::objectValue);
     document["service_pid"] = status.servicePid;

@@ -101,12 +101,12 @@ int setPreference(const std::string& key, const std::string& text, const std::st
             printable(text).c_str(), nameOf(type), printable(key).c_str());
     return kWrongUsage;
   }
-  const auto refused = preferences()->update([&](Json::Value& values) { values[key] = *value; });
-  if (!refused) return kDone;
+  const auto stored = preferences()->update([&](Json::Value& values) { values[key] = *value; });
+  if (stored.ok()) return kDone;
   fprintf(stderr,
           "diagctl: %s. Preferences are set by the owner of the runtime directory, once the service has made "
           "it, or by root.\n",
-          printable(*refused).c_str());
+          printable(stored.error().message()).c_str());
   return kRefused;
 }
 

@@ -28,9 +28,9 @@ int getProperty(const std::string& name, const Options& options) {
 }
 
 int setProperty(const std::string& name, const std::string& value) {
-  const auto refused = platform::setProperty(name, value);
-  if (!refused) return kDone;
-  fprintf(stderr, "diagctl: %s\n", printable(*refused).c_str());
+  const auto set = platform::setProperty(name, value);
+  if (set.ok()) return kDone;
+  fprintf(stderr, "diagctl: %s\n", printable(set.error().message()).c_str());
   return kRefused;
 }
 

@@ -17,6 +17,10 @@
 #include "runtime/Files.h"
 
 namespace platform {
+
+using android::base::Error;
+using android::base::Result;
+
 namespace {
 
 const std::shared_ptr<const Json::Value>& noValues() {
@@ -111,16 +115,16 @@ std::shared_ptr<const Json::Value> PreferencesFile::read() {
   return values;
 }
 
-std::optional<std::string> PreferencesFile::update(const std::function<void(Json::Value&)>& change) {
-  const FileLock lock(mLockPath);
-  if (!lock.holds()) return lock.error();
+Result<void> PreferencesFile::update(const std::function<void(Json::Value&)>& change) {
+  auto lock = lockFile(mLockPath);
+  if (!lock.ok()) return lock.error();
   Reading reading = readFile();
-  if (reading.kind == Reading::Kind::Unreadable) return mPath + ": " + reading.problem;
+  if (reading.kind == Reading::Kind::Unreadable) return Error() << mPath << ": " << reading.problem;
   if (reading.kind == Reading::Kind::Damaged) setAsideLocked(reading);
   change(reading.values);
   const std::string text = toText(reading.values);
   const auto reread = Torv::Base::parseJson(text);
-  if (!reread.ok()) return mPath + " would be " + reread.error().message();
+  if (!reread.ok()) return Error() << mPath << " would be " << reread.error().message();
   return replaceFile(mPath, text);
 }
 
@@ -159,11 +163,13 @@ PreferencesFile::Reading PreferencesFile::readFile() const {
 }
 
 void PreferencesFile::setAside(const Reading& damaged) {
-  const FileLock lock(mLockPath);
-  if (lock.holds()) {
+  // A reader does not wait: whoever holds the lock is about to replace the file.
+  auto lock = tryLockFile(mLockPath);
+  if (lock.ok()) {
     setAsideLocked(damaged);
   } else {
-    complain(mPath + " is damaged (" + damaged.problem + ") and cannot be set aside: " + lock.error());
+    complain(mPath + " is damaged (" + damaged.problem +
+             ") and cannot be set aside: " + lock.error().message());
   }
 }
 

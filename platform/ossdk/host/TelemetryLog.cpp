@@ -120,13 +120,13 @@ std::shared_ptr<TelemetryLog::File> TelemetryLog::open(const std::string& direct
 
 void TelemetryLog::rotate(const std::string& directory, size_t lineBytes) {
   const std::string path = pathIn(directory);
-  const FileLock lock(directory + "/telemetry.lock");
+  const auto lock = tryLockFile(directory + "/telemetry.lock");
   struct stat status {};
-  // Another process may have rotated while this one waited.
+  // Another process may have rotated meanwhile.
   if (stat(path.c_str(), &status) != 0) return;
   if (static_cast<size_t>(status.st_size) + lineBytes <= kMaxBytes) return;
-  if (!lock.holds()) {
-    complain(lock.error());
+  if (!lock.ok()) {
+    if (lock.error().code() != EWOULDBLOCK) complain(lock.error().message());
   } else if (rename(path.c_str(), (path + ".1").c_str()) != 0) {
     complain("cannot rotate " + path + ": " + strerror(errno));
   }

@@ -126,11 +126,12 @@ TEST_F(ModuleTest, listenersHearOfTheirKeysWhoeverChangesThem) {
   EXPECT_EQ(listener.next(), "connected");
   EXPECT_EQ(other.next(), "connected");
   platform::PreferencesFile file(mDir.path());
-  EXPECT_FALSE(file.update([](Json::Value& values) {
+  const auto stored = file.update([](Json::Value& values) {
     values["added"] = "x";
     values["changed"] = 2;
     values.removeMember("removed");
-  }));
+  });
+  EXPECT_TRUE(stored.ok());
   EXPECT_EQ(listener.next(), "changed added removed changed");
   EXPECT_EQ(manager->setInt("kept", 2), v4::kOk);
   EXPECT_EQ(listener.next(), "changed kept");

@@ -1,21 +1,36 @@
+#include <cerrno>
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <memory>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "runtime/Files.h"
+#include "runtime/HeapPolicy.h"
+#include "runtime/LogLimit.h"
 #include "runtime/RuntimeDirectory.h"
+#include "support/Result.h"
 #include "support/TempDir.h"
 
 namespace platform {
 namespace {
 
+using test::errorOf;
 using testing::HasSubstr;
-using testing::Optional;
 
-TEST(RuntimeDirectoryTest, IsTheNamedOneElseTheUsersElseOneOfItsUid) {
+int modeOf(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 ? static_cast<int>(status.st_mode & ALLPERMS) : -1;
+}
+
+TEST(RuntimeDirectoryTest, isTheNamedOneElseTheUsersElseOneOfTheUid) {
   const auto directoryWith = [](const char* named, const char* users) {
     const test::ScopedEnv first("TORV_RUNTIME_DIR", named);
     const test::ScopedEnv second("XDG_RUNTIME_DIR", users);
@@ -27,29 +42,87 @@ TEST(RuntimeDirectoryTest, IsTheNamedOneElseTheUsersElseOneOfItsUid) {
   EXPECT_EQ(directoryWith("", ""), "/tmp/torv-" + std::to_string(getuid()));
 }
 
-TEST(RuntimeDirectoryTest, IsMadeWithItsParentsButNotWhereSomethingElseIs) {
+TEST(RuntimeDirectoryTest, isMadeWithItsParentsUnlessSomethingElseIsInItsPlace) {
   const test::TempDir base;
-  for (int i = 0; i < 2; i++) EXPECT_EQ(prepareRuntimeDirectory(base.path("a/b/c")), std::nullopt);
+  for (int i = 0; i < 2; i++) EXPECT_EQ(errorOf(prepareRuntimeDirectory(base.path("a/b/c"))), "");
   const std::string file = base.write("file", "");
-  EXPECT_THAT(prepareRuntimeDirectory(file), Optional(HasSubstr(file + " is not a directory")));
+  EXPECT_THAT(errorOf(prepareRuntimeDirectory(file)), HasSubstr(file + " is not a directory"));
   std::filesystem::create_directory(base.path("real"));
   std::filesystem::create_symlink(base.path("real"), base.path("link"));
-  EXPECT_THAT(prepareRuntimeDirectory(base.path("link")), Optional(HasSubstr("is not a directory")))
-      << "a link in a directory of everybody's may be anyone's";
-  EXPECT_THAT(holdServiceLock(file), Optional(HasSubstr(file)));
+  EXPECT_THAT(errorOf(prepareRuntimeDirectory(base.path("link"))), HasSubstr("is not a directory"))
+      << "another user can put a link into a directory that all may write to";
+  EXPECT_THAT(errorOf(holdServiceLock(file)), HasSubstr(file));
 }
 
-TEST(FilesTest, ReplacesAFileWholeAndCleansUpWhenItCannot) {
+TEST(RuntimeDirectoryTest, theServiceClosesLockFilesToOtherUsers) {
+  const test::TempDir directory;
+  for (const char* name : {"lock", "telemetry.lock", "properties"}) {
+    chmod(directory.write(name, "").c_str(), 0644);
+  }
+  ASSERT_EQ(errorOf(holdServiceLock(directory.path())), "");
+  ASSERT_EQ(errorOf(holdServiceLock(directory.path())), "") << "the same process may ask again";
+  for (const char* name : {"lock", "telemetry.lock"}) EXPECT_EQ(modeOf(directory.path(name)), 0600) << name;
+  EXPECT_EQ(modeOf(directory.path("properties")), 0644);
+  EXPECT_EQ(tryLockFile(directory.path("lock")).error().code(), EWOULDBLOCK);
+}
+
+TEST(FilesTest, aLockFileIsClosedToOtherUsersAndHeldUntilItsDescriptorIsClosed) {
+  const test::TempDir directory;
+  const std::string path = directory.write("some.lock", "");
+  chmod(path.c_str(), 0666);
+  {
+    const auto held = lockFile(path);
+    ASSERT_EQ(errorOf(held), "");
+    EXPECT_EQ(modeOf(path), 0600);
+    EXPECT_EQ(tryLockFile(path).error().code(), EWOULDBLOCK);
+  }
+  EXPECT_EQ(errorOf(tryLockFile(path)), "");
+  EXPECT_THAT(errorOf(lockFile(directory.path("none/lock"))), HasSubstr("none/lock: No such file"));
+}
+
+TEST(FilesTest, aFileIsReplacedAsAWholeOrNotAtAll) {
   const test::TempDir directory;
   const std::string path = directory.write("text", "old");
-  EXPECT_EQ(replaceFile(path, "new"), std::nullopt);
-  EXPECT_EQ(readFile(path).value_or(""), "new");
+  EXPECT_EQ(errorOf(replaceFile(path, "new")), "");
+  EXPECT_EQ(test::readFile(path), "new");
   std::filesystem::create_directory(directory.path("taken"));
-  EXPECT_THAT(replaceFile(directory.path("taken"), "x"), Optional(HasSubstr(directory.path("taken"))));
-  EXPECT_EQ(readFile(directory.path("none")), std::nullopt);
-  EXPECT_THAT(FileLock(directory.path("none/lock")).error(), HasSubstr("none/lock: No such file"));
+  EXPECT_THAT(errorOf(replaceFile(directory.path("taken"), "x")), HasSubstr(directory.path("taken")));
   const std::filesystem::directory_iterator entries(directory.path());
   EXPECT_EQ(std::distance(begin(entries), end(entries)), 2) << "a temporary file is left";
+}
+
+TEST(LogLimitTest, letsOneLineThroughForEachPauseAndCountsTheOthers) {
+  LogLimit limit(100);
+  EXPECT_EQ(limit.count(5), 1U) << "the first occurrence is logged, whatever the clock says";
+  EXPECT_EQ(limit.count(5), 0U);
+  EXPECT_EQ(limit.count(104), 0U);
+  EXPECT_EQ(limit.count(105), 3U);
+  EXPECT_EQ(limit.count(205), 1U);
+}
+
+size_t residentPages() {
+  size_t all = 0;
+  size_t resident = 0;
+  std::ifstream("/proc/self/statm") >> all >> resident;
+  return resident;
+}
+
+TEST(HeapPolicyTest, memoryThatABurstLeavesFreeGoesBackToTheSystem) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "the sanitizer's allocator is another one";
+#endif
+  constexpr size_t kBlocks = 200'000;
+  const size_t before = residentPages();
+  std::vector<std::unique_ptr<char[]>> blocks(kBlocks);
+  for (auto& block : blocks) block = std::make_unique<char[]>(100);
+  for (size_t i = 0; i + 1 < kBlocks; ++i) blocks[i].reset();  // the last block keeps the heap's end in use
+  const size_t burst = residentPages() - before;
+  noteHeapTraffic(kBlocks * 100);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (residentPages() > before + burst / 4 && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  EXPECT_LE(residentPages(), before + burst / 4) << "of " << burst << " pages";
 }
 
 }  // namespace

@@ -18,7 +18,7 @@ namespace {
 using android::base::unique_fd;
 
 StatsdStatus status() {
-  return std::get<StatsdStatus>(readStatsdStatus(std::chrono::seconds(30)));
+  return readStatsdStatus(std::chrono::seconds(30)).value();
 }
 
 std::vector<std::string> receiveAll(const unique_fd& sink) {
@@ -94,7 +94,7 @@ TEST_F(StatsdTest, LosesAndDoublesNothingUnderAFlood) {
 TEST_F(StatsdTest, RandomDatagramsCostOneLogLineAndNobodyElsesAtom) {
   test::LogCapture log;
   ASSERT_EQ(publish(), PublishStatus::Success);
-  const platform::SocketPath path(mDirectory.path(), "statsdw");
+  const auto path = platform::SocketPath::of(mDirectory.path(), "statsdw").value();
   const unique_fd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   ASSERT_EQ(connect(fd.get(), path.address(), path.size()), 0);
   std::mt19937 random(1);
@@ -116,7 +116,7 @@ TEST_F(StatsdTest, RandomDatagramsCostOneLogLineAndNobodyElsesAtom) {
 
 TEST_F(StatsdTest, AStatusAskerWhoDoesNotReadHoldsNothingUp) {
   ASSERT_EQ(publish(), PublishStatus::Success);
-  const platform::SocketPath path(mDirectory.path(), "statsd-status");
+  const auto path = platform::SocketPath::of(mDirectory.path(), "statsd-status").value();
   std::vector<unique_fd> askers;
   for (int i = 0; i < 50; i++) {
     askers.emplace_back(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -140,7 +140,7 @@ TEST_F(StatsdTest, WorksInADirectoryWhosePathNoSocketAddressHolds) {
 
 TEST_F(StatsdTest, AWriterGivesUpOnAFullQueueAndTellsTheServiceAfterwards) {
   // A datagram socket at the atom socket's place: a service that takes nothing by itself.
-  const platform::SocketPath path(mDirectory.path(), "statsdw");
+  const auto path = platform::SocketPath::of(mDirectory.path(), "statsdw").value();
   const unique_fd sink(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   ASSERT_EQ(bind(sink.get(), path.address(), path.size()), 0);
   StatsEventWriter writer;

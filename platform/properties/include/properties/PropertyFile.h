@@ -8,6 +8,8 @@
 #include <string>
 #include <string_view>
 
+#include <android-base/result.h>
+
 namespace platform {
 
 struct PropertyLine {
@@ -42,7 +44,7 @@ std::string readPropertyFile();
 // Sets a property in the file of the current runtime directory, atomically and under the file's lock. The
 // device's rules hold: legal names, values up to 91 bytes (read-only ones may be longer), valid UTF-8,
 // properties whose names begin with "ro." are set once; and no line breaks, which the file cannot hold.
-// Returns why not, in a sentence, or nothing when it is done.
-[[nodiscard]] std::optional<std::string> setProperty(std::string_view name, std::string_view value);
+// Returns an error of one sentence if a rule is broken or a step fails.
+[[nodiscard]] android::base::Result<void> setProperty(std::string_view name, std::string_view value);
 
 }  // namespace platform

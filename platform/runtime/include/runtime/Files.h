@@ -1,33 +1,27 @@
+// Changing files that several processes share.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
 
+#include <android-base/result.h>
 #include <android-base/unique_fd.h>
 
 namespace platform {
 
-// An exclusive flock(2) on `path` (made where it is missing), held until destruction.
-class FileLock {
- public:
-  // Waits for the lock. An object that does not hold() says why in error().
-  explicit FileLock(const std::string& path);
+// Takes an exclusive flock(2) on the file `path` and returns its descriptor; closing that ends the lock. The
+// file is made if it is missing, and has the mode 0600, also if it existed with another one: otherwise any
+// user could open the file and hold the lock for ever. Root leaves the file to the owner of its directory.
+//
+// lockFile() waits for another holder, tryLockFile() returns the error EWOULDBLOCK if there is one. Both
+// return an error that names the path if the file cannot be opened or given its mode.
+[[nodiscard]] android::base::Result<android::base::unique_fd> lockFile(const std::string& path);
+[[nodiscard]] android::base::Result<android::base::unique_fd> tryLockFile(const std::string& path);
 
-  bool holds() const { return mFd.ok(); }
-  const std::string& error() const { return mError; }
-
- private:
-  android::base::unique_fd mFd;
-  std::string mError;
-};
-
-// Puts `contents` in the place of `path` so that a reader sees the old or the new text and never a part
-// (a temporary file beside it, then rename). Root leaves the owner of an existing file, or of the directory,
-// as it was. Returns what failed, with the path and errno's text, or nothing.
-[[nodiscard]] std::optional<std::string> replaceFile(const std::string& path, std::string_view contents);
-
-// The whole file. Nothing where it cannot be read, errno then says why.
-[[nodiscard]] std::optional<std::string> readFile(const std::string& path);
+// Replaces the contents of the file `path`, or makes it. A reader sees the old or the new text, never a part:
+// the text goes into a temporary file in the same directory, which is then renamed. Returns an error that
+// names the path if a step fails; then the old file is unchanged. The file's mode is 0644. Root leaves it to
+// the owner that it had, or to the owner of the directory.
+[[nodiscard]] android::base::Result<void> replaceFile(const std::string& path, std::string_view contents);
 
 }  // namespace platform

@@ -2,25 +2,26 @@
 // preferences, the telemetry log.
 #pragma once
 
-#include <optional>
 #include <string>
 
-#include <android-base/unique_fd.h>
+#include <android-base/result.h>
 
 namespace platform {
 
-// Where the directory is, for service and clients alike: $TORV_RUNTIME_DIR; else /run/torv where that
-// exists; else $XDG_RUNTIME_DIR/torv; else /tmp/torv-<uid>. Read anew at every call; the directory need not
-// exist.
+// Returns the path of the directory, the same for the service and for its clients: $TORV_RUNTIME_DIR; else
+// /run/torv if that exists; else $XDG_RUNTIME_DIR/torv; else /tmp/torv-<uid>. The environment is read at
+// every call. The directory need not exist. Thread-safe unless somebody changes the environment.
 std::string runtimeDirectory();
 
-// For the service: makes the directory (0755, its parents too) where it is missing, and refuses one that
-// another user owns. On failure says why, in a sentence that names the directory.
-[[nodiscard]] std::optional<std::string> prepareRuntimeDirectory(const std::string& directory);
+// Makes the directory (mode 0755) and its parents if they are missing. Returns an error that names the
+// directory if it cannot be made, is no directory (a link to one is none), or belongs to another user.
+[[nodiscard]] android::base::Result<void> prepareRuntimeDirectory(const std::string& directory);
 
-// The lock that makes a process the one service of a runtime directory: <directory>/lock, held for the life
-// of the process. Called again in the same process for the same directory it just says yes. It prepares the
-// directory first. Returns why not, or nothing where the lock is held. Thread-safe.
-[[nodiscard]] std::optional<std::string> holdServiceLock(const std::string& directory);
+// Makes this process the one service of a runtime directory: takes the lock <directory>/lock, and keeps it
+// until the process ends. A service calls it before it removes or binds any socket there. Prepares the
+// directory, and gives existing lock files the mode 0600 (see lockFile()). Returns an error that names the
+// path if another process holds the lock, or if a step fails. If this process holds the lock already, does
+// nothing. Thread-safe.
+[[nodiscard]] android::base::Result<void> holdServiceLock(const std::string& directory);
 
 }  // namespace platform

@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <variant>
 
+#include <android-base/result.h>
 #include <sys/types.h>
 
 namespace libstatsd {
@@ -39,9 +39,9 @@ struct StatsdStatus {
   std::string allowedSources;  // the names of all configurations, separated by spaces
 };
 
-// Asks for the status in the current runtime directory and waits for the answer; on failure, and when none
-// has come after `patience`, a sentence that names the socket.
-[[nodiscard]] std::variant<StatsdStatus, std::string> readStatsdStatus(std::chrono::milliseconds patience);
+// Asks the service of the current runtime directory for its status, and waits for the answer. Returns an
+// error that names the socket if there is no service, or no answer within `patience`.
+[[nodiscard]] android::base::Result<StatsdStatus> readStatsdStatus(std::chrono::milliseconds patience);
 
 // The text on the socket. Parsing skips names that it does not know; false where a value is not what it
 // should be.

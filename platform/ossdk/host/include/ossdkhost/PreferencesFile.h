@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include <android-base/result.h>
 #include <json/value.h>
 #include <sys/stat.h>
 
@@ -33,9 +34,9 @@ class PreferencesFile {
   std::shared_ptr<const Json::Value> read();
 
   // Changes the file through `change`, which is given the object to alter, under a lock that all writers
-  // take; readers see the old file or the new one. Returns why nothing was stored, in a sentence that names
-  // the file.
-  [[nodiscard]] std::optional<std::string> update(const std::function<void(Json::Value&)>& change);
+  // take; readers see the old file or the new one. Returns an error that names the file if nothing was
+  // stored.
+  [[nodiscard]] android::base::Result<void> update(const std::function<void(Json::Value&)>& change);
 
  private:
   struct Reading;
