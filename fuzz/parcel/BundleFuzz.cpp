@@ -1,5 +1,5 @@
-// A bundle of any bytes. What is read without an error is written, read and written again, and the two
-// writings must be the same bytes.
+// Reads a bundle from any bytes. If that succeeds, the bundle is written, read back and written again, and
+// both writings must have the same bytes.
 
 #include <limits>
 #include <memory>

@@ -1,5 +1,5 @@
-// Every read of a parcel over any bytes. The first byte says how many of the rest choose the reads; what
-// follows is the parcel.
+// Every read of a parcel over any bytes. The first byte of the input says how many of the next bytes each
+// choose a read. The rest is the parcel.
 
 #include <limits>
 #include <memory>
@@ -31,27 +31,18 @@ constexpr void (*kReads[])(const Parcel&) = {
     into<int64_t, &Parcel::readInt64>,
     into<double, &Parcel::readDouble>,
     into<bool, &Parcel::readBool>,
-    into<char16_t, &Parcel::readChar>,
-    into<int8_t, &Parcel::readByte>,
-    [](const Parcel& p) { p.readCString(); },
     into<String8, &Parcel::readString8>,
     into<String16, &Parcel::readString16>,
     [](const Parcel& p) { String8(p.readString16()); },
     into<std::string, &Parcel::readUtf8FromUtf16>,
-    into<std::unique_ptr<std::string>, &Parcel::readUtf8FromUtf16>,
     into<std::unique_ptr<String16>, &Parcel::readString16>,
     into<std::vector<uint8_t>, &Parcel::readByteVector>,
     into<std::vector<int32_t>, &Parcel::readInt32Vector>,
     into<std::vector<int64_t>, &Parcel::readInt64Vector>,
     into<std::vector<double>, &Parcel::readDoubleVector>,
     into<std::vector<bool>, &Parcel::readBoolVector>,
-    into<std::vector<char16_t>, &Parcel::readCharVector>,
     into<std::vector<String16>, &Parcel::readString16Vector>,
     into<std::vector<std::string>, &Parcel::readUtf8VectorFromUtf16Vector>,
-    into<std::unique_ptr<std::vector<int8_t>>, &Parcel::readByteVector>,
-    into<std::unique_ptr<std::vector<float>>, &Parcel::readFloatVector>,
-    into<std::unique_ptr<std::vector<std::unique_ptr<String16>>>, &Parcel::readString16Vector>,
-    into<std::unique_ptr<std::vector<std::unique_ptr<std::string>>>, &Parcel::readUtf8VectorFromUtf16Vector>,
     into<android::sp<android::IBinder>, &Parcel::readNullableStrongBinder>,
     [](const Parcel& p) { android::binder::Status().readFromParcel(p); },
     [](const Parcel& p) { p.readExceptionCode(); },

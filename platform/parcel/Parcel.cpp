@@ -1,5 +1,5 @@
-// The buffer of a parcel: growth, position, and the values of fixed width. The layout inside is the binder
-// wire format, where every write ends on a 4-byte boundary and 8-byte values lie at any multiple of 4.
+// The buffer of a parcel: growth, position, the interface token and the values of fixed width. Every write
+// ends on a 4-byte boundary, so values of 8 bytes lie at any multiple of 4 and are copied, never pointed at.
 
 #include "parcel/ParcelHeader.h"
 
@@ -7,18 +7,22 @@
 #include <cstdlib>
 #include <cstring>
 
-#include <binder/IPCThreadState.h>
+#include <binder/IBinder.h>
 
 namespace android {
 namespace {
 
 constexpr size_t kAlignment = 4;
+// Holds a request without long texts. A full buffer doubles.
 constexpr size_t kFirstCapacity = 256;
+// Lengths travel as int32.
 constexpr size_t kMaxSize = INT32_MAX;
 
-// 'SYST', the header of parcels between parts of the system partition.
-constexpr int32_t kTokenHeader = 0x53595354;
-constexpr int32_t kStrictModeGather = static_cast<int32_t>(0x80000000);
+// The words before the descriptor of an interface token. A host has neither strict mode nor work sources, so
+// the first two are what a thread without them writes on the device, and readers ignore them.
+constexpr int32_t kNoStrictModePolicy = static_cast<int32_t>(0x80000000);
+constexpr int32_t kUnsetWorkSource = -1;
+constexpr int32_t kSystemHeader = 0x53595354;  // 'SYST': both ends belong to the system partition
 
 constexpr size_t padded(size_t size) {
   return (size + kAlignment - 1) & ~(kAlignment - 1);
@@ -31,7 +35,7 @@ Parcel::Parcel() {
 }
 
 Parcel::~Parcel() {
-  freeDataNoInit();
+  free(mData);
 }
 
 const uint8_t* Parcel::data() const {
@@ -42,6 +46,7 @@ size_t Parcel::dataSize() const {
   return mDataSize;
 }
 
+// How many bytes are left to read.
 size_t Parcel::dataAvail() const {
   return mDataPos < mDataSize ? mDataSize - mDataPos : 0;
 }
@@ -54,8 +59,8 @@ size_t Parcel::dataCapacity() const {
   return mDataCapacity;
 }
 
+// New bytes are zero. The position stays within the data.
 status_t Parcel::setDataSize(size_t size) {
-  if (size > kMaxSize) return BAD_VALUE;
   if (const status_t status = setDataCapacity(size); status != OK) return status;
   if (size > mDataSize) memset(mData + mDataSize, 0, size - mDataSize);
   mDataSize = size;
@@ -63,36 +68,32 @@ status_t Parcel::setDataSize(size_t size) {
   return OK;
 }
 
+// A position beyond the end is allowed: reads fail there, and a write fills the gap with zeros.
 void Parcel::setDataPosition(size_t pos) const {
   mDataPos = std::min(pos, kMaxSize);
 }
 
 status_t Parcel::setDataCapacity(size_t size) {
   if (size > kMaxSize) return BAD_VALUE;
-  return size > mDataCapacity ? continueWrite(size) : OK;
-}
-
-status_t Parcel::setData(const uint8_t* buffer, size_t len) {
-  if (len > kMaxSize) return BAD_VALUE;
-  mDataSize = 0;
-  mDataPos = 0;
-  if (const status_t status = setDataCapacity(len); status != OK) return status;
-  if (len != 0) memcpy(mData, buffer, len);
-  mDataSize = len;
+  if (size <= mDataCapacity) return OK;
+  void* const grown = realloc(mData, size);
+  if (grown == nullptr) return mError = NO_MEMORY;
+  mData = static_cast<uint8_t*>(grown);
+  mDataCapacity = size;
   return OK;
 }
 
-// Neither binder objects nor file descriptors travel through a socket, so there is never a table of them.
-bool Parcel::hasFileDescriptors() const {
-  return false;
-}
-
-size_t Parcel::objectsCount() const {
-  return 0;
+// Copies `len` bytes and puts the position at the first.
+status_t Parcel::setData(const uint8_t* buffer, size_t len) {
+  if (const status_t status = setDataCapacity(len); status != OK) return status;
+  if (len != 0) memcpy(mData, buffer, len);
+  mDataSize = len;
+  mDataPos = 0;
+  return OK;
 }
 
 void Parcel::freeData() {
-  freeDataNoInit();
+  free(mData);
   initState();
 }
 
@@ -100,35 +101,52 @@ status_t Parcel::errorCheck() const {
   return mError;
 }
 
-void Parcel::setError(status_t err) {
-  mError = err;
-}
-
 status_t Parcel::writeInterfaceToken(const String16& interface) {
-  const IPCThreadState* thread = IPCThreadState::self();
-  writeInt32(thread->getStrictModePolicy() | kStrictModeGather);
-  writeInt32(thread->shouldPropagateWorkSource() ? static_cast<int32_t>(thread->getCallingWorkSourceUid())
-                                                 : IPCThreadState::kUnsetWorkSource);
-  writeInt32(kTokenHeader);
+  writeInt32(kNoStrictModePolicy);
+  writeInt32(kUnsetWorkSource);
+  writeInt32(kSystemHeader);
   return writeString16(interface);
 }
 
-bool Parcel::enforceInterface(const String16& interface, IPCThreadState* threadState) const {
-  const int32_t strictPolicy = readInt32();
-  IPCThreadState* thread = threadState != nullptr ? threadState : IPCThreadState::self();
-  const bool oneway = (thread->getLastTransactionBinderFlags() & IBinder::FLAG_ONEWAY) != 0;
-  thread->setStrictModePolicy(oneway ? 0 : strictPolicy);
-  thread->setCallingWorkSourceUidWithoutPropagation(static_cast<uid_t>(readInt32()));
-  if (readInt32() != kTokenHeader) return false;
+// Returns false if the header or the descriptor is not as expected. The token counts as read either way.
+bool Parcel::enforceInterface(const String16& interface, IPCThreadState* /*threadState*/) const {
+  readInt32();  // strict-mode policy
+  readInt32();  // work source
+  if (readInt32() != kSystemHeader) return false;
   size_t length = 0;
   const char16_t* descriptor = readString16Inplace(&length);
-  // A descriptor that is missing reads as an empty one.
+  // As on the device, a missing descriptor reads as an empty one.
   if (descriptor == nullptr) return interface.size() == 0;
   return length == interface.size() && memcmp(descriptor, interface.string(), length * sizeof(char16_t)) == 0;
 }
 
 bool Parcel::checkInterface(IBinder* binder) const {
   return enforceInterface(binder->getInterfaceDescriptor());
+}
+
+// growData() and finishWrite() surround every write, and a bundle makes thousands of them for each call, so
+// both are inline here and only continueWrite() is not.
+inline status_t Parcel::growData(size_t len) {
+  const bool fits = mDataPos <= mDataSize && len < mDataCapacity - mDataPos;
+  return fits ? OK : continueWrite(len);
+}
+
+inline status_t Parcel::finishWrite(size_t len) {
+  mDataPos += len;
+  mDataSize = std::max(mDataSize, mDataPos);
+  return OK;
+}
+
+// Makes room for `len` bytes at the position, and fills a gap between the end and the position with zeros.
+status_t Parcel::continueWrite(size_t len) {
+  if (len > kMaxSize || mDataPos > kMaxSize - len) return mError = BAD_VALUE;
+  const size_t roomy = std::min(std::max(mDataCapacity * 2, kFirstCapacity), kMaxSize);
+  const size_t needed = mDataPos + len;
+  if (needed > mDataCapacity || mDataCapacity == 0) {
+    if (const status_t status = setDataCapacity(std::max(needed, roomy)); status != OK) return status;
+  }
+  if (mDataPos > mDataSize) memset(mData + mDataSize, 0, mDataPos - mDataSize);
+  return OK;
 }
 
 status_t Parcel::write(const void* data, size_t len) {
@@ -138,12 +156,10 @@ status_t Parcel::write(const void* data, size_t len) {
   return OK;
 }
 
+// Adds `len` bytes, sets their padding to zero, and returns the address for the caller to fill. Returns
+// nullptr if there is no room; the error is then in errorCheck().
 void* Parcel::writeInplace(size_t len) {
-  if (len > kMaxSize) {
-    mError = BAD_VALUE;
-    return nullptr;
-  }
-  const size_t whole = padded(len);
+  const size_t whole = len > kMaxSize ? len : padded(len);
   if (growData(whole) != OK) return nullptr;
   uint8_t* const target = mData + mDataPos;
   if (whole != len) memset(target + len, 0, whole - len);
@@ -151,18 +167,10 @@ void* Parcel::writeInplace(size_t len) {
   return target;
 }
 
-status_t Parcel::writeUnpadded(const void* data, size_t len) {
-  if (const status_t status = growData(len); status != OK) return status;
-  if (len != 0) memcpy(mData + mDataPos, data, len);
-  return finishWrite(len);
-}
-
 template <class T>
 status_t Parcel::writeAligned(T val) {
   static_assert(padded(sizeof(T)) == sizeof(T));
-  if (mDataPos > mDataCapacity || mDataCapacity - mDataPos < sizeof(T) || mDataPos > mDataSize) {
-    if (const status_t status = growData(sizeof(T)); status != OK) return status;
-  }
+  if (const status_t status = growData(sizeof(T)); status != OK) return status;
   memcpy(mData + mDataPos, &val, sizeof(T));
   return finishWrite(sizeof(T));
 }
@@ -176,29 +184,19 @@ status_t Parcel::readAligned(T* pArg) const {
   return OK;
 }
 
+// Returns zero if too few bytes are left.
 template <class T>
 T Parcel::readAligned() const {
   T value{};
-  return readAligned(&value) == OK ? value : T{};
+  readAligned(&value);
+  return value;
 }
 
 status_t Parcel::writeInt32(int32_t val) {
   return writeAligned(val);
 }
 
-status_t Parcel::writeUint32(uint32_t val) {
-  return writeAligned(val);
-}
-
 status_t Parcel::writeInt64(int64_t val) {
-  return writeAligned(val);
-}
-
-status_t Parcel::writeUint64(uint64_t val) {
-  return writeAligned(val);
-}
-
-status_t Parcel::writeFloat(float val) {
   return writeAligned(val);
 }
 
@@ -210,29 +208,19 @@ status_t Parcel::writeBool(bool val) {
   return writeInt32(val ? 1 : 0);
 }
 
-status_t Parcel::writeChar(char16_t val) {
-  return writeInt32(val);
-}
-
-status_t Parcel::writeByte(int8_t val) {
-  return writeInt32(val);
-}
-
-status_t Parcel::writeNoException() {
-  return writeInt32(0);
-}
-
 status_t Parcel::read(void* outData, size_t len) const {
-  const void* source = readInplace(len);
+  const void* const source = readInplace(len);
   if (source == nullptr) return NOT_ENOUGH_DATA;
   if (len != 0) memcpy(outData, source, len);
   return OK;
 }
 
+// Returns nullptr and leaves the position if fewer bytes than `len` with its padding are left.
 const void* Parcel::readInplace(size_t len) const {
   if (len > kMaxSize || padded(len) > dataAvail()) return nullptr;
-  static constexpr uint8_t kNothing[kAlignment] = {};
-  const void* const source = mData != nullptr ? mData + mDataPos : kNothing;
+  // Reading no bytes succeeds in a parcel without a buffer too, so its result cannot be nullptr.
+  static constexpr uint8_t kNoBytes[kAlignment] = {};
+  const void* const source = mData != nullptr ? mData + mDataPos : kNoBytes;
   mDataPos += padded(len);
   return source;
 }
@@ -245,35 +233,11 @@ status_t Parcel::readInt32(int32_t* pArg) const {
   return readAligned(pArg);
 }
 
-uint32_t Parcel::readUint32() const {
-  return readAligned<uint32_t>();
-}
-
-status_t Parcel::readUint32(uint32_t* pArg) const {
-  return readAligned(pArg);
-}
-
 int64_t Parcel::readInt64() const {
   return readAligned<int64_t>();
 }
 
 status_t Parcel::readInt64(int64_t* pArg) const {
-  return readAligned(pArg);
-}
-
-uint64_t Parcel::readUint64() const {
-  return readAligned<uint64_t>();
-}
-
-status_t Parcel::readUint64(uint64_t* pArg) const {
-  return readAligned(pArg);
-}
-
-float Parcel::readFloat() const {
-  return readAligned<float>();
-}
-
-status_t Parcel::readFloat(float* pArg) const {
   return readAligned(pArg);
 }
 
@@ -289,63 +253,12 @@ bool Parcel::readBool() const {
   return readInt32() != 0;
 }
 
+// Any word but 0 is true.
 status_t Parcel::readBool(bool* pArg) const {
   int32_t word = 0;
   const status_t status = readInt32(&word);
   *pArg = word != 0;
   return status;
-}
-
-char16_t Parcel::readChar() const {
-  return static_cast<char16_t>(readInt32());
-}
-
-status_t Parcel::readChar(char16_t* pArg) const {
-  int32_t word = 0;
-  const status_t status = readInt32(&word);
-  *pArg = static_cast<char16_t>(word);
-  return status;
-}
-
-int8_t Parcel::readByte() const {
-  return static_cast<int8_t>(readInt32());
-}
-
-status_t Parcel::readByte(int8_t* pArg) const {
-  int32_t word = 0;
-  const status_t status = readInt32(&word);
-  *pArg = static_cast<int8_t>(word);
-  return status;
-}
-
-status_t Parcel::finishWrite(size_t len) {
-  mDataPos += len;
-  mDataSize = std::max(mDataSize, mDataPos);
-  return OK;
-}
-
-// Makes room for `len` bytes at the position. A position beyond the end leaves zeros between.
-status_t Parcel::growData(size_t len) {
-  if (len > kMaxSize || mDataPos > kMaxSize - len) return mError = BAD_VALUE;
-  const size_t needed = mDataPos + len;
-  if (needed > mDataCapacity || mData == nullptr) {
-    const size_t doubled = std::max(mDataCapacity * 2, kFirstCapacity);
-    if (const status_t status = continueWrite(std::max(needed, doubled)); status != OK) return status;
-  }
-  if (mDataPos > mDataSize) memset(mData + mDataSize, 0, mDataPos - mDataSize);
-  return OK;
-}
-
-status_t Parcel::continueWrite(size_t desired) {
-  void* const grown = realloc(mData, desired);
-  if (grown == nullptr) return mError = NO_MEMORY;
-  mData = static_cast<uint8_t*>(grown);
-  mDataCapacity = desired;
-  return OK;
-}
-
-void Parcel::freeDataNoInit() {
-  free(mData);
 }
 
 void Parcel::initState() {
@@ -354,19 +267,7 @@ void Parcel::initState() {
   mDataSize = 0;
   mDataCapacity = 0;
   mDataPos = 0;
-  mObjects = nullptr;
-  mObjectsSize = 0;
-  mObjectsCapacity = 0;
-  mNextObjectHint = 0;
-  mObjectsSorted = false;
-  mRequestHeaderPresent = false;
-  mWorkSourceRequestHeaderPosition = 0;
-  mFdsKnown = true;
-  mHasFds = false;
-  mAllowFds = true;
-  mOwner = nullptr;
-  mOwnerCookie = nullptr;
-  mOpenAshmemSize = 0;
+  // The other members describe objects in the parcel. There are none on a host.
 }
 
 }  // namespace android

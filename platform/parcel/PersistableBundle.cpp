@@ -1,12 +1,13 @@
-// The bundle's bytes: int32 length, and unless that is 0 int32 magic, int32 count, the entries. Length counts
-// from the count to the end. An entry is String16 key, int32 type, value; a nested bundle is a value with the
-// whole layout again. Entries are written by type, and by key within a type.
+// The bytes of a bundle: int32 length; unless that is 0 then int32 magic, int32 count and the entries. The
+// length counts the bytes from the count to the end. An entry is String16 key, int32 type, value. A nested
+// bundle is a value with this whole layout again. Entries are written by type, and by key within a type.
 
 #include "parcel/ParcelHeader.h"
 
 #include <tuple>
 #include <utility>
 
+#include <android-base/scopeguard.h>
 #include <binder/PersistableBundle.h>
 
 namespace android::os {
@@ -15,6 +16,7 @@ namespace {
 constexpr int32_t kMagicOfJava = 0x4C444E42;    // 'BNDL'
 constexpr int32_t kMagicOfNative = 0x4C444E44;  // 'DNDL'
 
+// Java also writes null values, with tag -1. Like the device's native reader, this one refuses them.
 enum Type : int32_t {
   kString = 0,
   kInteger = 1,
@@ -29,21 +31,16 @@ enum Type : int32_t {
   kDoubleArray = 28,
 };
 
-// A reader takes what another process made up, so unlike the device's it has bounds: how deep bundles may be
-// nested, and the bytes that the shortest entry takes (empty key, type, a word of value).
+// The device's reader has no limits. This one has two, because other processes make up what it reads: bundles
+// nest at most this deep (each level takes stack), and a count must fit into the bytes left. The shortest
+// entry has an empty key, a type and one word of value.
 constexpr int kMaxDepth = 32;
 constexpr size_t kShortestEntry = 8 + 4 + 4;
 
-// How many bundles around this one are being read on this thread.
+// How many bundles this thread is reading, each inside the one before.
 thread_local int tDepth = 0;
 
-struct DepthGuard {
-  DepthGuard() { ++tDepth; }
-  ~DepthGuard() { --tDepth; }
-  DepthGuard(const DepthGuard&) = delete;
-  DepthGuard& operator=(const DepthGuard&) = delete;
-};
-
+// Writes the entries of one type in the order of their keys. `write` writes a value.
 template <typename Map, typename Write>
 status_t writeEntries(Parcel* parcel, const Map& map, Type type, Write write) {
   for (const auto& [key, value] : map) {
@@ -55,6 +52,7 @@ status_t writeEntries(Parcel* parcel, const Map& map, Type type, Write write) {
   return OK;
 }
 
+// The keys of a map are in order, so the end is always the right place for the next.
 template <typename Map>
 std::set<String16> keysOf(const Map& map) {
   std::set<String16> keys;
@@ -70,14 +68,15 @@ bool find(const Map& map, const String16& key, Value* out) {
   return true;
 }
 
-// The slot of `key`, made where it is missing. Writers send the keys of a type in order, so the end is the
-// place to look first.
+// Returns the value of `key` and adds an empty one if there is none. Writers send the keys of a type in
+// order, so the hint at the end spares the search.
 template <typename Map>
 typename Map::mapped_type* slot(Map* map, const String16& key) {
   return &map->try_emplace(map->end(), key)->second;
 }
 
-// Strings are most of what bundles hold: made in their places, where others are made empty and then set.
+// Most values are strings, so they are built in the map, while slot() would build an empty one and then
+// replace it.
 status_t readString(const Parcel* parcel, std::map<String16, String16>* map, const String16& key) {
   size_t length = 0;
   const char16_t* const text = parcel->readString16Inplace(&length);
@@ -88,7 +87,8 @@ status_t readString(const Parcel* parcel, std::map<String16, String16>* map, con
   return map->size() != before ? OK : entry->second.setTo(text, length);
 }
 
-// A key has one value, of one type. Whoever puts the keys of a type in order pays one comparison for each.
+// A key has one value, of one type, so a value of another type is erased first. Putting the keys of one type
+// in order costs one comparison each.
 template <typename Map, typename Value>
 void put(PersistableBundle* bundle, Map* map, const String16& key, const Value& value) {
   if (bundle->size() != map->size()) bundle->erase(key);
@@ -97,6 +97,7 @@ void put(PersistableBundle* bundle, Map* map, const String16& key, const Value& 
 
 }  // namespace
 
+// The length is known at the end only, so it is written as 0 and then overwritten.
 status_t PersistableBundle::writeToParcel(Parcel* parcel) const {
   if (empty()) return parcel->writeInt32(0);
   const size_t lengthAt = parcel->dataPosition();
@@ -113,8 +114,10 @@ status_t PersistableBundle::writeToParcel(Parcel* parcel) const {
   return status;
 }
 
+// As on the device, reading adds to the entries that the bundle has: a key of the same type gets the new
+// value, and a nested bundle of the same key is merged. On an error the entries before it stay.
 status_t PersistableBundle::readFromParcel(const Parcel* parcel) {
-  // A parcel that has ended holds an empty bundle.
+  // At the end of a parcel this reads 0: an empty bundle, as on the device.
   const int32_t length = parcel->readInt32();
   if (length < 0) return UNEXPECTED_NULL;
   return length == 0 ? OK : readFromParcelInner(parcel, static_cast<size_t>(length));
@@ -141,10 +144,11 @@ status_t PersistableBundle::writeToParcelInner(Parcel* parcel) const {
   return status;
 }
 
-// The length is not looked at: like the device's reader, this one ends after the last entry.
+// Like the device's reader, this ignores the length and ends after the last entry.
 status_t PersistableBundle::readFromParcelInner(const Parcel* parcel, size_t /*size*/) {
-  const DepthGuard guard;
-  if (tDepth > kMaxDepth) return BAD_VALUE;
+  if (tDepth == kMaxDepth) return BAD_VALUE;
+  ++tDepth;
+  const auto leave = base::make_scope_guard([] { --tDepth; });
   int32_t magic = 0;
   if (const status_t status = parcel->readInt32(&magic); status != OK) return status;
   if (magic != kMagicOfJava && magic != kMagicOfNative) return BAD_VALUE;
@@ -196,12 +200,14 @@ bool PersistableBundle::empty() const {
   return size() == 0;
 }
 
+// Counts the entries of this bundle, not those of bundles inside it.
 size_t PersistableBundle::size() const {
   return mBoolMap.size() + mIntMap.size() + mLongMap.size() + mDoubleMap.size() + mStringMap.size() +
          mBoolVectorMap.size() + mIntVectorMap.size() + mLongVectorMap.size() + mDoubleVectorMap.size() +
          mStringVectorMap.size() + mPersistableBundleMap.size();
 }
 
+// Returns how many values had the key: more than one only in a bundle that was read.
 size_t PersistableBundle::erase(const String16& key) {
   return mBoolMap.erase(key) + mIntMap.erase(key) + mLongMap.erase(key) + mDoubleMap.erase(key) +
          mStringMap.erase(key) + mBoolVectorMap.erase(key) + mIntVectorMap.erase(key) +
@@ -209,6 +215,7 @@ size_t PersistableBundle::erase(const String16& key) {
          mPersistableBundleMap.erase(key);
 }
 
+// Each put replaces the value that the key has, of whichever type.
 void PersistableBundle::putBoolean(const String16& key, bool value) {
   put(this, &mBoolMap, key, value);
 }
@@ -251,10 +258,12 @@ void PersistableBundle::putStringVector(const String16& key, const std::vector<S
 
 void PersistableBundle::putPersistableBundle(const String16& key, const PersistableBundle& value) {
   erase(key);
-  // The class has a copy constructor and, by that, no move: build in place rather than assign.
+  // The class declares a copy constructor and so has no move: building it in place copies once, assigning
+  // twice.
   mPersistableBundleMap.try_emplace(mPersistableBundleMap.end(), key, value);
 }
 
+// Each get returns false and leaves `out` if the key has no value of that very type.
 bool PersistableBundle::getBoolean(const String16& key, bool* out) const {
   return find(mBoolMap, key, out);
 }
@@ -299,6 +308,7 @@ bool PersistableBundle::getPersistableBundle(const String16& key, PersistableBun
   return find(mPersistableBundleMap, key, out);
 }
 
+// The keys that have a value of the type, in the order of their UTF-16 units.
 std::set<String16> PersistableBundle::getBooleanKeys() const {
   return keysOf(mBoolMap);
 }

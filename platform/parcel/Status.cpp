@@ -1,25 +1,41 @@
-// The exception that heads every reply.
+// The status that every reply begins with: an exception code, or EX_NONE.
 //
-// int32 code; for any but EX_NONE then String16 message, int32 size of a stack trace (here 0), and for
-// EX_SERVICE_SPECIFIC an int32 error, for EX_PARCELABLE an int32 size of a blob (here 0).
+// Bytes: int32 code; unless that is EX_NONE then String16 message, int32 size of a stack trace (written as
+// 0), for EX_SERVICE_SPECIFIC an int32 error, and for EX_PARCELABLE an int32 size of a blob (written as 0).
 
 #include "parcel/ParcelHeader.h"
 
 #include <algorithm>
+#include <utility>
 
 #include <binder/Status.h>
 
 namespace android::binder {
 namespace {
 
-// Steps over a block headed by its size, which may count its own four bytes. Either way it must not be more
-// than the bytes that follow it: that is the device's rule.
+constexpr std::pair<int32_t, const char*> kExceptionNames[] = {
+    {Status::EX_NONE, "EX_NONE"},
+    {Status::EX_SECURITY, "EX_SECURITY"},
+    {Status::EX_BAD_PARCELABLE, "EX_BAD_PARCELABLE"},
+    {Status::EX_ILLEGAL_ARGUMENT, "EX_ILLEGAL_ARGUMENT"},
+    {Status::EX_NULL_POINTER, "EX_NULL_POINTER"},
+    {Status::EX_ILLEGAL_STATE, "EX_ILLEGAL_STATE"},
+    {Status::EX_NETWORK_MAIN_THREAD, "EX_NETWORK_MAIN_THREAD"},
+    {Status::EX_UNSUPPORTED_OPERATION, "EX_UNSUPPORTED_OPERATION"},
+    {Status::EX_SERVICE_SPECIFIC, "EX_SERVICE_SPECIFIC"},
+    {Status::EX_PARCELABLE, "EX_PARCELABLE"},
+    {Status::EX_HAS_REPLY_HEADER, "EX_HAS_REPLY_HEADER"},
+    {Status::EX_TRANSACTION_FAILED, "EX_TRANSACTION_FAILED"},
+};
+
+// Skips a block that begins with its size. Returns UNKNOWN_ERROR if the size is negative or exceeds the bytes
+// after it. That is the device's rule also for sizes that count their own four bytes.
 status_t skipSizedBlock(const Parcel& parcel, bool sizeCountsItself) {
   int32_t size = 0;
   if (const status_t status = parcel.readInt32(&size); status != OK) return status;
   if (size < 0 || static_cast<size_t>(size) > parcel.dataAvail()) return UNKNOWN_ERROR;
-  const auto counted = sizeCountsItself ? std::min(static_cast<size_t>(size), sizeof(size)) : 0;
-  parcel.setDataPosition(parcel.dataPosition() + static_cast<size_t>(size) - counted);
+  const auto alreadyRead = sizeCountsItself ? std::min(static_cast<size_t>(size), sizeof(size)) : 0;
+  parcel.setDataPosition(parcel.dataPosition() + static_cast<size_t>(size) - alreadyRead);
   return OK;
 }
 
@@ -34,6 +50,8 @@ Status Status::ok() {
   return {};
 }
 
+// EX_TRANSACTION_FAILED stands for the status FAILED_TRANSACTION. Codes that this file does not know are
+// kept.
 Status Status::fromExceptionCode(int32_t exceptionCode) {
   return {exceptionCode, exceptionCode == EX_TRANSACTION_FAILED ? FAILED_TRANSACTION : OK};
 }
@@ -46,6 +64,7 @@ Status Status::fromExceptionCode(int32_t exceptionCode, const char* message) {
   return fromExceptionCode(exceptionCode, String8(message));
 }
 
+// An error even if the code is 0.
 Status Status::fromServiceSpecificError(int32_t serviceSpecificErrorCode) {
   return {EX_SERVICE_SPECIFIC, serviceSpecificErrorCode};
 }
@@ -58,6 +77,7 @@ Status Status::fromServiceSpecificError(int32_t serviceSpecificErrorCode, const 
   return fromServiceSpecificError(serviceSpecificErrorCode, String8(message));
 }
 
+// OK gives a status without an exception.
 Status Status::fromStatusT(status_t status) {
   Status result;
   result.setFromStatusT(status);
@@ -65,39 +85,17 @@ Status Status::fromStatusT(status_t status) {
 }
 
 std::string Status::exceptionToString(status_t exceptionCode) {
-  switch (exceptionCode) {
-    case EX_NONE:
-      return "EX_NONE";
-    case EX_SECURITY:
-      return "EX_SECURITY";
-    case EX_BAD_PARCELABLE:
-      return "EX_BAD_PARCELABLE";
-    case EX_ILLEGAL_ARGUMENT:
-      return "EX_ILLEGAL_ARGUMENT";
-    case EX_NULL_POINTER:
-      return "EX_NULL_POINTER";
-    case EX_ILLEGAL_STATE:
-      return "EX_ILLEGAL_STATE";
-    case EX_NETWORK_MAIN_THREAD:
-      return "EX_NETWORK_MAIN_THREAD";
-    case EX_UNSUPPORTED_OPERATION:
-      return "EX_UNSUPPORTED_OPERATION";
-    case EX_SERVICE_SPECIFIC:
-      return "EX_SERVICE_SPECIFIC";
-    case EX_PARCELABLE:
-      return "EX_PARCELABLE";
-    case EX_HAS_REPLY_HEADER:
-      return "EX_HAS_REPLY_HEADER";
-    case EX_TRANSACTION_FAILED:
-      return "EX_TRANSACTION_FAILED";
-    default:
-      return std::to_string(exceptionCode);
+  for (const auto& [code, name] : kExceptionNames) {
+    if (code == exceptionCode) return name;
   }
+  return std::to_string(exceptionCode);
 }
 
+// Leaves the position behind the status. On an error this status becomes that failed transaction.
 status_t Status::readFromParcel(const Parcel& parcel) {
   const auto readAll = [&]() -> status_t {
     if (const status_t status = parcel.readInt32(&mException); status != OK) return status;
+    // Java puts a header before the values of a call that succeeded.
     if (mException == EX_HAS_REPLY_HEADER) {
       mException = EX_NONE;
       return skipSizedBlock(parcel, /*sizeCountsItself=*/true);
@@ -118,8 +116,9 @@ status_t Status::readFromParcel(const Parcel& parcel) {
   return status;
 }
 
+// The message is text, never null. A failed transaction has no reply, so for one this writes nothing and
+// returns the failure, which becomes the result of the transaction.
 status_t Status::writeToParcel(Parcel* parcel) const {
-  // What failed below the exceptions is reported as the result of the transaction instead.
   if (mException == EX_TRANSACTION_FAILED) return mErrorCode;
   status_t status = parcel->writeInt32(mException);
   if (mException == EX_NONE) return status;
@@ -130,31 +129,19 @@ status_t Status::writeToParcel(Parcel* parcel) const {
   return status;
 }
 
-void Status::setException(int32_t ex, const String8& message) {
-  *this = fromExceptionCode(ex, message);
-}
-
-void Status::setServiceSpecificError(int32_t errorCode, const String8& message) {
-  *this = fromServiceSpecificError(errorCode, message);
-}
-
 void Status::setFromStatusT(status_t status) {
   mException = status == OK ? EX_NONE : EX_TRANSACTION_FAILED;
   mErrorCode = status;
   mMessage.clear();
 }
 
+// For logs: the exception by name, an error code unless it is 0, and the message.
 String8 Status::toString8() const {
   if (isOk()) return String8("ok");
   String8 text = String8::format("exception %d (%s)", mException, exceptionToString(mException).c_str());
   if (mErrorCode != OK) text.appendFormat(", error %d", mErrorCode);
   if (!mMessage.isEmpty()) text.appendFormat(": %s", mMessage.string());
   return text;
-}
-
-std::stringstream& operator<<(std::stringstream& stream, const Status& s) {
-  stream << s.toString8().string();
-  return stream;
 }
 
 }  // namespace android::binder

@@ -50,11 +50,11 @@ class TestService : public android::BBinder {
         toil();
         [[fallthrough]];
       case kReplyWith:
-        return reply->setDataSize(data.readUint32());
+        return reply->setDataSize(data.readInt32());
       case kKill:
         return kill(getpid(), SIGKILL);
       case kAwaitNotes:
-        return reply->writeInt32Vector(awaitNotes(data.readUint32()));
+        return reply->writeInt32Vector(awaitNotes(data.readInt32()));
       case kHold:
       case kRelease:
       case kNote:

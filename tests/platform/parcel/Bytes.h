@@ -11,7 +11,7 @@
 
 namespace test {
 
-// What the parcel holds in hexadecimal, a space after each word of four bytes.
+// The bytes of the parcel in hexadecimal, with a space after each word of four bytes.
 inline std::string hex(const android::Parcel& parcel) {
   std::string text;
   for (size_t i = 0; i < parcel.dataSize(); ++i) {
@@ -21,7 +21,7 @@ inline std::string hex(const android::Parcel& parcel) {
   return text;
 }
 
-// What `write` puts into an empty parcel.
+// The bytes that `write` puts into an empty parcel.
 template <typename Write>
 std::string hexOf(Write write) {
   android::Parcel parcel;
@@ -29,7 +29,7 @@ std::string hexOf(Write write) {
   return hex(parcel);
 }
 
-// A parcel of what hex() would print, to be read from the start.
+// A parcel with the bytes that hex() prints as `text`; its position is at the start.
 class Filled : public android::Parcel {
  public:
   explicit Filled(const std::string& text) {

@@ -39,7 +39,7 @@ PersistableBundle everything() {
   return bundle;
 }
 
-TEST(BundleRead, GivesBackEveryTypeAndStopsBehindIt) {
+TEST(PersistableBundleTest, everyTypeIsReadBackAndThePositionEndsBehindTheBundle) {
   Parcel parcel;
   parcel.writeParcelable(everything());
   parcel.writeInt32(42);
@@ -50,7 +50,7 @@ TEST(BundleRead, GivesBackEveryTypeAndStopsBehindIt) {
   EXPECT_EQ(parcel.readInt32(), 42);
 }
 
-TEST(BundleRead, EndsWithTheRightErrorOnEachFault) {
+TEST(PersistableBundleTest, eachFaultHasItsError) {
   for (const auto& [text, expected] : std::vector<std::pair<const char*, android::status_t>>{
            {"", android::OK},
            {"00000000", android::OK},
@@ -73,8 +73,8 @@ TEST(BundleRead, EndsWithTheRightErrorOnEachFault) {
   }
 }
 
-// As on the device, a parcel that ends where a bundle should be holds an empty one.
-TEST(BundleRead, CutAtEveryByteItFailsExceptWhereABundleBegins) {
+// As on the device, a bundle read at the end of a parcel is empty.
+TEST(PersistableBundleTest, aCutBundleFailsUnlessTheCutIsBeforeABundle) {
   Parcel whole;
   ASSERT_EQ(everything().writeToParcel(&whole), android::OK);
   const size_t lastNested = whole.dataSize() - 36;
@@ -94,7 +94,7 @@ std::string nest(int depth) {
   return text + "00000000";
 }
 
-TEST(BundleRead, RefusesToNestDeeperThanItsStackAllows) {
+TEST(PersistableBundleTest, nestingDeeperThan32IsRefused) {
   PersistableBundle bundle;
   EXPECT_EQ(read(nest(32), &bundle), android::OK);
   EXPECT_EQ(read(nest(33), &bundle), android::BAD_VALUE);

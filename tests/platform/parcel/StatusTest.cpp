@@ -7,7 +7,7 @@ namespace {
 
 using android::binder::Status;
 
-TEST(StatusRead, FollowsTheLayoutAndLeavesThePositionBehindIt) {
+TEST(StatusTest, readingLeavesThePositionBehindTheStatus) {
   for (const auto& [text, exception] : std::vector<std::pair<std::string, int32_t>>{
            {"00000000", Status::EX_NONE},
            // a header of Java's, whose size counts itself
@@ -25,7 +25,7 @@ TEST(StatusRead, FollowsTheLayoutAndLeavesThePositionBehindIt) {
   }
 }
 
-TEST(StatusRead, WhatIsCutOrHostileBecomesAFailedTransaction) {
+TEST(StatusTest, cutOrHostileBytesBecomeAFailedTransaction) {
   for (const auto& [text, expected] : std::vector<std::pair<const char*, android::status_t>>{
            {"", android::NOT_ENOUGH_DATA},
            {"80ffffff ffffffff", android::UNKNOWN_ERROR},
