@@ -14,6 +14,8 @@
 #include <json/value.h>
 #include <utils/String16.h>
 
+#include "text/Text.h"
+
 namespace diagctl {
 
 // Pairs of texts that stand side by side.
@@ -21,8 +23,7 @@ using Rows = std::vector<std::pair<std::string, std::string>>;
 
 std::string toUtf8(const android::String16& text);
 
-// `text` on one line, with the control characters a terminal would act on written as escapes.
-std::string printable(std::string_view text);
+using ::text::printable;
 
 // Two columns, the left one as wide as its widest text, each line behind `indent` spaces.
 std::string table(const Rows& rows, size_t indent);
