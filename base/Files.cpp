@@ -44,7 +44,7 @@ Result<std::string> readFile(const std::string& path, size_t maxBytes) {
   auto fd = openForReading(path);
   if (!fd.ok()) return fd.error();
   auto text = readToEnd(fd->get(), maxBytes);
-  if (!text.ok()) return Error(text.error().code()) << path;
+  if (!text.ok()) return Error() << path << ": " << text.error();
   return text;
 }
 

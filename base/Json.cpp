@@ -13,6 +13,7 @@ using android::base::Result;
 
 namespace {
 
+// How large a document would be for the reader.
 struct Extent {
   size_t depth = 0;
   size_t values = 0;  // an upper bound
@@ -56,6 +57,7 @@ Extent measure(std::string_view text) {
   return extent;
 }
 
+// The library's reader is lenient by default.
 std::unique_ptr<Json::CharReader> makeReader(JsonRules rules) {
   Json::CharReaderBuilder builder;
   if (rules == JsonRules::Strict) {
@@ -67,7 +69,7 @@ std::unique_ptr<Json::CharReader> makeReader(JsonRules rules) {
   return std::unique_ptr<Json::CharReader>(builder.newCharReader());
 }
 
-// The beginning of "* Line 1, Column 2\n  Syntax error...\n...", on one line.
+// Returns the beginning of the reader's message, "* Line 1, Column 2\n  Syntax error...\n...", on one line.
 std::string onOneLine(std::string message) {
   constexpr size_t kMaxLength = 160;
   message.resize(std::min(message.size(), kMaxLength));

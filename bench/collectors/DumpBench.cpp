@@ -13,10 +13,10 @@
 #include <json/writer.h>
 
 #include "Benches.h"
-#include "CpuStat.h"
+#include "CpuUsageCollector.h"
 #include "Histories.h"
-#include "MemInfo.h"
-#include "PsiText.h"
+#include "PsiCollector.h"
+#include "SystemMemInfoCollector.h"
 #include "TextScanner.h"
 #include "support/Compare.h"
 #include "systemstatecollector/SystemStateCollectorManager.h"
@@ -105,12 +105,13 @@ void parseAll(const std::string& pressure, const std::string& stat, const std::s
   for (int i = 0; i < Histories::kSamples; ++i) {
     for (int resource = 0; resource < 3; ++resource) {
       std::string_view text = pressure;
-      for (std::string_view line; nextLine(text, line);) benchmark::DoNotOptimize(parsePsiLine(line));
+      for (std::string_view line; nextLine(text, line);)
+        benchmark::DoNotOptimize(PsiCollector::parseLine(line));
     }
     std::string_view rest = stat;
-    CpuStats stats;
-    while (nextCpuStats(rest, stats)) benchmark::DoNotOptimize(stats);
-    benchmark::DoNotOptimize(parseMemInfo(memInfo));
+    CpuUsageCollector::CpuStats stats;
+    while (CpuUsageCollector::parseNext(rest, stats)) benchmark::DoNotOptimize(stats);
+    benchmark::DoNotOptimize(SystemMemInfoCollector::parse(memInfo));
     std::string_view line = gpu;
     uint64_t number = 0;
     while (nextNumber(line, number)) benchmark::DoNotOptimize(number);

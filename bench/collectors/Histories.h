@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <memory>
 
-#include "ChargeFiles.h"
+#include "BatteryCollector.h"
 #include "Device.h"
 #include "systemstatecollector/SystemStateCollectorManager.h"
 

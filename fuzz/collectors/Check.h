@@ -1,6 +1,6 @@
+// Helpers of the targets of this folder.
 #pragma once
 
-// What every target here reads its input with.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -10,14 +10,14 @@
 
 #include "TextScanner.h"
 
-// Ends the process, for the fuzzer to keep the input, where the two readings differ.
+// Ends the process, so that the fuzzer keeps the input, unless the two readings are the `same`.
 inline void check(bool same, const char* what) {
   if (same) return;
   std::fprintf(stderr, "differs from the plain reading: %s\n", what);
   std::abort();
 }
 
-// Hands over each line of the input, as the scanner finds it and as a stream does, which must agree.
+// Calls `compare` with each line of the input, found by the scanner and by a stream, which must agree.
 template <typename Compare>
 void forEachLine(const uint8_t* data, size_t size, Compare compare) {
   const std::string text(reinterpret_cast<const char*>(data), size);

@@ -4,15 +4,15 @@
 using namespace Torv::OS::Diagnostics;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  GpuUtilStats previous;
+  GpuCollector::GpuUtilStats previous;
   forEachLine(data, size, [&](std::string_view found, const std::string& line) {
     std::istringstream words(line);
-    GpuUtilStats plain;
+    GpuCollector::GpuUtilStats plain;
     words >> plain.busy >> plain.total;
 
-    const GpuUtilStats stats = parseGpuLine(found);
+    const auto stats = GpuCollector::parseLine(found);
     check(stats.busy == plain.busy && stats.total == plain.total, "counters");
-    const auto percent = gpuUtilizationPercent(previous, stats);
+    const auto percent = GpuCollector::utilizationPercent(previous, stats);
     check(percent.has_value() == (plain.total != previous.total) && (!percent || *percent >= 0),
           "utilisation");
     previous = stats;

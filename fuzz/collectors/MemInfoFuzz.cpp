@@ -1,9 +1,10 @@
 #include <map>
 
 #include "Check.h"
-#include "MemInfo.h"
+#include "SystemMemInfoCollector.h"
 
 using namespace Torv::OS::Diagnostics;
+using MemInfo = SystemMemInfoCollector::MemInfo;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
@@ -25,14 +26,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (found[1] == 3 && found[0] == 2) break;
   }
 
-  const MemInfo info = parseMemInfo(text);
+  const MemInfo info = SystemMemInfoCollector::parse(text);
   check(info.requiredFound == found[1] && info.additionalFound == found[0], "lines found");
   for (size_t i = 0; i < MemInfo::kNames.size(); ++i) {
     const auto value = values.find(std::string(MemInfo::kNames[i]));
     check(info.valuesKb[i].has_value() == (value != values.end()), "names found");
     check(!info.valuesKb[i] || *info.valuesKb[i] == value->second, "value");
   }
-  const auto percent = memAvailablePercent(info);
+  const auto percent = SystemMemInfoCollector::availablePercent(info);
   check(percent.has_value() == (found[1] == 3 && values["MemTotal"] != 0), "share");
   check(!percent || *percent == values["MemAvailable"] * 100.0 / values["MemTotal"], "share");
   return 0;

@@ -1,7 +1,7 @@
 #include <cstring>
 
 #include "Check.h"
-#include "PsiText.h"
+#include "PsiCollector.h"
 
 using namespace Torv::OS::Diagnostics;
 
@@ -13,7 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::sscanf(line.c_str(), "%4s avg10=%f avg60=%f avg300=%f total=%lu", type, &averages[0], &averages[1],
                 &averages[2], &total);
 
-    const PsiLine psi = parsePsiLine(found);
+    const auto psi = PsiCollector::parseLine(found);
     const float foundAverages[3] = {psi.avg10, psi.avg60, psi.avg300};
     check(std::strcmp(psi.type.data(), type) == 0, "type");
     // Byte by byte, so that a NaN equals itself and a zero keeps its sign.

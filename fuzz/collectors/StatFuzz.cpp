@@ -2,9 +2,10 @@
 #include <cstring>
 
 #include "Check.h"
-#include "CpuStat.h"
+#include "CpuUsageCollector.h"
 
 using namespace Torv::OS::Diagnostics;
+using CpuStats = CpuUsageCollector::CpuStats;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
@@ -21,12 +22,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     words >> stats.user >> stats.nice >> stats.system >> stats.idle >> stats.iowait >> stats.irq >>
         stats.softirq >> stats.steal >> stats.guest >> stats.guestNice;
 
-    check(nextCpuStats(rest, found), "missed line");
+    check(CpuUsageCollector::parseNext(rest, found), "missed line");
     check(std::memcmp(&found, &stats, sizeof(stats)) == 0, "counters");
-    const auto percent = cpuUtilizationPercent(previous, found);
+    const auto percent = CpuUsageCollector::utilizationPercent(previous, found);
     check(!percent || std::isfinite(*percent), "utilisation");
     previous = found;
   }
-  check(!nextCpuStats(rest, found), "line that is none");
+  check(!CpuUsageCollector::parseNext(rest, found), "line that is none");
   return 0;
 }

@@ -1,3 +1,4 @@
+// The tag of all log lines of this folder.
 #pragma once
 
 namespace Torv {

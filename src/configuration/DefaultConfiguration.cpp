@@ -9,6 +9,7 @@ namespace {
 
 namespace keys = ConfigurationKeys;
 
+// A placeholder: an image sets the real address in its configuration file.
 constexpr char kDefaultUrl[] = "https://crash-report.pellux-os.example.com/upload/v1/os-crashes";
 
 template <typename Value>

@@ -7,7 +7,7 @@
 #include "ConfigurationLog.h"
 #include "base/Json.h"
 
-// The library's accessors assert on a value of another type, so each is behind the type test of its own kind.
+// The library's accessors assert if a value has another type, so each of them follows the test for its type.
 namespace Torv {
 
 using Base::findMember;
@@ -40,7 +40,7 @@ std::map<std::string, std::string> JSONConfiguration::getLocalStrMap(const std::
   const Json::Value* member = findMember(mRoot, key);
   if (member == nullptr || !member->isObject()) return mNext->getLocalStrMap(key);
   std::map<std::string, std::string> fields;
-  for (auto field = member->begin(); field != member->end(); ++field) {  // in the order of the names
+  for (auto field = member->begin(); field != member->end(); ++field) {  // in ascending order of the names
     if (field->isConvertibleTo(Json::stringValue)) {
       fields.emplace(field.name(), field->asString());
     } else {

@@ -18,10 +18,11 @@ namespace v4 = OSSDK::Preferences::v4;
 OS::OsSdkFunction<v4::CreatePreferencesManager> gCreatePreferencesManager(v4::kCreatePreferencesManager);
 OS::OsSdkFunction<v4::DestroyPreferencesManager> gDestroyPreferencesManager(v4::kDestroyPreferencesManager);
 
-// Stores with a version up to this one are reset.
+// A store with this version or a lower one is reset.
 constexpr int32_t kLastResetVersion = 4;
 constexpr int32_t kNoVersion = -1;
 
+// In the order in which they are subscribed.
 constexpr const char* kWatchedKeys[] = {
     keys::kUserAgent,
     keys::kUrl,
@@ -43,6 +44,7 @@ constexpr const char* kWatchedKeys[] = {
     keys::kHeaders,
 };
 
+// The keys that a reset writes, in this order.
 constexpr const char* kResetStrings[] = {keys::kUserAgent, keys::kUrl, keys::kHeaders, keys::kReportSource,
                                          keys::kReportSourceRef};
 constexpr const char* kResetBools[] = {keys::kLocalBuildEnable, keys::kLogcatEnable,
@@ -55,6 +57,7 @@ constexpr const char* kResetInts[] = {keys::kLogcatTailCount, keys::kLogcatTailS
                                       keys::kRateLimitTimeWindow, keys::kRateLimitMaxCrashes,
                                       keys::kRateLimitMaxCrashesPerProcess};
 
+// Returns null if there is no SDK or it creates no manager.
 std::shared_ptr<v4::IPreferencesManager> createManager() {
   auto* create = gCreatePreferencesManager.get();
   v4::IPreferencesManager* manager = create != nullptr ? create(v4::kVersion) : nullptr;
@@ -100,7 +103,7 @@ PreferencesConfiguration::PreferencesConfiguration(std::unique_ptr<IConfiguratio
   if ((mFlags & (kLazy | kKeepStore)) == kKeepStore) setupPreferencesStoreManager();
 }
 
-// The store calls the listener until its manager is gone.
+// The manager goes first, because the store calls the listener as long as it exists.
 PreferencesConfiguration::~PreferencesConfiguration() {
   mManager.reset();
 }
@@ -162,10 +165,12 @@ std::shared_ptr<v4::IPreferencesManager> PreferencesConfiguration::getPreference
 }
 
 void PreferencesConfiguration::setupPreferencesStoreManager() const {
-  mManager = createManager();  // before the version check, whose look-up would come here again
+  mManager = createManager();  // cached before the version check, because its look-up needs a manager too
   if (mManager == nullptr) return;
-  const std::vector<OSSDK::String> watched(std::begin(kWatchedKeys), std::end(kWatchedKeys));
-  mManager->registerListener(&mListener, {watched.data(), watched.size()});
+  if ((mFlags & kKeepStore) != 0) {
+    const std::vector<OSSDK::String> watched(std::begin(kWatchedKeys), std::end(kWatchedKeys));
+    mManager->registerListener(&mListener, {watched.data(), watched.size()});
+  }
   if ((mFlags & kCheckVersion) != 0) checkKeyValueVersionAndOverwriteIfNeeded();
 }
 

@@ -6,8 +6,8 @@
 
 namespace Torv::OS {
 
-// What one start() and its worker share. Each start has its own, so that a worker left behind by stop(false)
-// sees its own end whatever start() and the destructor do meanwhile.
+// What one start() and its worker share. Each start has its own, because a worker left behind by stop(false)
+// must see that it is stopped although the object may have been started again or destroyed.
 struct PeriodicTask::Run {
   const std::chrono::microseconds period;
   const std::shared_ptr<const std::function<void()>> task;
@@ -30,24 +30,38 @@ PeriodicTask::~PeriodicTask() {
 }
 
 void PeriodicTask::start(bool runImmediately) {
-  Base::LockGuard lock(mMutex);
-  if (mRun != nullptr) return;
+  if (isRunning()) return;
   auto run = std::make_shared<Run>(mPeriod, mTask, runImmediately);
-  // The worker begins by taking this lock, so it is named before it does anything.
-  Base::LockGuard hold(run->mutex);
-  mThread = std::thread([run] { threadLoop(*run); });
-  Thread::setName(mThread, mName);
-  mRun = std::move(run);
+  std::thread worker;
+  {
+    // The worker begins by taking this lock, so it does nothing before it is named and belongs to the object.
+    const Base::LockGuard hold(run->mutex);
+    // mMutex is not held: if no thread can be created, this call does not return, and no code here could
+    // unlock it.
+    worker = std::thread([run] { threadLoop(*run); });
+    Thread::setName(worker, mName);
+    const Base::LockGuard lock(mMutex);
+    if (mRun == nullptr) {
+      mRun = run;
+      mThread = std::move(worker);
+    } else {
+      run->running = false;  // another start() came first
+    }
+  }
+  if (worker.joinable()) worker.join();
 }
 
 void PeriodicTask::stop(bool join) {
+  std::shared_ptr<Run> run;
   std::thread worker;
   {
-    Base::LockGuard lock(mMutex);
+    const Base::LockGuard lock(mMutex);
     if (mRun == nullptr) return;
-    const std::shared_ptr<Run> run = std::move(mRun);
+    run = std::move(mRun);
     worker = std::move(mThread);
-    Base::LockGuard end(run->mutex);
+  }
+  {
+    const Base::LockGuard lock(run->mutex);
     run->running = false;
     run->wakeUp.notify_one();
   }
@@ -56,6 +70,11 @@ void PeriodicTask::stop(bool join) {
   } else {
     worker.detach();
   }
+}
+
+bool PeriodicTask::isRunning() {
+  const Base::LockGuard lock(mMutex);
+  return mRun != nullptr;
 }
 
 void PeriodicTask::threadLoop(Run& run) {
@@ -73,7 +92,7 @@ void PeriodicTask::threadLoop(Run& run) {
         run.runNow = false;
         break;
       }
-      run.wakeUp.wait_for(run.mutex, run.period);  // whatever ends the wait, a run follows while running
+      run.wakeUp.wait_for(run.mutex, run.period);  // a run follows, whatever ended the wait
     }
   }
   run.mutex.unlock();

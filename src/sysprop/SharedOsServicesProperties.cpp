@@ -9,6 +9,8 @@
 namespace pellux::sysprop::SharedOsServicesProperties {
 namespace {
 
+// Returns the property's value, or "" if there is no such property. The callback is the one way to read a
+// value of any length.
 std::string readText(const char* name) {
   std::string text;
   const prop_info* property = __system_property_find(name);

@@ -13,30 +13,31 @@
 #include "systemcontext/ContextKeys.h"
 
 namespace Torv::OS::Diagnostics {
+
+using Base::StringMap;
+
 namespace {
 
-// One chain for the process, whoever asks first.
+// The one chain of the process, built by the first caller.
 std::shared_ptr<Torv::OverridableConfiguration> processConfiguration() {
   static const std::shared_ptr<Torv::OverridableConfiguration> configuration =
       Torv::buildConfigurationChain();
   return configuration;
 }
 
-// The collectors where correlation is switched on and they can be made.
+// Returns null if correlation is off or no collector can be made.
 std::unique_ptr<SystemStateCollectorManager> makeCollectorManager() {
   namespace flags = pellux::sysprop::SharedOsServicesProperties;
   if (!flags::enable_diagnostics_collector_correlation().value_or(false)) {
-    __android_log_write(ANDROID_LOG_INFO, nullptr, "System state collector manager disabled via ADC\n");
+    __android_log_print(ANDROID_LOG_INFO, nullptr, "System state collector manager disabled via ADC\n");
     return nullptr;
   }
   auto manager = SystemStateCollectorManager::makeDefaultManager();
   if (manager == nullptr) {
-    __android_log_write(ANDROID_LOG_ERROR, nullptr, "Failed to create system state collector manager\n");
+    __android_log_print(ANDROID_LOG_ERROR, nullptr, "Failed to create system state collector manager\n");
   }
   return manager;
 }
-
-using Base::StringMap;
 
 void addTag(StringMap& context, const char* key, StringMap& tags, const char* tag) {
   if (const auto found = tags.find(tag); found != tags.end()) context[key] = std::move(found->second);
@@ -48,10 +49,24 @@ void addSetting(StringMap& context, const char* key, const Torv::IConfiguration&
   if (!value.empty()) context[key] = std::move(value);
 }
 
+template <typename Set>
+void splitTags(std::string_view rest, Set& flags, StringMap& values) {
+  while (!rest.empty()) {
+    const std::string_view tag = rest.substr(0, rest.find(','));
+    rest.remove_prefix(std::min(tag.size() + 1, rest.size()));
+    const size_t colon = tag.find(':');
+    if (colon == std::string_view::npos) {
+      if (!tag.empty()) flags.emplace(tag);
+    } else if (colon > 0) {
+      values[std::string(tag.substr(0, colon))] = tag.substr(colon + 1);
+    }
+  }
+}
+
 }  // namespace
 
 std::unique_ptr<SystemContextManager> SystemContextManager::makeDefaultManager() {
-  auto configuration = processConfiguration();  // first, since it may end the process
+  auto configuration = processConfiguration();  // first, because it may end the process
   return std::make_unique<SystemContextManager>(std::move(configuration), makeCollectorManager());
 }
 
@@ -94,22 +109,18 @@ std::string SystemContextManager::getRawBuildFingerprint() {
   return Torv::Utils::getSystemProperty(ContextKeys::kBuildFingerprintProperty);
 }
 
-// NOLINTNEXTLINE(performance-unnecessary-value-param): the signature is the platform's
+// NOLINTBEGIN(performance-unnecessary-value-param): the platform's signatures take the tags by value
 bool SystemContextManager::parseBuildTags(std::string tags, std::unordered_set<std::string>& flags,
                                           StringMap& values) {
-  std::string_view rest = tags;
-  while (!rest.empty()) {
-    const std::string_view tag = rest.substr(0, rest.find(','));
-    rest.remove_prefix(std::min(tag.size() + 1, rest.size()));
-    const size_t colon = tag.find(':');
-    if (colon == std::string_view::npos) {
-      if (!tag.empty()) flags.emplace(tag);
-    } else if (colon > 0) {
-      values[std::string(tag.substr(0, colon))] = tag.substr(colon + 1);
-    }
-  }
+  splitTags(tags, flags, values);
   return true;
 }
+
+bool SystemContextManager::parseBuildTags(std::string tags, std::set<std::string>& flags, StringMap& values) {
+  splitTags(tags, flags, values);
+  return true;
+}
+// NOLINTEND(performance-unnecessary-value-param)
 
 void SystemContextManager::addHistories(StringMap& context) {
   const auto histories = mCollectorManager->dumpSystemStateHistory();
@@ -117,7 +128,7 @@ void SystemContextManager::addHistories(StringMap& context) {
     __android_log_print(ANDROID_LOG_DEBUG, nullptr, "System state history: %s, report size %zd", name.c_str(),
                         report.size());
   }
-  context.merge(*histories);  // which keeps what is there already
+  context.merge(*histories);  // keeps an entry that is already there
 }
 
 }  // namespace Torv::OS::Diagnostics

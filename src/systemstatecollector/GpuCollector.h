@@ -3,44 +3,43 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <string>
 #include <string_view>
 
 #include "TextCollector.h"
-#include "TextSource.h"
 
 namespace Torv::OS::Diagnostics {
 
-// The Adreno driver's counters since boot, in microseconds, from gpubusy_accum:
+// The GPU's utilisation, from the Adreno driver's file gpubusy_accum:
 //   1000 10000
-struct GpuUtilStats {
-  uint64_t busy = 0;
-  uint64_t total = 0;
-};
-
-// What the line does not have is 0.
-GpuUtilStats parseGpuLine(std::string_view line);
-
-// The busy share of the time between two readings, in percent; empty where the total did not change. A
-// counter that goes backwards wraps, and gives a very large share.
-std::optional<double> gpuUtilizationPercent(const GpuUtilStats& previous, const GpuUtilStats& now);
-
-// The GPU's utilisation. A value covers the time since the sample before it, as CpuUsageCollector's does.
+// Metric: "GpuUtilization_%".
+//
+// A value covers the time since the sample before. The oldest sample of a dump is compared with the newest of
+// the dump before, or with zeroes in the first dump. Because of this memory, dumps of one collector must come
+// one at a time; the manager's lock sees to that.
 class GpuCollector : public TextCollector {
  public:
+  // The two numbers of the file, both in microseconds since boot.
+  struct GpuUtilStats {
+    uint64_t busy = 0;
+    uint64_t total = 0;
+  };
+
+  // Parses one line. A number that the line does not have is 0. Takes any bytes.
+  static GpuUtilStats parseLine(std::string_view line);
+
+  // Returns the busy percentage of the time between two readings, or nullopt if the total is the same in
+  // both. A counter that went backwards wraps around, and the percentage is then far above 100.
+  static std::optional<double> utilizationPercent(const GpuUtilStats& previous, const GpuUtilStats& now);
+
+  // Opens /sys/class/kgsl/kgsl-3d0/gpubusy_accum. Returns null and logs an error if it cannot be opened.
   static std::unique_ptr<GpuCollector> init(SystemStateCollectorConfig config);
+  // Takes over an open stream, or a source, of that file.
   GpuCollector(const SystemStateCollectorConfig& config, TextSource source);
 
-  uint8_t getId() const override;
-  std::string getDescription() const override;
-
  private:
-  std::string historyName() const override;
-  void logBadStream() const override;
   void extractMetrics(const RawMetric& sample, Json::Value& out) override;
 
-  // Of the sample evaluated last. Only dumps touch it, and those come one at a time.
-  GpuUtilStats mPreviousStats;
+  GpuUtilStats mPreviousStats;  // of the line evaluated last
 };
 
 }  // namespace Torv::OS::Diagnostics

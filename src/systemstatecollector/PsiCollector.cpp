@@ -1,75 +1,121 @@
 #include "PsiCollector.h"
 
-#include <string_view>
+#include <cstdio>
+#include <optional>
+#include <string>
 #include <utility>
 
-#include <android/log.h>
 #include <fmt/format.h>
 
-#include "PsiText.h"
 #include "TextScanner.h"
 
 namespace Torv::OS::Diagnostics {
 namespace {
 
-constexpr char kCpu[] = "cpu";
-constexpr char kMemory[] = "memory";
-constexpr char kIo[] = "io";
+constexpr SourceInfo kCpu{1, "/proc/pressure/cpu", "psi_cpu_history",
+                          "Returns the PSI information by sampling cpu file in /proc/pressure",
+                          "PSI cpu Stream is bad"};
+constexpr SourceInfo kMemory{2, "/proc/pressure/memory", "psi_memory_history",
+                             "Returns the PSI information by sampling memory file in /proc/pressure",
+                             "PSI memory Stream is bad"};
+constexpr SourceInfo kIo{3, "/proc/pressure/io", "psi_io_history",
+                         "Returns the PSI information by sampling io file in /proc/pressure",
+                         "PSI io Stream is bad"};
 
-// The names of the two lines' metrics, made once; they are what nearly every sample needs.
 struct MetricNames {
   Json::StaticString avg10;
   Json::StaticString avg60;
   Json::StaticString avg300;
   Json::StaticString total;
 };
+// Nearly every line is one of these two kinds, so their names are not formatted for each sample.
 const MetricNames kSome{Json::StaticString("some_avg10"), Json::StaticString("some_avg60"),
                         Json::StaticString("some_avg300"), Json::StaticString("some_total")};
 const MetricNames kFull{Json::StaticString("full_avg10"), Json::StaticString("full_avg60"),
                         Json::StaticString("full_avg300"), Json::StaticString("full_total")};
 
-void writeMetrics(const PsiLine& line, const MetricNames& names, Json::Value& out) {
+void writeMetrics(const PsiCollector::PsiLine& line, const MetricNames& names, Json::Value& out) {
   out[names.avg10] = line.avg10;
   out[names.avg60] = line.avg60;
   out[names.avg300] = line.avg300;
   out[names.total] = Json::Value::UInt64{line.total};
 }
 
-void writeOddMetrics(const PsiLine& line, const char* type, Json::Value& out) {
+void writeMetricsOfOtherType(const PsiCollector::PsiLine& line, Json::Value& out) {
+  const char* type = line.type.data();
   out[fmt::format("{}_{}", type, "avg10")] = line.avg10;
   out[fmt::format("{}_{}", type, "avg60")] = line.avg60;
   out[fmt::format("{}_{}", type, "avg300")] = line.avg300;
   out[fmt::format("{}_{}", type, "total")] = Json::Value::UInt64{line.total};
 }
 
-template <typename Collector>
-std::unique_ptr<Collector> makeCollector(const SystemStateCollectorConfig& config,
-                                         std::optional<TextSource> source) {
-  if (!source) return nullptr;
-  return std::make_unique<Collector>(config, std::move(*source));
+bool take(std::string_view& text, std::string_view expected) {
+  if (text.substr(0, expected.size()) != expected) return false;
+  text.remove_prefix(expected.size());
+  return true;
+}
+
+// Takes the digits that `text` begins with, appends them to `number` and returns how many there were.
+size_t takeDigits(std::string_view& text, uint64_t& number) {
+  size_t count = 0;
+  for (; count < text.size() && isDigit(text[count]); ++count) {
+    number = number * 10 + static_cast<uint64_t>(text[count] - '0');
+  }
+  text.remove_prefix(count);
+  return count;
+}
+
+// Takes a number of the kernel's form, "12.34". With at most seven digits, both operands of the division are
+// exact, so its result is the nearest float, which is scanf's result too.
+bool takeAverage(std::string_view& text, float& average) {
+  constexpr float kPowersOfTen[] = {1, 1e1F, 1e2F, 1e3F, 1e4F, 1e5F, 1e6F};
+  constexpr size_t kExactDigits = 7;
+  uint64_t number = 0;
+  const size_t whole = takeDigits(text, number);
+  if (whole == 0 || !take(text, ".")) return false;
+  const size_t fraction = takeDigits(text, number);
+  if (fraction == 0 || whole + fraction > kExactDigits) return false;
+  average = static_cast<float>(number) / kPowersOfTen[fraction];
+  return true;
+}
+
+bool takeTotal(std::string_view text, uint64_t& total) {
+  constexpr size_t kDigitsThatFit = 19;
+  const size_t count = takeDigits(text, total);
+  return count > 0 && count <= kDigitsThatFit;
+}
+
+// Parses a line of the form that every kernel writes; returns nullopt for any other. sscanf would make
+// parsing a third of a dump's cost.
+std::optional<PsiCollector::PsiLine> parseUsualLine(std::string_view line) {
+  PsiCollector::PsiLine result;
+  if (line.substr(0, 4) != "some" && line.substr(0, 4) != "full") return std::nullopt;
+  line.copy(result.type.data(), 4);
+  line.remove_prefix(4);
+  const bool usual = take(line, " avg10=") && takeAverage(line, result.avg10) &&    //
+                     take(line, " avg60=") && takeAverage(line, result.avg60) &&    //
+                     take(line, " avg300=") && takeAverage(line, result.avg300) &&  //
+                     take(line, " total=") && takeTotal(line, result.total);
+  if (!usual) return std::nullopt;
+  return result;
+}
+
+PsiCollector::PsiLine parseOtherLine(std::string_view line) {
+  PsiCollector::PsiLine result;
+  unsigned long total = 0;
+  // The number of fields read does not matter: the others keep their values.
+  // NOLINTNEXTLINE(cert-err34-c)
+  (void)std::sscanf(std::string(line).c_str(), "%4s avg10=%f avg60=%f avg300=%f total=%lu",
+                    result.type.data(), &result.avg10, &result.avg60, &result.avg300, &total);
+  result.total = total;
+  return result;
 }
 
 }  // namespace
 
-PsiCollector::PsiCollector(const SystemStateCollectorConfig& config, std::string resourceName,
-                           TextSource source)
-    : TextCollector(config, std::move(source), Evaluate::NewestFirst),
-      mResourceName(std::move(resourceName)) {}
-
-std::string PsiCollector::getDescription() const {
-  return fmt::format("Returns the PSI information by sampling {} file in /proc/pressure", mResourceName);
-}
-
-std::optional<TextSource> PsiCollector::init(const std::string& resourceName) {
-  return TextSource::open("/proc/pressure/" + resourceName);
-}
-
-std::string PsiCollector::historyName() const {
-  return fmt::format("psi_{}_history", mResourceName);
-}
-
-void PsiCollector::logBadStream() const {
-  __android_log_print(ANDROID_LOG_ERROR, nullptr, "PSI %s Stream is bad", mResourceName.c_str());
+PsiCollector::PsiLine PsiCollector::parseLine(std::string_view line) {
+  const auto usual = parseUsualLine(line);
+  return usual ? *usual : parseOtherLine(line);
 }
 
 void PsiCollector::extractMetrics(const RawMetric& sample, Json::Value& out) {
@@ -77,49 +123,37 @@ void PsiCollector::extractMetrics(const RawMetric& sample, Json::Value& out) {
   std::string_view line;
   while (nextLine(text, line)) {
     if (line.empty()) continue;
-    const PsiLine psi = parsePsiLine(line);
+    const PsiLine psi = parseLine(line);
     const std::string_view type = psi.type.data();
     if (type == "some") {
       writeMetrics(psi, kSome, out);
     } else if (type == "full") {
       writeMetrics(psi, kFull, out);
     } else {
-      writeOddMetrics(psi, psi.type.data(), out);
+      writeMetricsOfOtherType(psi, out);
     }
   }
 }
 
 std::unique_ptr<PsiCpuCollector> PsiCpuCollector::init(SystemStateCollectorConfig config) {
-  return makeCollector<PsiCpuCollector>(config, PsiCollector::init(kCpu));
+  return initFrom<PsiCpuCollector>(kCpu, config);
 }
 
 PsiCpuCollector::PsiCpuCollector(const SystemStateCollectorConfig& config, TextSource source)
     : PsiCollector(config, kCpu, std::move(source)) {}
 
-uint8_t PsiCpuCollector::getId() const {
-  return 1;
-}
-
 std::unique_ptr<PsiMemCollector> PsiMemCollector::init(SystemStateCollectorConfig config) {
-  return makeCollector<PsiMemCollector>(config, PsiCollector::init(kMemory));
+  return initFrom<PsiMemCollector>(kMemory, config);
 }
 
 PsiMemCollector::PsiMemCollector(const SystemStateCollectorConfig& config, TextSource source)
     : PsiCollector(config, kMemory, std::move(source)) {}
 
-uint8_t PsiMemCollector::getId() const {
-  return 2;
-}
-
 std::unique_ptr<PsiIoCollector> PsiIoCollector::init(SystemStateCollectorConfig config) {
-  return makeCollector<PsiIoCollector>(config, PsiCollector::init(kIo));
+  return initFrom<PsiIoCollector>(kIo, config);
 }
 
 PsiIoCollector::PsiIoCollector(const SystemStateCollectorConfig& config, TextSource source)
     : PsiCollector(config, kIo, std::move(source)) {}
-
-uint8_t PsiIoCollector::getId() const {
-  return 3;
-}
 
 }  // namespace Torv::OS::Diagnostics

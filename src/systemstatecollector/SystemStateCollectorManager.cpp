@@ -15,7 +15,9 @@ namespace Torv::OS::Diagnostics {
 namespace {
 
 using Config = SystemStateCollectorConfig;
+using CollectorsLock = Base::BasicLockGuard<CollectorsMutex>;
 
+// All standard collectors are made alike, but one of them shares files with others.
 template <typename Collector>
 std::unique_ptr<SystemStateCollector> make(const Config& config, ChargeFiles& /*chargeFiles*/) {
   return Collector::init(config);
@@ -33,7 +35,7 @@ struct StandardCollector {
   std::unique_ptr<SystemStateCollector> (*make)(const Config& config, ChargeFiles& chargeFiles);
 };
 
-// A minute of what is sampled every second, two of what is sampled every other.
+// The histories cover 60 seconds at a rate of 1, and 120 at a rate of 2.
 constexpr StandardCollector kStandardCollectors[] = {
     {"PsiMemCollector", 60, 1, make<PsiMemCollector>},
     {"PsiCpuCollector", 60, 1, make<PsiCpuCollector>},
@@ -70,9 +72,14 @@ std::unique_ptr<SystemStateCollectorManager> SystemStateCollectorManager::makeDe
   return manager;
 }
 
-SystemStateCollectorManager::SystemStateCollectorManager(PollStatistics& statistics)
+SystemStateCollectorManager::SystemStateCollectorManager()
+    : SystemStateCollectorManager(PollStatistics::ofProcess()) {}
+
+SystemStateCollectorManager::SystemStateCollectorManager(PollStatistics& statistics,
+                                                         const CollectorsMutex::Patience& patience)
     : mPollingTask(std::chrono::milliseconds(mPollIntervalMs), "SystemStateCollectorManagerPollingThread",
                    [this] { pollCollectors(); }),
+      mCollectorsMutex(patience),
       mStatistics(statistics) {}
 
 SystemStateCollectorManager::~SystemStateCollectorManager() {
@@ -89,22 +96,25 @@ void SystemStateCollectorManager::stopCollectorThread() {
   mPollingTask.stop(/*join=*/true);
 }
 
-std::unique_ptr<std::unordered_map<std::string, std::string>>
-SystemStateCollectorManager::dumpSystemStateHistory() {
-  auto histories = std::make_unique<std::unordered_map<std::string, std::string>>();
+std::unique_ptr<Base::StringMap> SystemStateCollectorManager::dumpSystemStateHistory() {
+  auto histories = std::make_unique<Base::StringMap>();
   const auto start = std::chrono::steady_clock::now();
-  Base::LockGuard lock(mCollectorsMutex);
+  if (!mCollectorsMutex.lockUnlessStuck()) {
+    noteDumpWithoutHistories();
+    return histories;
+  }
   for (const auto& [id, collector] : mCollectors) {
     const auto history = collector->dumpSystemStateHistory();
     if (history != nullptr) histories->merge(*history);
   }
   __android_log_print(ANDROID_LOG_DEBUG, nullptr, "System State data dump time, total: %llu ms",
                       static_cast<unsigned long long>(nsSince(start) / 1'000'000));
+  mCollectorsMutex.unlock();
   return histories;
 }
 
 size_t SystemStateCollectorManager::collectorCount() const {
-  Base::LockGuard lock(mCollectorsMutex);
+  const CollectorsLock lock(mCollectorsMutex);
   return mCollectors.size();
 }
 
@@ -118,24 +128,36 @@ void SystemStateCollectorManager::pollCollectors() {
         static_cast<unsigned long long>(warning->maxMs), static_cast<unsigned long long>(warning->averageMs));
   }
   ++mStatistics.pollCount;
+  if (const uint64_t dumps = mDumpsWithout.exchange(0); dumps > 0) {
+    __android_log_print(ANDROID_LOG_WARN, nullptr, "%llu system contexts went out without histories",
+                        static_cast<unsigned long long>(dumps));
+  }
 }
 
 void SystemStateCollectorManager::addCollector(std::unique_ptr<SystemStateCollector> collector) {
   const uint8_t id = collector->getId();
   __android_log_print(ANDROID_LOG_DEBUG, nullptr, "Adding new collector ID %d", id);
-  Base::LockGuard lock(mCollectorsMutex);
+  const CollectorsLock lock(mCollectorsMutex);
   mCollectors.emplace(id, std::move(collector));
 }
 
 void SystemStateCollectorManager::sampleCollectors() {
-  Base::LockGuard lock(mCollectorsMutex);
+  const CollectorsLock lock(mCollectorsMutex);
   for (const auto& [id, collector] : mCollectors) {
     const uint32_t rate = collector->getSampleRate();
     if (rate == 0 || mStatistics.pollCount % rate != 0) continue;
+    mSampledId = id;
     if (!collector->collectSystemStateData()) {
       __android_log_print(ANDROID_LOG_ERROR, nullptr, "Failed to read metrics for collector %i", id);
     }
   }
+}
+
+void SystemStateCollectorManager::noteDumpWithoutHistories() {
+  if (mDumpsWithout++ > 0) return;
+  __android_log_print(ANDROID_LOG_WARN, nullptr,
+                      "Collector %i hangs in its source; system contexts go out without histories",
+                      mSampledId.load());
 }
 
 }  // namespace Torv::OS::Diagnostics

@@ -1,42 +1,28 @@
 #include "TextCollector.h"
 
-#include <utility>
+#include <android/log.h>
 
 namespace Torv::OS::Diagnostics {
 
-TextCollector::TextCollector(const SystemStateCollectorConfig& config, TextSource source, Evaluate order)
-    : SystemStateCollector(config),
-      mOrder(order),
-      mSource(std::move(source)),
-      mBuffer(std::make_unique<CircularBuffer<RawMetric>>(config.getMaxSamples())) {}
+TextCollector::TextCollector(const SystemStateCollectorConfig& config, const SourceInfo& info,
+                             TextSource source)
+    : SampledCollector(config, info), mSource(std::move(source)) {}
 
 bool TextCollector::collectSystemStateData() {
   if (mSource.isBad()) {
-    logBadStream();
+    __android_log_print(ANDROID_LOG_ERROR, nullptr, "%s", mInfo.badStreamMessage);
     return false;
   }
-  Base::LockGuard lock(mMutex);
-  RawMetric& sample = mBuffer->reserve();
+  const Base::LockGuard lock(mMutex);
+  TextSample& sample = mBuffer.reserve();
   sample.timeMs = Utils::monotonicMilliseconds();
-  mSource.readInto(sample.text);
+  const bool wasReadable = std::exchange(mIsReadable, mSource.readInto(sample.text));
+  if (wasReadable && !mIsReadable) {
+    __android_log_print(ANDROID_LOG_ERROR, nullptr,
+                        "Cannot read %s, or it is larger than %zu bytes; its samples are empty", mInfo.path,
+                        TextSource::kMaxTextBytes);
+  }
   return true;
-}
-
-std::unique_ptr<SystemStateCollector::History> TextCollector::dumpSystemStateHistory() {
-  const uint64_t nowMs = Utils::monotonicMilliseconds();
-  mDumped.resize(getMaxSamples());
-  readFromCircularBuffer(mDumped);
-  auto history =
-      makeHistory(historyName(), nowMs, mDumped, mOrder,
-                  [this](const RawMetric& sample, Json::Value& metrics) { extractMetrics(sample, metrics); });
-  mDumped.clear();
-  return history;
-}
-
-uint64_t TextCollector::readFromCircularBuffer(std::vector<RawMetric>& out) const {
-  Base::LockGuard lock(mMutex);
-  out.resize(mBuffer->size());
-  return mBuffer->readAll(out.begin());
 }
 
 }  // namespace Torv::OS::Diagnostics

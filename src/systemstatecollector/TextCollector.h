@@ -2,50 +2,50 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
-#include <vector>
+#include <utility>
 
-#include "HistoryReport.h"
+#include "SampledCollector.h"
 #include "TextSource.h"
-#include "base/Mutex.h"
-#include "systemstatecollector/CircularBuffer.h"
-#include "systemstatecollector/SystemStateCollector.h"
 
 namespace Torv::OS::Diagnostics {
 
-// A collector whose source is one text file that the kernel writes anew for each reader. The file is opened
-// once; a sample is its whole text. Empty, torn or unreadable texts are samples like any other.
-class TextCollector : public SystemStateCollector {
- public:
-  struct RawMetric {
-    uint64_t timeMs = 0;
-    std::string text;
-  };
+struct TextSample {
+  uint64_t timeMs = 0;  // milliseconds of the monotonic clock
+  std::string text;     // the whole file; empty if it could not be read
+};
 
-  // False where the stream's bad bit was set when it came here. A read that fails is no such thing: it stores
-  // an empty text, and the next one tries again.
+// A collector whose source is one text file that the kernel writes anew for each reader. The file is opened
+// once and stays open; a sample is its whole text. A text that is empty, cut short or of another form is a
+// sample like any other: its metrics are what can be read of it.
+//
+// Dumps of one collector may run at the same time, unless its class says otherwise.
+class TextCollector : public SampledCollector<TextSample> {
+ public:
+  // Takes one sample. Returns false, logs an error and stores nothing if the source is a stream whose bad bit
+  // was set before. A failed read is not that: it stores an empty text, and the next sample tries again. The
+  // first failed read of an outage is logged.
   bool collectSystemStateData() override EXCLUDES(mMutex);
-  std::unique_ptr<History> dumpSystemStateHistory() override EXCLUDES(mMutex);
 
  protected:
-  TextCollector(const SystemStateCollectorConfig& config, TextSource source, Evaluate order);
+  // `info` must outlive the collector.
+  TextCollector(const SystemStateCollectorConfig& config, const SourceInfo& info, TextSource source);
+
+  // The factory of the collectors whose constructor takes a configuration and a source: opens the source that
+  // `info` names. Returns null and logs an error if it cannot be opened.
+  template <typename Collector>
+  static std::unique_ptr<Collector> initFrom(const SourceInfo& info,
+                                             const SystemStateCollectorConfig& config) {
+    std::optional<TextSource> source = TextSource::open(info.path);
+    if (!source) return nullptr;
+    return std::make_unique<Collector>(config, std::move(*source));
+  }
 
  private:
-  virtual std::string historyName() const = 0;
-  virtual void logBadStream() const = 0;
-  // Turns a sample into metrics. Called for each sample of a dump, in the order given at construction,
-  // without mMutex.
-  virtual void extractMetrics(const RawMetric& sample, Json::Value& out) = 0;
-
-  uint64_t readFromCircularBuffer(std::vector<RawMetric>& out) const EXCLUDES(mMutex);
-
-  const Evaluate mOrder;
-  // The samples of the dump under way; only its slots outlive it. Were they allocated for each dump, glibc
-  // would gather up the small blocks of the report before, which this one could have had as they are.
-  std::vector<RawMetric> mDumped;
-  TextSource mSource;  // only the polling thread's
-  mutable Base::Mutex mMutex;
-  const std::unique_ptr<CircularBuffer<RawMetric>> mBuffer PT_GUARDED_BY(mMutex);
+  // Both are used by the polling thread only.
+  TextSource mSource;
+  bool mIsReadable = true;
 };
 
 }  // namespace Torv::OS::Diagnostics

@@ -1,5 +1,7 @@
-// Takes lines, words and numbers off a text just as std::getline and stream extraction (`stream >> value`, in
-// the classic locale) would, without a stream. Works on any bytes.
+// Takes lines, words and numbers off the beginning of a text, with the results of std::getline and of stream
+// extraction (`stream >> value`) in the classic locale, but without a stream. All functions take any bytes.
+// "Takes off" means that the text's beginning is removed, white space in front of the word or number
+// included.
 #pragma once
 
 #include <cstdint>
@@ -8,8 +10,8 @@
 
 namespace Torv::OS::Diagnostics {
 
-// Takes the next line, without its newline, off `text`. False where nothing is left: a text that ends in a
-// newline has no empty line after it.
+// Takes the next line off `text` and stores it in `line` without its newline. Returns false if nothing is
+// left: a text that ends in a newline has no empty line after it.
 inline bool nextLine(std::string_view& text, std::string_view& line) {
   if (text.empty()) return false;
   const size_t end = text.find('\n');
@@ -30,7 +32,8 @@ inline void skipSpace(std::string_view& text) {
   while (!text.empty() && isSpace(text.front())) text.remove_prefix(1);
 }
 
-// Takes the next word off `text`: what stands between white space. Empty where there is none.
+// Takes the next word off `text`: the characters up to the next white space. Returns an empty text if there
+// is no word left.
 inline std::string_view nextWord(std::string_view& text) {
   skipSpace(text);
   size_t length = 0;
@@ -40,9 +43,9 @@ inline std::string_view nextWord(std::string_view& text) {
   return word;
 }
 
-// Takes a decimal number off `text`. False where a stream would have failed and would read no more numbers:
-// `value` is then 0 where no number stands there, and the largest value where the number is too large. A
-// minus sign is taken, and the value wraps.
+// Takes a decimal number off `text`. Returns false if a stream would have failed and read no more numbers:
+// `value` is then 0 if there is no number, and the largest value if the number is too large. A minus sign is
+// accepted, and the value wraps around.
 template <typename Unsigned>
 bool nextNumber(std::string_view& text, Unsigned& value) {
   constexpr Unsigned kMax = std::numeric_limits<Unsigned>::max();

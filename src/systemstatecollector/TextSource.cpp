@@ -5,15 +5,15 @@
 #include <utility>
 
 #include <android/log.h>
-#include <fcntl.h>
 #include <unistd.h>
 
+#include "base/Files.h"
 #include "os/DevicePath.h"
 
 namespace Torv::OS::Diagnostics {
 namespace {
 
-// Room for a text of `length` characters and for its counters to grow a digit or two.
+// Room for a text of `length` characters whose counters have grown a digit or two.
 size_t withSpare(size_t length) {
   return length + length / 4 + 32;
 }
@@ -21,55 +21,58 @@ size_t withSpare(size_t length) {
 }  // namespace
 
 std::optional<TextSource> TextSource::open(const std::string& path) {
-  android::base::unique_fd file(TEMP_FAILURE_RETRY(::open(devicePath(path).c_str(), O_RDONLY | O_CLOEXEC)));
+  auto file = Base::openForReading(devicePath(path));
   if (!file.ok()) {
     __android_log_print(ANDROID_LOG_ERROR, nullptr, "Failed to open %s", path.c_str());
     return std::nullopt;
   }
-  return TextSource(std::move(file));
+  return TextSource(std::move(*file));
 }
 
 TextSource::TextSource(std::ifstream stream) : mStream(std::move(stream)) {}
 
 TextSource::TextSource(android::base::unique_fd file) : mFile(std::move(file)) {}
 
-void TextSource::readInto(std::string& text) {
-  if (mFile.ok()) {
-    readFile(text);
-  } else {
-    readStream(text);
-  }
+bool TextSource::readInto(std::string& text) {
+  const bool isRead = mFile.ok() ? readFile(text) : readStream(text);
+  if (!isRead) std::string().swap(text);
+  return isRead;
 }
 
-// The kernel gives such a text in one piece where there is room for it. One that fills the room may have
-// more, and is read again from its start rather than continued: its second half would be of a later moment.
-void TextSource::readFile(std::string& text) {
+// The kernel delivers such a text with one read if there is room for all of it. If the text fills the room,
+// there may be more. It is then read again from the start: a second read would continue with a text of a
+// later moment.
+bool TextSource::readFile(std::string& text) {
   if (text.capacity() <= mLength) text.reserve(withSpare(mLength));
-  text.resize(text.capacity());
+  text.resize(std::min(text.capacity(), kMaxTextBytes + 1));
   ssize_t length = 0;
   while (true) {
     length = TEMP_FAILURE_RETRY(pread(mFile.get(), text.data(), text.size(), 0));
     if (length < static_cast<ssize_t>(text.size())) break;
-    text.resize(2 * text.size());
+    if (text.size() > kMaxTextBytes) return false;
+    text.resize(std::min(2 * text.size(), kMaxTextBytes + 1));
   }
-  text.resize(static_cast<size_t>(std::max(length, ssize_t{0})));
+  if (length < 0) return false;
+  text.resize(static_cast<size_t>(length));
   mLength = text.size();
+  return true;
 }
 
-void TextSource::readStream(std::string& text) {
+bool TextSource::readStream(std::string& text) {
   text.clear();
   mStream.clear();
   mStream.seekg(0);
-  // peek() fills the buffer and keeps a failed read to a state bit, where sgetn() would throw it; so sgetn()
-  // is asked only for what the buffer holds.
-  while (mStream.peek() != std::ifstream::traits_type::eof()) {
+  // peek() fills the stream's buffer and turns a failed read into a state bit; sgetn() would throw. So
+  // sgetn() is asked only for what the buffer holds.
+  while (text.size() <= kMaxTextBytes && mStream.peek() != std::ifstream::traits_type::eof()) {
     const size_t held = text.size();
     const std::streamsize ready = mStream.rdbuf()->in_avail();
     text.resize(held + static_cast<size_t>(ready));
     mStream.rdbuf()->sgetn(&text[held], ready);
   }
-  if (mStream.fail()) text.clear();
+  const bool isRead = !mStream.fail() && text.size() <= kMaxTextBytes;
   mStream.clear();
+  return isRead;
 }
 
 }  // namespace Torv::OS::Diagnostics

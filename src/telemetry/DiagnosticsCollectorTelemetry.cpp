@@ -1,7 +1,6 @@
 #include "telemetry/DiagnosticsCollectorTelemetry.h"
 
 #include <cstddef>
-#include <cstdlib>
 #include <utility>
 
 #include <android/log.h>
@@ -22,7 +21,7 @@ constexpr char kTag[] = "DiagnosticsCollectorService";
 
 OsSdkFunction<v5::CreateTelemetryHandler> gCreateTelemetryHandler(v5::kCreateTelemetryHandler);
 
-// In the order of the enumerations' values.
+// Each in the order of its enumeration's values.
 constexpr const char* kEventNames[] = {
     "diagnostics_collector_service_connect_start",
     "diagnostics_collector_service_connect_success",
@@ -40,12 +39,15 @@ constexpr const char* kEventNames[] = {
 constexpr const char* kEventTypes[] = {"error", "start", "success"};
 constexpr const char* kEventFlows[] = {"collector_service_flow", "notification_service_flow"};
 
+// Returns the text of `value`, or `invalid` if it is none of the enumeration.
 template <size_t N, typename Enum>
 const char* textOf(const char* const (&texts)[N], Enum value, const char* invalid) {
-  const auto index = static_cast<size_t>(static_cast<unsigned>(value));  // a negative value is out of range
+  const auto index =
+      static_cast<size_t>(static_cast<unsigned>(value));  // a negative value becomes a large one
   return index < N ? texts[index] : invalid;
 }
 
+// Returns null if the SDK is missing or creates no handler.
 std::shared_ptr<v5::ITelemetryHandler> createHandler() {
   auto* create = gCreateTelemetryHandler.get();
   if (create == nullptr) return nullptr;
@@ -90,8 +92,11 @@ bool DiagnosticsCollectorTelemetry::reportEvent(EventName name, EventType type, 
   record.clientAppId = clientAppId.value_or(0);
   record.processId = pid.value_or(0);
   const auto event = logger.createTelemetryEvent(record);
-  // The daemon does not run without the telemetry SDK; the loader has logged why it is missing.
-  if (event == nullptr) abort();
+  // The service must not run without the telemetry SDK.
+  if (event == nullptr) {
+    __android_log_assert(nullptr, kTag, "The telemetry SDK is missing or created no event for %s",
+                         record.clientEventName.c_str());
+  }
   const bool recorded = logger.record(event, false);
   if (!recorded) {
     __android_log_print(ANDROID_LOG_ERROR, kTag,

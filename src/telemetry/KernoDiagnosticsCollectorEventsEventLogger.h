@@ -6,39 +6,41 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include <ossdk/UnifiedTelemetry.h>
 
 namespace dobrel::arvr::structuredlogger::kerno_diagnostics_collector_events {
 
+// One event's values. An absent text is left out of the event.
 struct KernoDiagnosticsCollectorEventsEvent {
-  // Constant texts.
-  std::string_view eventType;
-  std::string_view eventFlow;
-  std::string_view clientEventName;
+  std::string eventType;
+  std::string eventFlow;
+  std::string clientEventName;
   std::optional<std::string> errorReason;
   std::optional<std::string> errorTrace;
   int64_t clientAppId = 0;
   int64_t processId = 0;
 };
 
-// Used by one thread.
+// Used by one thread at a time.
 class KernoDiagnosticsCollectorEventsEventLogger {
  public:
   using Handler = OSSDK::UnifiedTelemetry::v5::ITelemetryHandler;
   using Event = OSSDK::UnifiedTelemetry::v5::ITelemetryEvent;
 
-  // Takes over a handler of the SDK, to be destroyed through the SDK with its last reference.
+  // Takes ownership of a handler that the SDK created. The SDK destroys it when the last reference goes.
+  // Returns null for null.
   static std::shared_ptr<Handler> createSharedPtr(Handler* rawHandler);
 
-  // An empty handler makes a logger that creates and records nothing.
+  // A logger with a null handler creates and records nothing.
   explicit KernoDiagnosticsCollectorEventsEventLogger(std::shared_ptr<Handler> handler);
 
-  // The record as a closed event; empty where the handler is, or refuses the event.
+  // Returns the SDK's event with the values of `event`, ready to be recorded. Returns null if the handler is
+  // null or refuses to create an event.
   std::shared_ptr<Event> createTelemetryEvent(const KernoDiagnosticsCollectorEventsEvent& event);
 
-  // Whether the SDK recorded it. With `flush` the SDK returns only when it is on disk.
+  // Returns whether the SDK recorded `event`, which may be null. If `flush`, the SDK returns only when the
+  // event is on disk.
   bool record(const std::shared_ptr<Event>& event, bool flush);
 
  private:

@@ -18,6 +18,7 @@ TEST(FilesTest, aFileIsReadWholeUpToTheLimit) {
   const auto tooLarge = readFile(path, text.size() - 1);
   ASSERT_FALSE(tooLarge.ok());
   EXPECT_EQ(tooLarge.error().code(), EFBIG);
+  EXPECT_EQ(tooLarge.error().message(), path + ": more than 199999 bytes: File too large");
   EXPECT_FALSE(readFile("/proc/self/status", 1 << 20).value().empty());  // its size is given as 0
 }
 

@@ -15,6 +15,7 @@ namespace Torv {
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Pair;
 
@@ -119,8 +120,19 @@ TEST_F(ChainTest, aFileThatIsNoObjectEndsTheProcess) {
   }
   const std::string path = mDir.path("root/system_ext/etc/torv_crashreporter.conf");
   ASSERT_EQ(unlink(path.c_str()), 0);
-  ASSERT_EQ(mkdir(path.c_str(), 0755), 0);
+  ASSERT_EQ(mkfifo(path.c_str(), 0644), 0);  // nobody writes to it, so opening it must not wait
   EXPECT_DEATH(buildConfigurationChain(), message);
+}
+
+TEST_F(ChainTest, theErrorNamesTheLimitThatAFileExceeds) {
+  const auto error = [this](const std::string& text) {
+    writeFile(text);
+    const auto root = readServiceConfiguration();
+    return root.ok() ? "none" : root.error().message();
+  };
+  EXPECT_THAT(error(std::string(Base::kMaxJsonBytes + 1, ' ')), HasSubstr("more than 4194304 bytes"));
+  EXPECT_THAT(error(std::string(101, '[')), HasSubstr("nested deeper than 100 levels"));
+  EXPECT_THAT(error("[" + std::string(100'000, ',') + "]"), HasSubstr("holds more than 100000 values"));
 }
 
 }  // namespace

@@ -77,6 +77,18 @@ TEST_F(PreferencesConfigurationTest, aKeptStoreIsSetUpAtOnceUnlessLazy) {
   EXPECT_EQ(calls(), kSetUp + "getInt b, getInt b, ");
 }
 
+TEST_F(PreferencesConfigurationTest, aSetupByTheCallerKeepsTheStoreAndDoesWhatTheFlagsSay) {
+  const auto plain = make(1);
+  plain->setupPreferencesStoreManager();
+  EXPECT_NE(plain->getPreferencesStoreManager(), nullptr);
+  plain->getInt("b");
+  EXPECT_EQ(calls(), "create4, getInt b, ");
+  const auto checking = make(4);
+  mStore.numbers[kVersion] = 2;
+  checking->setupPreferencesStoreManager();
+  EXPECT_EQ(calls(), "create4, " + kReadVersion + kResets);
+}
+
 TEST_F(PreferencesConfigurationTest, anOldVersionIsResetInTheFixedOrderANewOneOrNoneIsLeftAlone) {
   make(6);
   EXPECT_EQ(calls(), kSetUp + kReadVersion + "destroy4, ");

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <future>
+#include <system_error>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -12,7 +13,7 @@ namespace {
 
 using std::chrono::hours, std::chrono::milliseconds, std::chrono::steady_clock;
 
-TEST(PeriodicTask, RunsAtOnceOnlyWhenAskedToOnAThreadNamedBefore) {
+TEST(PeriodicTaskTest, runsAtOnceOnlyIfAskedToAndOnANamedThread) {
   std::atomic<int> runs = 0;
   std::promise<std::string> name;
   PeriodicTask task(hours(1), "ApplicationStateManagerCleanupThread", [&] {
@@ -29,7 +30,7 @@ TEST(PeriodicTask, RunsAtOnceOnlyWhenAskedToOnAThreadNamedBefore) {
   EXPECT_EQ(runs, 1);
 }
 
-TEST(PeriodicTask, PausesForThePeriodAfterEachRunOfItsOneWorker) {
+TEST(PeriodicTaskTest, pausesForThePeriodAfterEachRunOfItsOneWorker) {
   constexpr milliseconds kPeriod(5);
   std::vector<steady_clock::duration> pauses;  // which two workers would be seen to race for
   steady_clock::time_point ended = steady_clock::now();
@@ -45,7 +46,7 @@ TEST(PeriodicTask, PausesForThePeriodAfterEachRunOfItsOneWorker) {
   for (const auto pause : pauses) EXPECT_GE(pause, kPeriod);
 }
 
-TEST(PeriodicTask, LeavesARunBehindThatEndsByItself) {
+TEST(PeriodicTaskTest, leavesARunBehindThatEndsByItself) {
   std::atomic<int> runs = 0;
   auto worker = std::make_shared<int>();  // held by every worker that could run the callback
   std::promise<void> entered, leave, second;
@@ -70,7 +71,43 @@ TEST(PeriodicTask, LeavesARunBehindThatEndsByItself) {
   EXPECT_EQ(runs, before);
 }
 
-TEST(PeriodicTask, TakesStartsAndStopsFromSeveralThreads) {
+TEST(PeriodicTaskTest, thePeriodBeyondAllTimesMeansNever) {
+  std::atomic<int> runs = 0;
+  std::promise<void> first;
+  PeriodicTask task(std::chrono::microseconds::max(), "task", [&] {
+    if (++runs == 1) first.set_value();
+  });
+  task.start(true);
+  first.get_future().wait();
+  task.stop(true);
+  EXPECT_EQ(runs, 1) << "a wait that has overflowed ends at once";
+}
+
+// A stack of 2^60 bytes cannot be had, so no thread can be created with it.
+TEST(PeriodicTaskTest, aStartThatFailsLeavesTheTaskStoppedAndUsable) {
+  std::promise<void> ran;
+  PeriodicTask task(hours(1), "task", [&] { ran.set_value(); });
+  pthread_attr_t usual, huge;
+  ASSERT_EQ(pthread_getattr_default_np(&usual), 0);
+  ASSERT_EQ(pthread_attr_init(&huge), 0);
+  ASSERT_EQ(pthread_attr_setstacksize(&huge, size_t{1} << 60), 0);
+  ASSERT_EQ(pthread_setattr_default_np(&huge), 0);
+  bool failed = false;
+  try {
+    task.start(true);
+  } catch (const std::system_error&) {
+    failed = true;
+  }
+  ASSERT_EQ(pthread_setattr_default_np(&usual), 0);
+  EXPECT_TRUE(failed);
+  task.stop(true);  // both would wait for ever for a lock that the failed start had kept
+  task.start(true);
+  ran.get_future().wait();
+  pthread_attr_destroy(&usual);
+  pthread_attr_destroy(&huge);
+}
+
+TEST(PeriodicTaskTest, takesStartsAndStopsFromSeveralThreads) {
   auto runs = std::make_shared<std::atomic<int>>(0);  // may outlive the test in a worker left behind
   {
     PeriodicTask task(std::chrono::microseconds(50), "task", [runs] { ++*runs; });

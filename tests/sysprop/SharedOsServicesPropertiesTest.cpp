@@ -7,7 +7,7 @@
 namespace pellux::sysprop::SharedOsServicesProperties {
 namespace {
 
-TEST(PropertyFlags, ReadEachItsOwnPropertyAsTrueFalseOrUnset) {
+TEST(PropertyFlagsTest, readEachItsOwnPropertyAsTrueFalseOrUnset) {
   const test::TempDir runtime;
   const test::ScopedEnv env("TORV_RUNTIME_DIR", runtime.path());
   EXPECT_EQ(enable_diagnostics_collector_correlation(), std::nullopt);  // no property area at all

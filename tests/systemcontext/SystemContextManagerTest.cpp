@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 
+#include "configuration/DefaultConfiguration.h"
 #include "support/LogCapture.h"
 #include "support/TempDir.h"
 
@@ -13,7 +14,7 @@ namespace {
 using testing::Contains, testing::StartsWith;
 using Values = std::unordered_map<std::string, std::string>;
 
-TEST(BuildTags, AreFlagsAndNamedValuesAndNothingWithoutAName) {
+TEST(BuildTagsTest, areFlagsAndNamedValuesAndNothingWithoutAName) {
   const std::pair<std::string, std::set<std::string>> cases[] = {
       {"release-keys", {"release-keys"}},
       {"user,a:1,user,b:", {"user", "a=1", "b="}},
@@ -27,16 +28,34 @@ TEST(BuildTags, AreFlagsAndNamedValuesAndNothingWithoutAName) {
   };
   for (const auto& [tags, expected] : cases) {
     std::unordered_set<std::string> flags;
+    std::set<std::string> all;
     Values values;
     EXPECT_TRUE(SystemContextManager::parseBuildTags(tags, flags, values));
-    std::set<std::string> all(flags.begin(), flags.end());
+    EXPECT_TRUE(SystemContextManager::parseBuildTags(tags, all, values));
+    EXPECT_EQ(std::set<std::string>(flags.begin(), flags.end()), all);
     for (const auto& [name, value] : values) all.insert(std::string(name).append("=").append(value));
     EXPECT_EQ(all, expected);
   }
 }
 
+// A manager whose only history has the name of a context key.
+class NamesakeHistory : public SystemStateCollectorManager {
+ public:
+  std::unique_ptr<Base::StringMap> dumpSystemStateHistory() override {
+    return std::make_unique<Base::StringMap>(Base::StringMap{{"build_tags", "a history"}, {"other", "too"}});
+  }
+};
+
+TEST(SystemContextManagerTest, aHistoryNeverReplacesAnEntryOfItsName) {
+  auto configuration = std::make_shared<OverridableConfiguration>(std::make_unique<DefaultConfiguration>());
+  SystemContextManager manager(std::move(configuration), std::make_unique<NamesakeHistory>());
+  const Values context = manager.getSystemContext();
+  EXPECT_EQ(context.at("build_tags"), manager.getRawBuildTags());
+  EXPECT_EQ(context.at("other"), "too");
+}
+
 // The only test that may build the configuration chain, of which a process has one.
-TEST(SystemContextManager, JoinsFilePreferencesPropertiesAndHistories) {
+TEST(SystemContextManagerTest, joinsFilePreferencesPropertiesAndHistories) {
   constexpr char kConfiguration[] = "system_ext/etc/torv_crashreporter.conf";
   constexpr char kDisabled[] = "System state collector manager disabled via ADC\n";
   const test::TempDir device;
@@ -77,7 +96,8 @@ TEST(SystemContextManager, JoinsFilePreferencesPropertiesAndHistories) {
                                   "persist.device_config.pellux_shared_os_services."
                                   "oscontrol_enable_diagnostic_collector_service_corr=true\n");
   EXPECT_EQ(SystemContextManager::makeDefaultManager()->getSystemContext(), expected);
-  EXPECT_EQ(log.count("Failed to create system state collector manager\n"), 1U);  // a device without sources
+  EXPECT_EQ(log.count("Failed to create system state collector manager\n"), 1U)
+      << "this device has no source";
   EXPECT_EQ(log.count(kDisabled), 1U);
 
   device.write("proc/meminfo", "MemTotal: 2048 kB\nMemFree: 1024 kB\nMemAvailable: 1536 kB\n");

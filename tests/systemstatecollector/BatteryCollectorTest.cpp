@@ -1,8 +1,11 @@
 #include "BatteryCollector.h"
 
+#include <limits>
 #include <string>
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "Source.h"
 #include "support/LogCapture.h"
@@ -40,29 +43,29 @@ class BatteryCollectorTest : public testing::Test {
 
 }  // namespace
 
-TEST_F(BatteryCollectorTest, ReportsTheShareOfTheFullChargeAsItIsNow) {
+TEST_F(BatteryCollectorTest, reportsTheShareOfTheFullChargeAsItIsNow) {
   set("", "");
   const auto collector = makeCollector();
   EXPECT_EQ(percent(*collector, "3000\n", "4000\n"), "75.0}");
+  EXPECT_EQ(percent(*collector, "1000", "4000"), "25.0}") << "a number needs no newline";
   EXPECT_EQ(percent(*collector, "5000\n", "4000\n"), "125.0}");
   EXPECT_EQ(percent(*collector, "abc", "2\n"), "0.0}") << "text that is no number is no failed reading";
   EXPECT_EQ(percent(*collector, "1000000000000\n", "1\n"), "99999999590400.0}")
       << "the ratio is a 32-bit float";
 }
 
-TEST_F(BatteryCollectorTest, AFailedReadingRepeatsWhatTheSlotHeld) {
+TEST_F(BatteryCollectorTest, aFailedReadingRepeatsWhatTheSlotHeld) {
   set("", "");
   const auto collector = makeCollector(2);
   EXPECT_EQ(percent(*collector, "1\n", "4\n"), "25.0}");
   EXPECT_EQ(percent(*collector, "2\n", "4\n"), "50.0}");
   EXPECT_EQ(percent(*collector, "3\n", "0\n"), "25.0}");
   EXPECT_EQ(percent(*collector, "", "4\n"), "50.0}");
-  EXPECT_EQ(percent(*collector, "3", "4\n"), "25.0}");
-  EXPECT_EQ(percent(*collector, "3\n", "4"), "50.0}");
+  EXPECT_EQ(percent(*collector, "3\n", " \n"), "25.0}");
   EXPECT_EQ(percent(*collector, "3\n", "4\n"), "75.0}");
 }
 
-TEST_F(BatteryCollectorTest, NeedsBothFilesAndTriesEachOnce) {
+TEST_F(BatteryCollectorTest, needsBothFilesAndTriesEachOnce) {
   test::LogCapture log;
   mRoot.write(kCounter, "1\n");
   EXPECT_EQ(makeCollector(), nullptr);
@@ -72,14 +75,28 @@ TEST_F(BatteryCollectorTest, NeedsBothFilesAndTriesEachOnce) {
             test::Strings(2, "Failed to open /sys/class/power_supply/battery/charge_full"));
 }
 
-TEST_F(BatteryCollectorTest, AFileThatCannotBeReadIsAFailedReading) {
-  mRoot.write(std::string(kCounter) + "/a_directory", "");
-  mRoot.write(kFull, "4\n");
-  ASSERT_TRUE(mFiles.open());
+TEST_F(BatteryCollectorTest, whatIsNoRegularFileIsNotOpened) {
+  test::LogCapture log;
+  set("1\n", "4\n");
+  ASSERT_EQ(unlink(mRoot.path(kFull).c_str()), 0);
+  ASSERT_EQ(mkfifo(mRoot.path(kFull).c_str(), 0600), 0);
+  EXPECT_EQ(makeCollector(), nullptr);
+  EXPECT_EQ(log.count("Failed to open /sys/class/power_supply/battery/charge_full"), 1U);
   EXPECT_FALSE(mFiles.readRatio());
 }
 
-TEST_F(BatteryCollectorTest, ACollectorThatGoesTakesOnlyTheFullChargeWithIt) {
+TEST_F(BatteryCollectorTest, readsANumberAsScanfDoes) {
+  constexpr auto parse = &BatteryCollector::parseNumber;
+  EXPECT_EQ(parse(" \t-42 7"), -42);
+  EXPECT_EQ(parse("+5"), 5);
+  EXPECT_EQ(parse("+-5"), 0);
+  EXPECT_EQ(parse("-"), 0);
+  EXPECT_EQ(parse("-99999999999999999999"), std::numeric_limits<int64_t>::min());
+  EXPECT_EQ(parse("99999999999999999999"), std::numeric_limits<int64_t>::max());
+  EXPECT_EQ(parse(" \n"), std::nullopt);
+}
+
+TEST_F(BatteryCollectorTest, aCollectorThatGoesTakesOnlyTheFullChargeWithIt) {
   set("1\n", "4\n");
   auto first = makeCollector();
   const auto second = makeCollector(1);

@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "ChargeFiles.h"
+#include "BatteryCollector.h"
 #include "Source.h"
 #include "support/LogCapture.h"
 #include "systemstatecollector/SystemStateCollectorManager.h"
@@ -18,7 +18,7 @@ namespace {
 
 using Doubles = std::vector<double>;
 
-class DeviceRoot : public testing::Test {
+class DeviceRootTest : public testing::Test {
  protected:
   // A device of which everything that is measured stands at `step`.
   void writeDevice(int step) const {
@@ -56,7 +56,7 @@ class DeviceRoot : public testing::Test {
 
 }  // namespace
 
-TEST_F(DeviceRoot, AllSevenFollowTheDevicesFiles) {
+TEST_F(DeviceRootTest, allSevenFollowTheDevicesFiles) {
   writeDevice(1);
   const auto manager = makeManager(mRoot.path());
   ASSERT_EQ(manager->collectorCount(), 7U);
@@ -79,7 +79,7 @@ TEST_F(DeviceRoot, AllSevenFollowTheDevicesFiles) {
   EXPECT_EQ(series(*histories, "battery_state_history", "BatteryCharge_%"), (Doubles{30, 10}));
 }
 
-TEST_F(DeviceRoot, PollsAndDumpsGoOnAtTheSameTime) {
+TEST_F(DeviceRootTest, pollsAndDumpsGoOnAtTheSameTime) {
   writeDevice(1);
   const auto manager = makeManager(mRoot.path());
   std::atomic<bool> dumping{true};
@@ -98,7 +98,7 @@ TEST_F(DeviceRoot, PollsAndDumpsGoOnAtTheSameTime) {
   }
 }
 
-TEST_F(DeviceRoot, TheRealFilesOfThisMachineAreReported) {
+TEST_F(DeviceRootTest, theRealFilesOfThisMachineAreReported) {
   const auto manager = makeManager("");
   ASSERT_NE(manager, nullptr);
   manager->pollCollectors();

@@ -1,5 +1,6 @@
 // What collectors are made of: the ring, the report, the accounting of polls, the reading of a text.
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <iterator>
@@ -9,7 +10,6 @@
 
 #include <gtest/gtest.h>
 
-#include "HistoryReport.h"
 #include "PsiCollector.h"
 #include "Source.h"
 #include "support/LogCapture.h"
@@ -37,8 +37,12 @@ struct Sample {
 };
 
 std::string report(uint64_t nowMs, const std::vector<Sample>& samples) {
-  const auto write = [](const Sample& sample, Json::Value& out) { out["m"] = sample.value; };
-  return makeHistory("name", nowMs, samples, Evaluate::NewestFirst, write)->at("name");
+  std::vector<SystemStateCollector::Utils::TimedMetrics> history(samples.size());
+  for (size_t i = 0; i < samples.size(); ++i) {
+    history[i].timeMs = samples[i].timeMs;
+    history[i].metrics["m"] = samples[i].value;
+  }
+  return SystemStateCollector::Utils::makeHistory("name", nowMs, std::move(history))->at("name");
 }
 
 bool reports(const Json::Value& value, const std::string& written) {
@@ -53,7 +57,7 @@ std::string warning(PollStatistics& statistics, int64_t elapsedNs) {
 
 }  // namespace
 
-TEST(CircularBuffer, HoldsTheLastSamplesOldestFirst) {
+TEST(CircularBufferTest, holdsTheLastSamplesOldestFirst) {
   EXPECT_EQ(held(3, 0), (std::vector<int>{}));
   EXPECT_EQ(held(3, 3), (std::vector<int>{1, 2, 3}));
   EXPECT_EQ(held(3, 7), (std::vector<int>{5, 6, 7}));
@@ -61,7 +65,7 @@ TEST(CircularBuffer, HoldsTheLastSamplesOldestFirst) {
   EXPECT_EQ(held(0, 2), (std::vector<int>{}));
 }
 
-TEST(Report, ListsTheNewestSampleFirstWithItsUnsignedAge) {
+TEST(ReportTest, listsTheNewestSampleFirstWithItsUnsignedAge) {
   EXPECT_EQ(report(1234, {}),
             "{\n\t\"report_time_ms\" : 1234,\n\t\"time_series\" : [],\n\t\"version\" : \"1.0\"\n}");
   EXPECT_EQ(test::json(report(3000, {{1000, 1}, {3000, 2}, {3001, 3}})), test::json(R"({
@@ -69,7 +73,7 @@ TEST(Report, ListsTheNewestSampleFirstWithItsUnsignedAge) {
       {"dt_ms": 0, "v": {"m": 2}}, {"dt_ms": 2000, "v": {"m": 1}}]})"));
 }
 
-TEST(Report, CutsFloatingPointToTwoDecimalsAndNothingElse) {
+TEST(ReportTest, cutsFloatingPointToTwoDecimalsAndNothingElse) {
   EXPECT_TRUE(reports(12.3456, "12.35"));
   EXPECT_TRUE(reports(25.0, "25.0"));
   EXPECT_TRUE(reports(0, "0"));
@@ -77,14 +81,14 @@ TEST(Report, CutsFloatingPointToTwoDecimalsAndNothingElse) {
   EXPECT_TRUE(reports(Json::UInt64{18446744073709551615U}, "18446744073709551615"));
 }
 
-TEST(Report, TimesAreWholeMilliseconds) {
+TEST(ReportTest, timesAreWholeMilliseconds) {
   using Utils = SystemStateCollector::Utils;
   EXPECT_EQ(Utils::toMilliseconds({1, 999'999'999}), 1999U);
   // After some thirty years the double between nanoseconds and milliseconds rounds up.
   EXPECT_EQ(Utils::toMilliseconds({1'000'000'000, 999'999'999}), 1'000'000'001'000U);
 }
 
-TEST(PollStatistics, EveryPollOver100WholeMillisecondsWarns) {
+TEST(PollStatisticsTest, everyPollOver100WholeMillisecondsWarns) {
   PollStatistics statistics;
   EXPECT_EQ(warning(statistics, 100'999'999), "none");
   EXPECT_EQ(warning(statistics, 150'000'000), "150 15");
@@ -93,52 +97,83 @@ TEST(PollStatistics, EveryPollOver100WholeMillisecondsWarns) {
   EXPECT_EQ(warning(statistics, 101'000'000), "300 10");
 }
 
-TEST(TextSource, ReadsATextOfAnySizeWhole) {
-  const test::TempDir root;
-  const test::ScopedEnv environment("TORV_DEVICE_ROOT", root.path());
-  root.write("text", "");
-  auto opened = TextSource::open("/text");
-  ASSERT_TRUE(opened);
-  std::ifstream stream(root.path("text"));
-  stream.setstate(std::ios::eofbit | std::ios::failbit);
-  TextSource adopted(std::move(stream));
-  // Around the sizes of the buffers that it comes through, longer and shorter in turn; the first fills the
-  // room that is made for a file's first text.
-  for (const size_t size : {1'312, 40'000, 8'193, 8'192, 8'191, 1, 0, 100'000}) {
+class TextSourceTest : public testing::Test {
+ protected:
+  // The same file both ways: as init() opens it, and as a constructor takes it.
+  std::vector<TextSource> bothWays(const std::string& name) const {
+    std::vector<TextSource> sources;
+    sources.push_back(std::move(*TextSource::open("/" + name)));
+    sources.emplace_back(std::ifstream(mRoot.path(name)));
+    return sources;
+  }
+
+  const test::TempDir mRoot;
+  const test::ScopedEnv mEnvironment{"TORV_DEVICE_ROOT", mRoot.path()};
+};
+
+TEST_F(TextSourceTest, readsATextOfAnySizeWholeUpToTheLimit) {
+  constexpr size_t kLimit = TextSource::kMaxTextBytes;
+  mRoot.write("text", "");
+  auto sources = bothWays("text");
+  // Around the sizes of the buffers that a text passes through, longer and shorter in turn. The first one
+  // fills the room that is made for a file's first text.
+  for (const size_t size : {size_t{1'312}, size_t{40'000}, size_t{8'193}, size_t{8'192}, size_t{8'191},
+                            kLimit, kLimit + 1, size_t{1}, size_t{0}, size_t{100'000}}) {
     std::string text(size, 'x');
     if (size > 0) text.back() = 'y';
-    root.write("text", text);
-    for (TextSource* const source : {&*opened, &adopted}) {
+    mRoot.write("text", text);
+    if (size > kLimit) text.clear();
+    for (TextSource& source : sources) {
       std::string found = "the text before";
-      source->readInto(found);
+      EXPECT_EQ(source.readInto(found), size <= kLimit) << size;
       EXPECT_TRUE(found == text) << size << " characters read as " << found.size();
     }
   }
 }
 
-// A directory opens like a file and fails to read, as a file does whose driver has gone for a while.
-TEST(TextSource, RecoversFromAFailedRead) {
-  const test::TempDir directory;
-  const test::ScopedEnv environment("TORV_DEVICE_ROOT", directory.path());
-  for (const bool adopted : {false, true}) {
+TEST_F(TextSourceTest, aSparseGigabyteCostsOnlyTheLimit) {
+  ASSERT_EQ(truncate(mRoot.write("text", "").c_str(), off_t{1} << 30), 0);
+  for (TextSource& source : bothWays("text")) {
+    std::string text;
+    EXPECT_FALSE(source.readInto(text));
+    EXPECT_LT(text.capacity(), 100U);
+  }
+}
+
+// A descriptor that is open for writing only fails to be read, as one does whose driver is gone for a while.
+TEST_F(TextSourceTest, recoversFromAFailedRead) {
+  const std::string path = mRoot.write("file", "readable");
+  for (const bool streamed : {false, true}) {
     const int descriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    close(descriptor);  // so that it is the source's
-    TextSource source =
-        adopted ? TextSource(std::ifstream(directory.path())) : std::move(*TextSource::open("/"));
+    close(descriptor);  // the source gets this number
+    TextSource source = streamed ? TextSource(std::ifstream(path)) : std::move(*TextSource::open("/file"));
+    const auto replaceBy = [descriptor, &path](int flags) {
+      const int other = open(path.c_str(), flags | O_CLOEXEC);
+      ASSERT_EQ(dup3(other, descriptor, O_CLOEXEC), descriptor);
+      close(other);
+    };
     std::string text = "the text before";
-    source.readInto(text);
+    replaceBy(O_WRONLY);
+    EXPECT_FALSE(source.readInto(text));
     EXPECT_EQ(text, "");
     EXPECT_FALSE(source.isBad());
-    const int readable = open(directory.write("file", "readable").c_str(), O_RDONLY | O_CLOEXEC);
-    ASSERT_EQ(dup3(readable, descriptor, O_CLOEXEC), descriptor);
-    close(readable);
-    source.readInto(text);
+    replaceBy(O_RDONLY);
+    EXPECT_TRUE(source.readInto(text));
     EXPECT_EQ(text, "readable");
   }
 }
 
-TEST(TextCollector, ABadStreamIsReportedEachTimeAndStoresNothing) {
-  std::ifstream stream = test::Source("text").open();
+TEST_F(TextSourceTest, whatIsNoRegularFileIsNotOpened) {
+  const test::LogCapture log;
+  ASSERT_EQ(mkfifo(mRoot.path("fifo").c_str(), 0600), 0);
+  ASSERT_EQ(symlink("/dev/zero", mRoot.path("device").c_str()), 0);
+  for (const char* path : {"/fifo", "/device", "/"}) EXPECT_FALSE(TextSource::open(path));
+  EXPECT_EQ(log.texts(ANDROID_LOG_ERROR),
+            (Strings{"Failed to open /fifo", "Failed to open /device", "Failed to open /"}));
+}
+
+TEST(TextCollectorTest, aBadStreamIsReportedEachTimeAndStoresNothing) {
+  std::ifstream stream = test::Source("text", "text").open();
   stream.setstate(std::ios::badbit);
   PsiIoCollector collector(SystemStateCollectorConfig(60, 1), std::move(stream));
   const test::LogCapture log;
@@ -146,4 +181,19 @@ TEST(TextCollector, ABadStreamIsReportedEachTimeAndStoresNothing) {
   EXPECT_FALSE(collector.collectSystemStateData());
   EXPECT_EQ(log.texts(ANDROID_LOG_ERROR), Strings(2, "PSI io Stream is bad"));
   EXPECT_EQ(test::metrics(collector), Strings{});
+}
+
+TEST(TextCollectorTest, anOutageIsLoggedOnceAndItsSamplesAreEmpty) {
+  test::Source source("proc/pressure/io");
+  const auto collector = PsiIoCollector::init(SystemStateCollectorConfig(60, 1));
+  const std::string tooLong(TextSource::kMaxTextBytes + 1, 'x');
+  const test::LogCapture log;
+  for (const std::string& text : {tooLong, tooLong, std::string("\n"), tooLong}) {
+    source.set(text);
+    EXPECT_TRUE(collector->collectSystemStateData());
+  }
+  EXPECT_EQ(
+      log.texts(ANDROID_LOG_ERROR),
+      Strings(2, "Cannot read /proc/pressure/io, or it is larger than 131072 bytes; its samples are empty"));
+  EXPECT_EQ(test::metrics(*collector), Strings(4, "{}"));
 }

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <functional>
+#include <future>
 #include <string>
 #include <thread>
 #include <vector>
@@ -13,6 +14,7 @@
 #include "support/LogCapture.h"
 
 using namespace Torv::OS::Diagnostics;
+using std::chrono::milliseconds, std::chrono::steady_clock;
 using test::Strings;
 using testing::ElementsAre;
 using testing::MatchesRegex;
@@ -34,6 +36,8 @@ class FakeCollector : public SystemStateCollector {
   const std::function<bool()> mSample;
 };
 
+constexpr CollectorsMutex::Patience kPatience{milliseconds(50), milliseconds(1500), 2};
+
 class SystemStateCollectorManagerTest : public testing::Test {
  protected:
   void add(uint8_t id, uint32_t rate, std::function<bool()> sample) {
@@ -42,12 +46,12 @@ class SystemStateCollectorManagerTest : public testing::Test {
 
   test::LogCapture mLog;
   PollStatistics mStatistics;
-  SystemStateCollectorManager mManager{mStatistics};
+  SystemStateCollectorManager mManager{mStatistics, kPatience};
 };
 
 }  // namespace
 
-TEST_F(SystemStateCollectorManagerTest, SamplesEachInItsTurnWhateverAnotherDoes) {
+TEST_F(SystemStateCollectorManagerTest, samplesEachInItsTurnWhateverAnotherDoes) {
   std::vector<int> samples(4);
   for (const uint8_t rate : {0, 1, 2, 3}) {
     add(rate, rate, [&samples, rate] { return ++samples[rate] > 0 && rate != 3; });
@@ -65,7 +69,59 @@ TEST_F(SystemStateCollectorManagerTest, SamplesEachInItsTurnWhateverAnotherDoes)
   EXPECT_EQ(mLog.texts(ANDROID_LOG_ERROR), Strings(2, "Failed to read metrics for collector 3"));
 }
 
-TEST_F(SystemStateCollectorManagerTest, WarnsOfAPollThatTookTooLong) {
+// A driver that hangs, in a poll: the collector returns when the test ends.
+class HangingDriverTest : public SystemStateCollectorManagerTest {
+ protected:
+  HangingDriverTest() {
+    mManager.addCollector(std::make_unique<FakeCollector>(9, 1, [this] {
+      mEntered.set_value();
+      mLeave.get_future().wait();
+      return true;
+    }));
+    mPoll = std::thread([this] { mManager.pollCollectors(); });
+    mEntered.get_future().wait();
+  }
+
+  // How long a dump took that found the lock taken.
+  milliseconds dumpTime() {
+    const auto start = steady_clock::now();
+    EXPECT_TRUE(mManager.dumpSystemStateHistory()->empty());
+    return std::chrono::duration_cast<milliseconds>(steady_clock::now() - start);
+  }
+
+  void endPoll() {
+    mLeave.set_value();
+    mPoll.join();
+  }
+
+  std::promise<void> mEntered, mLeave;
+  std::thread mPoll;
+};
+
+TEST_F(HangingDriverTest, twoCallersWaitForItAndTheOthersDoNot) {
+  std::vector<std::future<milliseconds>> waits;
+  for (int i = 0; i < 8; ++i) waits.push_back(std::async(std::launch::async, [this] { return dumpTime(); }));
+  int patient = 0;
+  for (auto& wait : waits) {
+    if (wait.get() > (kPatience.busy + kPatience.stuck) / 2) ++patient;
+  }
+  EXPECT_EQ(patient, 2);
+  EXPECT_LT(dumpTime(), kPatience.busy) << "nobody waits for a driver that has hung so long";
+  EXPECT_EQ(mLog.texts(ANDROID_LOG_WARN),
+            Strings{"Collector 9 hangs in its source; system contexts go out without histories"});
+  mLog.clear();
+  endPoll();
+  EXPECT_EQ(mLog.count("9 system contexts went out without histories"), 1U);
+}
+
+TEST_F(HangingDriverTest, aDumpThatWaitsGoesOnWhenTheDriverDoes) {
+  auto dump = std::async(std::launch::async, [this] { return dumpTime(); });
+  endPoll();
+  dump.get();
+  EXPECT_EQ(mLog.count("Collector 9 hangs in its source; system contexts go out without histories"), 0U);
+}
+
+TEST_F(SystemStateCollectorManagerTest, warnsOfAPollThatTookTooLong) {
   add(1, 1, [] {
     std::this_thread::sleep_for(std::chrono::milliseconds(102));
     return true;

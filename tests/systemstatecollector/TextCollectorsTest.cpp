@@ -1,5 +1,6 @@
 // The metrics that the kernel's texts are turned into, whatever the texts hold.
 #include <string>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -12,17 +13,26 @@
 
 using namespace Torv::OS::Diagnostics;
 using namespace std::string_literals;
-using test::metricsOf;
 using test::Strings;
 
 namespace {
+
+Strings psiMetrics(std::initializer_list<std::string_view> texts) {
+  return test::metricsOf<PsiMemCollector>("proc/pressure/memory", texts);
+}
+Strings cpuMetrics(std::initializer_list<std::string_view> texts) {
+  return test::metricsOf<CpuUsageCollector>("proc/stat", texts);
+}
+Strings gpuMetrics(std::initializer_list<std::string_view> texts) {
+  return test::metricsOf<GpuCollector>("sys/class/kgsl/kgsl-3d0/gpubusy_accum", texts);
+}
 
 std::string recorded(const std::string& name) {
   return test::readFile(DIAG_TEST_DATA "/" + name);
 }
 
 std::string psi(const std::string& text) {
-  return metricsOf<PsiMemCollector>({text}).at(0);
+  return psiMetrics({text}).at(0);
 }
 
 std::string psiLine(const std::string& type, const std::string& avg10, const std::string& avg60,
@@ -44,17 +54,17 @@ Strings gpu(const Strings& percents) {
   return utilizations("GpuUtilization_%", percents);
 }
 
-// The metrics of a meminfo text, and behind them "!" where the log says that they are incomplete.
+// The metrics of a meminfo text, followed by "!" if the log says that they are incomplete.
 std::string memInfo(const std::string& text) {
   const test::LogCapture log;
-  std::string line = metricsOf<SystemMemInfoCollector>({text}).at(0);
+  std::string line = test::metricsOf<SystemMemInfoCollector>("proc/meminfo", {text}).at(0);
   if (log.count("Did not find all required metrics in /proc/meminfo") > 0) line += "!";
   return line;
 }
 
 }  // namespace
 
-TEST(PsiCollector, ReportsTheLinesThatTheKernelHas) {
+TEST(PsiCollectorTest, reportsTheLinesThatTheKernelHas) {
   const std::string some = psiLine("some", "1.53", "0.87", "0.2", "6227413");
   EXPECT_EQ(psi(recorded("pressure-cpu-4.20")), "{" + some + "}");
   EXPECT_EQ(psi(recorded("pressure-cpu-5.13")),
@@ -64,8 +74,8 @@ TEST(PsiCollector, ReportsTheLinesThatTheKernelHas) {
                 psiLine("some", "12.34", "3.05", "100.0", "18446744073709551615") + "}");
 }
 
-// What the parsers make of any other text, the fuzz targets hold against the plain reading of it.
-TEST(PsiCollector, ReportsALineAsFarAsItCanBeRead) {
+// The fuzz targets compare the parsers with sscanf and streams over any other text.
+TEST(PsiCollectorTest, reportsALineAsFarAsItCanBeRead) {
   EXPECT_EQ(psi("\n\n"), "{}");
   EXPECT_EQ(psi("some avg10=nan avg60=-2 avg300=7\0 total=5"s),
             "{" + psiLine("some", "null", "-2.0", "7.0", "0") + "}");
@@ -73,49 +83,58 @@ TEST(PsiCollector, ReportsALineAsFarAsItCanBeRead) {
             "{" + psiLine("some", "0.12", "0.0", "0.0", "0") + "}");
 }
 
-TEST(CpuUsageCollector, ASampleCoversTheTimeSinceTheOneBeforeAndTheFirstTheTimeSinceBoot) {
-  EXPECT_EQ(metricsOf<CpuUsageCollector>({"cpu  10 0 10 70 10\n", "cpu  30 10 30 200 30\n"}),
-            cpu({"20.0", "25.0"}));
-  // Where no time has passed or counters went backwards it is an integer.
-  EXPECT_EQ(
-      metricsOf<CpuUsageCollector>({"cpu 50 0 0 50", "cpu 50 0 0 50", "cpu 40 0 0 50", "cpu 50 0 0 50"}),
-      cpu({"50.0", "0", "0", "100.0"}));
-  EXPECT_EQ(metricsOf<CpuUsageCollector>({"cpu 0 0 0 100", "cpu 200 0 0 50"}), cpu({"0.0", "100.0"}));
+TEST(CpuUsageCollectorTest, aSampleCoversTheTimeSinceTheOneBeforeAndTheFirstTheTimeSinceBoot) {
+  EXPECT_EQ(cpuMetrics({"cpu  10 0 10 70 10\n", "cpu  30 10 30 200 30\n"}), cpu({"20.0", "25.0"}));
+  // If no time has passed or counters went backwards, it is an integer.
+  EXPECT_EQ(cpuMetrics({"cpu 50 0 0 50", "cpu 50 0 0 50", "cpu 40 0 0 50", "cpu 50 0 0 50"}),
+            cpu({"50.0", "0", "0", "100.0"}));
+  EXPECT_EQ(cpuMetrics({"cpu 0 0 0 100", "cpu 200 0 0 50"}), cpu({"0.0", "100.0"}));
   // Samples without an aggregate line leave the baseline as it is.
-  EXPECT_EQ(metricsOf<CpuUsageCollector>(
-                {"cpu 10 0 0 10", "cpu0 99 0 0 1\n", "", "the cpu 5 6\n", "cpu 10 0 0 110"}),
+  EXPECT_EQ(cpuMetrics({"cpu 10 0 0 10", "cpu0 99 0 0 1\n", "", "the cpu 5 6\n", "cpu 10 0 0 110"}),
             cpu({"50.0", "", "", "", "0.0"}));
 }
 
-TEST(CpuUsageCollector, ReadsTheTextsOfEveryKernel) {
+TEST(CpuUsageCollectorTest, readsTheTextsOfEveryKernel) {
   std::string many = "cpu  2560 0 0 7680 0 0 0 0 0 0\n";
   for (int i = 0; i < 256; ++i) many += "cpu" + std::to_string(i) + " 10 0 0 30 0 0 0 0 0 0\n";
-  EXPECT_EQ(metricsOf<CpuUsageCollector>({many}), cpu({"25.0"}));
-  EXPECT_EQ(metricsOf<CpuUsageCollector>({recorded("stat-10-columns-6.12")}), cpu({"2.55"}));
-  EXPECT_EQ(metricsOf<CpuUsageCollector>({recorded("stat-8-columns")}), cpu({"6.01"}));
-  EXPECT_EQ(metricsOf<CpuUsageCollector>({recorded("stat-7-columns")}), cpu({"6.01"}));
+  EXPECT_EQ(cpuMetrics({many}), cpu({"25.0"}));
+  EXPECT_EQ(cpuMetrics({recorded("stat-10-columns-6.12")}), cpu({"2.55"}));
+  EXPECT_EQ(cpuMetrics({recorded("stat-8-columns")}), cpu({"6.01"}));
+  EXPECT_EQ(cpuMetrics({recorded("stat-7-columns")}), cpu({"6.01"}));
   // User and nice already hold the guests' time.
-  EXPECT_EQ(metricsOf<CpuUsageCollector>({"cpu 60 20 0 20 0 0 0 0 50 20", "cpu 160 40 0 40 0 0 0 0 150 40"}),
+  EXPECT_EQ(cpuMetrics({"cpu 60 20 0 20 0 0 0 0 50 20", "cpu 160 40 0 40 0 0 0 0 150 40"}),
             cpu({"80.0", "85.71"}));
 }
 
-TEST(CpuUsageCollector, TheBaselineOutlivesADump) {
-  const test::Source source("cpu 50 0 0 50\n");
+TEST(CpuUsageCollectorTest, theBaselineOutlivesADump) {
+  const test::Source source("proc/stat", "cpu 50 0 0 50\n");
   CpuUsageCollector collector(SystemStateCollectorConfig(60, 2), source.open());
   collector.collectSystemStateData();
   EXPECT_EQ(test::metrics(collector), cpu({"50.0"}));
   EXPECT_EQ(test::metrics(collector), cpu({"0"}));
 }
 
-TEST(GpuCollector, EveryLineCoversTheTimeSinceTheOneBefore) {
-  EXPECT_EQ(metricsOf<GpuCollector>({"1000 10000\n", "3500 20000\n", "", "3600 20000\n"}),
-            gpu({"10.0", "25.0", "", "0"}));
-  EXPECT_EQ(metricsOf<GpuCollector>({"1 4\n2 8\n"}), gpu({"25.0"}));
-  // Counters that run backwards wrap.
-  EXPECT_EQ(metricsOf<GpuCollector>({"100 100\n", "50 200\n"}), gpu({"100.0", "1.84467440737096e+19"}));
+TEST(PsiCollectorTest, twoDumpsAtTheSameTimeAreBothWhole) {
+  const test::Source source("proc/pressure/memory", recorded("pressure-memory-6.12"));
+  PsiMemCollector collector(SystemStateCollectorConfig(60, 1), source.open());
+  for (int i = 0; i < 60; ++i) collector.collectSystemStateData();
+  const Strings expected = test::metrics(collector);
+  const auto dump = [&] {
+    for (int i = 0; i < 20; ++i) EXPECT_EQ(test::metrics(collector), expected);
+  };
+  std::thread other(dump);
+  dump();
+  other.join();
 }
 
-TEST(SystemMemInfoCollector, ReportsFiveFiguresAndTheShareAvailable) {
+TEST(GpuCollectorTest, everyLineCoversTheTimeSinceTheOneBefore) {
+  EXPECT_EQ(gpuMetrics({"1000 10000\n", "3500 20000\n", "", "3600 20000\n"}), gpu({"10.0", "25.0", "", "0"}));
+  EXPECT_EQ(gpuMetrics({"1 4\n2 8\n"}), gpu({"25.0"}));
+  // Counters that run backwards wrap.
+  EXPECT_EQ(gpuMetrics({"100 100\n", "50 200\n"}), gpu({"100.0", "1.84467440737096e+19"}));
+}
+
+TEST(SystemMemInfoCollectorTest, reportsFiveFiguresAndTheShareAvailable) {
   EXPECT_EQ(memInfo(recorded("meminfo-4.14")),
             R"({"Buffers_KB":59996,"Cached_KB":1624416,"MemAvail_%":45.55,"MemAvailable_KB":1729664,)"
             R"("MemFree_KB":151692,"MemTotal_KB":3796948})");

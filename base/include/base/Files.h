@@ -19,7 +19,8 @@ namespace Torv::Base {
 // there are more than `maxBytes` bytes. Allocates for what it reads, not for what the file claims to hold.
 [[nodiscard]] android::base::Result<std::string> readToEnd(int fd, size_t maxBytes);
 
-// Both in one: the text of a file of at most `maxBytes` bytes. Every error names the path.
+// Opens and reads a file of at most `maxBytes` bytes. Returns the errors of both functions above; each names
+// the path, and EFBIG the limit.
 [[nodiscard]] android::base::Result<std::string> readFile(const std::string& path, size_t maxBytes);
 
 }  // namespace Torv::Base

@@ -70,10 +70,14 @@ class ConditionVariable {
     held.release();
   }
 
-  // Returns std::cv_status::timeout if `atMost` has passed.
+  // Returns std::cv_status::timeout if `atMost` has passed. Any duration is safe: one of more than a century,
+  // whose end the clock could not express, counts as a century.
   template <typename Rep, typename Period>
   std::cv_status wait_for(Mutex& mutex, const std::chrono::duration<Rep, Period>& atMost) REQUIRES(mutex) {
-    return wait_until(mutex, std::chrono::steady_clock::now() + atMost);
+    using std::chrono::steady_clock;
+    const auto timeout = atMost < kCentury ? std::chrono::duration_cast<steady_clock::duration>(atMost)
+                                           : steady_clock::duration(kCentury);
+    return wait_until(mutex, steady_clock::now() + timeout);
   }
 
   // Returns std::cv_status::timeout if `deadline` has passed.
@@ -87,6 +91,8 @@ class ConditionVariable {
   }
 
  private:
+  static constexpr std::chrono::hours kCentury{24 * 365 * 100};
+
   std::condition_variable mCondition;
 };
 

@@ -1,3 +1,4 @@
+// The string-to-string map in which contexts, states and histories are handed from folder to folder.
 #pragma once
 
 #include <string>

@@ -13,7 +13,8 @@ constexpr char kModuleName[] = "libossdk.pellux.so";
 constexpr char kGetExportedNamespace[] = "__loader_android_get_exported_namespace";
 constexpr char kNamespaceName[] = "default";
 
-// The linker namespace of a native daemon need not see the module; the exported default namespace does.
+// A native daemon's own linker namespace may not contain the module; the exported default namespace does.
+// Returns null if there is no such namespace, as on a host, or the module is not in it.
 void* openInDefaultNamespace() {
   using GetExportedNamespace = android_namespace_t*(const char* name);
   auto* getExportedNamespace =
@@ -50,7 +51,7 @@ void* OsSdkSymbol::address() {
   std::call_once(mOnce, [this] {
     void* module = moduleHandle();
     if (module == nullptr) return;
-    dlerror();  // what an earlier failure left would be taken for this look-up's
+    dlerror();  // clears the error of an earlier failure
     mAddress = dlsym(module, mName);
   });
   return mAddress;

@@ -1,9 +1,9 @@
-// The names of the crash reporter's settings, all in one place. What each one's type and default is stands in
-// DefaultConfiguration.cpp.
+// The names of the crash reporter's settings. DefaultConfiguration.cpp gives each one's type and default.
 #pragma once
 
 namespace Torv::ConfigurationKeys {
 
+// Strings.
 inline constexpr char kPstoreDirName[] = "crash-reporter-pstore-dir-name";
 inline constexpr char kReportDirName[] = "crash-reporter-report-dir-name";
 inline constexpr char kAppId[] = "crash-reporter-app-id";
@@ -17,13 +17,14 @@ inline constexpr char kHeaders[] = "crash-reporter-headers";
 inline constexpr char kReportSource[] = "crash-reporter-report-source";
 inline constexpr char kReportSourceRef[] = "crash-reporter-report-source-ref";
 
+// Bools.
 inline constexpr char kLocalBuildEnable[] = "crash-reporter-local-build-enable";
 inline constexpr char kLogcatEnable[] = "crash-reporter-logcat-enable";
 inline constexpr char kUploadCertVerifyPeer[] = "crash-reporter-upload-cert-verify-peer";
 inline constexpr char kWtfReportEnable[] = "crash-reporter-wtf-report-enable";
 inline constexpr char kInvokeExitTelemetryEnable[] = "crash-reporter-invoke-exit-telemetry-enable";
 
-// Seconds, but for the number of crashes.
+// Unsigned: seconds, except for the number of crashes.
 inline constexpr char kUploadInitialRetryDelay[] = "crash-reporter-upload-to-server-initial-retry-time-delay";
 inline constexpr char kUploadMaxRetryDelay[] = "crash-reporter-upload-to-server-max-retry-time-delay";
 inline constexpr char kUploadDelayAfterBoot[] =
@@ -31,6 +32,7 @@ inline constexpr char kUploadDelayAfterBoot[] =
 inline constexpr char kMaxCrashesInReportDir[] = "crash-reporter-max-number-of-crashes-in-report-dir";
 inline constexpr char kRetainReportFor[] = "crash-reporter-retain-crash-report-for-x-seconds";
 
+// Ints: lines, seconds, minutes, and numbers of crashes.
 inline constexpr char kLogcatTailCount[] = "crash-reporter-logcat-tail-count";
 inline constexpr char kLogcatTailSeconds[] = "crash-reporter-logcat-tail-seconds";
 inline constexpr char kRateLimitTimeWindow[] = "crash-reporter-rate-limiting-time-window";
@@ -38,9 +40,10 @@ inline constexpr char kRateLimitMaxCrashes[] = "crash-reporter-rate-limiting-max
 inline constexpr char kRateLimitMaxCrashesPerProcess[] =
     "crash-reporter-rate-limiting-max-reported-crashes-per-process";
 
+// A map.
 inline constexpr char kErrorExtraData[] = "crash-reporter-error-extra-data";
 
-// An int that only the preferences store holds: which layout its values have.
+// An int that only the preferences store holds: the version of its values.
 inline constexpr char kKeyValueVersion[] = "crash-reporter-key-value-version";
 
 }  // namespace Torv::ConfigurationKeys

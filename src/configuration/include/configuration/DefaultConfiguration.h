@@ -8,17 +8,20 @@ namespace Torv {
 
 enum class SettingType { String, Bool, Uint, Int, StringMap };
 
+// A known key, and the only type under which it is found.
 struct Setting {
   std::string key;
   SettingType type;
 };
 
-// The bottom of the chain: the compiled-in defaults, and fixed answers for keys that have none.
+// The bottom of the chain: answers with the compiled-in defaults, and with "", 0, -1, false or an empty map
+// for a key that has none of that type. Its callback operations do nothing, and the count is 0. Never
+// changes, so it is thread-safe.
 class DefaultConfiguration : public IConfiguration {
  public:
   DefaultConfiguration();
 
-  // The keys that have a default, by type and then by name.
+  // Returns the keys that have a default, sorted by type and then by name.
   std::vector<Setting> settings() const;
 
   std::string getString(const std::string& key) const override;

@@ -8,12 +8,13 @@
 
 namespace Torv {
 
-// The layer of a parsed configuration file: an object's member answers where it has the right JSON type. A
-// file's map answers for the whole key, even where it ends empty; fields that are arrays or objects are left
-// out of it with a warning.
+// The layer of a parsed configuration file. It answers if the root has a member of the key's name and of the
+// JSON type that was asked for: a string, an integer of 32 bits (for getUint an unsigned one), a boolean or
+// an object. An object answers for its whole key, even if no field remains: fields that are arrays or objects
+// are left out with a warning, all others become text. Never changes, so it is thread-safe.
 class JSONConfiguration : public IConfiguration {
  public:
-  // A root that is no object answers nothing.
+  // A root that is no object leaves all look-ups to `next`, which must not be null.
   JSONConfiguration(Json::Value root, std::unique_ptr<IConfiguration> next);
 
   std::string getString(const std::string& key) const override;

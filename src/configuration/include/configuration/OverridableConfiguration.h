@@ -7,13 +7,15 @@
 
 namespace Torv {
 
-// The top of the chain: values set in this process win over everything below. Overrides take no lock: set
-// them while no other thread looks anything up.
+// The top of the chain: a value set in this process wins over all layers below. The overrides have no lock:
+// set them only while no other thread uses the object.
 class OverridableConfiguration : public IConfiguration {
  public:
+  // `next` must not be null.
   explicit OverridableConfiguration(std::unique_ptr<IConfiguration> next);
 
-  // Each replaces an earlier override of the same type. Maps cannot be overridden.
+  // Each replaces an earlier override of the same key and type. Overrides of one key under several types live
+  // side by side. Maps cannot be overridden.
   void setString(const std::string& key, std::string value);
   void setUint(const std::string& key, uint16_t value);
   void setInt(const std::string& key, int32_t value);

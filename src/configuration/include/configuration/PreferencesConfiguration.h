@@ -12,16 +12,17 @@
 
 namespace Torv {
 
-// What the store tells of changes, passed on to callbacks.
+// Receives the store's notifications and passes changes on to callbacks. Thread-safe.
 class PreferencesConfigurationListenerWrapper : public OSSDK::Preferences::v4::IPreferencesListener {
  public:
   using Callback = std::function<void(OSSDK::Utils::IListString*)>;
 
+  // An empty callback is accepted; the next change then ends the process.
   void add(Callback callback);
 
   void onConnected() override;
   void onDisconnected() override;
-  // Calls the callbacks in the order in which they were added. An empty one ends the process.
+  // Calls the callbacks in the order in which they were added, on the store's thread and without a lock.
   void onChanged(OSSDK::Utils::IListString* changedKeys) override;
 
  private:
@@ -29,25 +30,29 @@ class PreferencesConfigurationListenerWrapper : public OSSDK::Preferences::v4::I
   std::vector<Callback> mCallbacks GUARDED_BY(mMutex);
 };
 
-// The layer of the device's preferences store, reached through the OS SDK. A key that the store does not
-// hold under the asked type, a store that answers with an error, and a missing SDK all hand the look-up on.
+// The layer of the device's preferences store, reached through the OS SDK. It leaves a look-up to the next
+// layer if the store does not hold the key under that type, if the store reports an error, or if there is no
+// SDK.
 //
-// With kKeepStore and kLazy the store is set up by the first look-up: make that before sharing the object
-// between threads.
+// Look-ups are thread-safe, except for the first one with kKeepStore and kLazy, which sets up the store: make
+// it before the object is shared between threads.
 class PreferencesConfiguration : public IConfiguration {
  public:
-  // Put the store's manager off until the first look-up.
+  // With kKeepStore: set up the store at the first look-up instead of at construction.
   static constexpr unsigned short kLazy = 1;
-  // Keep one manager for the object's life and subscribe to changes. Without it every look-up opens the
-  // store anew, and nothing is subscribed.
+  // Keep one store manager for the object's life and subscribe to changes. Without this flag, every look-up
+  // opens the store and releases it, and there is no subscription.
   static constexpr unsigned short kKeepStore = 2;
-  // After setting up the kept store, reset it to the next layer's values where its version asks for that.
+  // After setting up the store, reset it to the next layer's values if the version in it is 4 or less.
   static constexpr unsigned short kCheckVersion = 4;
-  // What the service uses.
+  // The flags of the service's own chain.
   static constexpr unsigned short kServiceFlags = kLazy;
 
+  using Manager = OSSDK::Preferences::v4::IPreferencesManager;
+
+  // `next` must not be null. `flags` is a sum of the flags above.
   PreferencesConfiguration(std::unique_ptr<IConfiguration> next, unsigned short flags);
-  // Not from within a callback.
+  // Ends the subscription. Must not be called within a callback.
   ~PreferencesConfiguration() override;
 
   std::string getString(const std::string& key) const override;
@@ -62,13 +67,16 @@ class PreferencesConfiguration : public IConfiguration {
   size_t getCallbackSize() override;
   void runCallbackFunctions() override;
 
- private:
-  using Manager = OSSDK::Preferences::v4::IPreferencesManager;
-
-  // Null where the SDK has no store to offer.
+  // Returns the store manager that a look-up uses: the cached one, or with kKeepStore the one that it sets
+  // up, or a new one, which is released with its last reference. Returns null if there is no SDK or it has no
+  // store.
   std::shared_ptr<Manager> getPreferencesStoreManager() const;
-  // Only with kKeepStore.
+  // Creates a store manager and caches it for the object's life. With kKeepStore it subscribes to the watched
+  // keys; with kCheckVersion it then checks the version. Does nothing more if there is no SDK. Not
+  // thread-safe.
   void setupPreferencesStoreManager() const;
+
+ private:
   void checkKeyValueVersionAndOverwriteIfNeeded() const;
 
   const unsigned short mFlags;

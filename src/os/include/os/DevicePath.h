@@ -1,4 +1,4 @@
-// Where the device's own files are found. On a device that is where they are; on a development machine the
+// The place of the device's own files. On a device that is their path; on a development machine the
 // environment variable TORV_DEVICE_ROOT names a directory that holds them instead.
 #pragma once
 
@@ -7,9 +7,10 @@
 
 namespace Torv::OS {
 
-// The path under which to open `absolutePath` ("/proc/stat"): TORV_DEVICE_ROOT in front of it where that is
-// set, else the path itself. The variable is read at every call; safe from any thread as long as none
-// changes the environment. Messages name the path without the prefix.
+// Returns the path under which to open the file `absolutePath` ("/proc/stat"): the value of TORV_DEVICE_ROOT
+// followed by `absolutePath`, or `absolutePath` alone if the variable is not set. Reads the variable at every
+// call. Log messages name the path without the prefix. Safe from any thread as long as no thread changes the
+// environment.
 std::string devicePath(std::string_view absolutePath);
 
 }  // namespace Torv::OS

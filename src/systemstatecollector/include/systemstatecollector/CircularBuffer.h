@@ -6,18 +6,19 @@
 
 namespace Torv::OS::Diagnostics {
 
-// The last `capacity` samples of something, in slots that are allocated once and written in place.
-// Not thread-safe: its owner locks.
+// A ring of the last `capacity` samples, in slots that are allocated once and overwritten in place.
+// Not thread-safe: the owner locks.
 template <typename T>
 class CircularBuffer {
  public:
-  // A buffer of capacity 0 takes writes and holds nothing.
+  // A buffer of capacity 0 accepts samples and holds none.
   explicit CircularBuffer(uint64_t capacity)
       : mCapacity(capacity), mSlots(std::make_unique<T[]>(std::max<uint64_t>(capacity, 1))) {}
 
-  // Makes the next sample's slot the newest one held and returns it for the caller to write. The slot still
-  // holds what the sample that it replaces left there (zeroes, before the first round is over), so a field
-  // that is not written keeps its old value and a string its capacity.
+  // Makes the next slot the newest sample and returns it for the caller to write. A full buffer loses its
+  // oldest sample. The slot still holds what it held before (a default T in the first round), so a field that
+  // the caller does not write keeps its old value, and a string its memory. The reference is valid as long as
+  // the buffer.
   T& reserve() {
     T& slot = mSlots[mTail];
     if (mCapacity == 0) return slot;
@@ -30,9 +31,10 @@ class CircularBuffer {
     return slot;
   }
 
+  // Returns the number of samples held.
   uint64_t size() const { return mFull ? mCapacity : mTail - mHead; }
 
-  // Copies the samples held to `out`, oldest first; returns how many.
+  // Copies the samples held to `out`, oldest first, and returns how many there were.
   template <typename OutputIterator>
   uint64_t readAll(OutputIterator out) const {
     if (!mFull) {
@@ -47,7 +49,7 @@ class CircularBuffer {
  private:
   const uint64_t mCapacity;
   uint64_t mHead = 0;  // the oldest sample
-  uint64_t mTail = 0;  // the slot of the next one; equals mHead where empty or full
+  uint64_t mTail = 0;  // the next sample's slot; equals mHead if the buffer is empty or full
   bool mFull = false;
   const std::unique_ptr<T[]> mSlots;
 };

@@ -3,57 +3,70 @@
 #include <cstdint>
 #include <ctime>
 #include <memory>
-#include <string>
-#include <unordered_map>
+#include <vector>
 
 #include <json/value.h>
 
+#include "base/StringMap.h"
 #include "systemstatecollector/SystemStateCollectorConfig.h"
 
 namespace Torv::OS::Diagnostics {
 
-// Watches one part of the system's state: keeps the raw samples of the last minute or two and makes sense of
-// them only when they are asked for, because sampling goes on for as long as the device runs and dumps are
-// rare. Samples are taken by the manager's polling thread, dumps by any thread, one at a time (the manager's
-// lock sees to that); a dump may run while a sample is taken.
+// Watches one part of the system's state. It keeps the raw samples of the last minute or two and interprets
+// them only in a dump, because sampling goes on as long as the device runs and dumps are rare.
+//
+// One thread takes samples. Dumps come from any thread, also while a sample is taken. Some collectors compare
+// a sample with one of an earlier dump; their dumps must come one at a time, which the manager's lock
+// ensures.
 class SystemStateCollector {
  public:
-  using History = std::unordered_map<std::string, std::string>;
+  using History = Base::StringMap;
 
   explicit SystemStateCollector(const SystemStateCollectorConfig& config) : mConfig(config) {}
   virtual ~SystemStateCollector() = default;
   SystemStateCollector(const SystemStateCollector&) = delete;
   SystemStateCollector& operator=(const SystemStateCollector&) = delete;
 
-  // Unique among the collectors of a manager.
+  // The collector's number, unique among the collectors of a manager. It never changes.
   virtual uint8_t getId() const = 0;
+  // The two values of the configuration; SystemStateCollectorConfig explains them.
   virtual uint32_t getSampleRate() const { return mConfig.getSampleRate(); }
   virtual uint32_t getMaxSamples() const { return mConfig.getMaxSamples(); }
+  // A fixed sentence for people.
   virtual std::string getDescription() const = 0;
 
-  // Takes one sample. False, with an error log and nothing stored, where the source is beyond reading.
+  // Takes one sample. Returns false, logs an error and stores nothing if the source can never be read again.
+  // Blocks as long as the source's driver blocks.
   virtual bool collectSystemStateData() = 0;
 
-  // The samples held, as one entry: the history's name and its report, the JSON text
+  // Renders the samples held as one map entry from the history's name to its report, the JSON text
   //   {"version": "1.0", "report_time_ms": T, "time_series": [{"dt_ms": age, "v": {metric: value}}, ...]}
-  // with times and ages in milliseconds of the monotonic clock, newest sample first, and floating-point
-  // values cut to two decimals. Does not clear anything. Null or empty where there is nothing to tell.
+  // Times and ages are milliseconds of the monotonic clock. The newest sample comes first. Floating-point
+  // values have at most two decimals. Clears nothing: the next dump reports the same samples again. A
+  // collector with nothing to report may return null or an empty map.
   virtual std::unique_ptr<History> dumpSystemStateHistory() = 0;
 
-  // What all collectors share.
+  // What all collectors share. Thread-safe.
   class Utils {
    public:
-    // Milliseconds of the monotonic clock; 0, with an error log, where it cannot be read.
+    struct TimedMetrics {
+      uint64_t timeMs = 0;                                // when the sample was taken
+      Json::Value metrics{Json::ValueType::objectValue};  // an object, from metric to value
+    };
+
+    // Returns the monotonic clock's time in milliseconds. Returns 0 and logs an error if it cannot be read.
     static uint64_t monotonicMilliseconds();
-    // A clock reading in milliseconds, by way of microseconds in a double.
+    // Returns a clock reading in milliseconds, truncated twice: to microseconds in a double, then to
+    // milliseconds. After some thirty years the double rounds up.
     static uint64_t toMilliseconds(const timespec& time);
 
-    // A report with an empty time series.
-    static Json::Value makeJsonReport(uint64_t nowMs);
-    // Appends a sample to the report's time series.
+    // Appends {"dt_ms": dtMs, "v": value} to the array "time_series" of `report`, a JSON object. `dtMs` is
+    // the sample's age in milliseconds.
     static void addTimeSeriesDataToJsonReport(Json::Value& report, uint64_t dtMs, Json::Value value);
-    // The report's text under the history's name.
-    static std::unique_ptr<History> finishJsonReport(const Json::Value& report, std::string historyName);
+    // Returns the report of `samples`, oldest first, at the time `nowMs`, under `historyName`. A sample that
+    // is younger than `nowMs` has an age that wraps around.
+    static std::unique_ptr<History> makeHistory(const char* historyName, uint64_t nowMs,
+                                                std::vector<TimedMetrics> samples);
   };
 
  private:

@@ -6,8 +6,8 @@
 
 namespace Torv::OS::Diagnostics::Telemetry {
 
-// The values are part of the contract with the SDK's consumers: each stands for one fixed text in the event;
-// a value that is none of these is sent as "invalid_event_name", "invalid_type" or "invalid_flow".
+// Each value stands for one fixed text in the event. A value that is none of these is sent as
+// "invalid_event_name", "invalid_type" or "invalid_flow".
 enum class EventName : int {
   ConnectStart = 0,
   ConnectSuccess = 1,
@@ -27,20 +27,23 @@ enum class EventType : int { Error = 0, Start = 1, Success = 2 };
 
 enum class EventFlow : int { Collector = 0, Notification = 1 };
 
-// Base of whoever reports. Reports may be made from several threads at once; each is complete in itself and
-// never changes the outcome of the request it tells about. One exception is deliberate: the SDK is required
-// while telemetry is enabled, so a report for which the SDK creates no event ends the process.
+// The base class of those who report. Reports may be made by several threads at once. Each is complete in
+// itself and never changes the outcome of the request that it tells of, with one exception: while telemetry
+// is enabled the SDK is required, and a report for which the SDK creates no event ends the process with a
+// fatal log line.
 class DiagnosticsCollectorTelemetry {
  public:
+  // An object that is not enabled logs each report and sends nothing.
   explicit DiagnosticsCollectorTelemetry(bool enabled);
   virtual ~DiagnosticsCollectorTelemetry();
 
-  // Each returns whether the event was recorded; a disabled object records nothing.
+  // Each function returns whether the event was recorded, and logs an error if the SDK failed to. The
+  // first three call the last.
   virtual bool reportDefaultEvent(EventName name, EventType type, EventFlow flow);
   virtual bool reportDefaultEventWithPid(EventName name, EventType type, EventFlow flow, int pid);
   virtual bool reportDefaultErrorEvent(EventName name, EventType type, EventFlow flow,
                                        const std::string& message);
-  // The three above come here. Absent numbers are sent as 0, absent texts not at all.
+  // An absent number is sent as 0, an absent text is not sent.
   virtual bool reportEvent(EventName name, EventType type, EventFlow flow, std::optional<int> pid,
                            std::optional<int> clientAppId, std::optional<std::string> errorReason,
                            std::optional<std::string> errorTrace);

@@ -1,19 +1,19 @@
 // The OS SDK is a closed library that is opened at run time by name. It is opened when the first of its entry
-// points is asked for, once per process, and never closed.
+// points is needed, once per process, and never closed. If it is missing, that is logged once.
 #pragma once
 
 #include <mutex>
 
 namespace Torv::OS {
 
-// One entry point of the module, looked up at most once. Objects are meant to have static storage. Safe from
-// any thread: concurrent first uses wait for the one that looks.
+// One entry point of the module, looked up at most once. Objects are meant to have static storage.
+// Thread-safe: concurrent first uses wait for the thread that looks it up.
 class OsSdkSymbol {
  public:
   // `name` must outlive the object.
   constexpr explicit OsSdkSymbol(const char* name) : mName(name) {}
 
-  // Null where the module is missing or has no such symbol.
+  // Returns the entry point's address, or null if the module is missing or has no such symbol.
   void* address();
 
  private:
@@ -28,6 +28,7 @@ class OsSdkFunction {
  public:
   constexpr explicit OsSdkFunction(const char* name) : mSymbol(name) {}
 
+  // Returns the function, or null, as OsSdkSymbol::address() does.
   Function* get() { return reinterpret_cast<Function*>(mSymbol.address()); }
 
  private:
