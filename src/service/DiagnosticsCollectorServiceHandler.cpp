@@ -34,7 +34,7 @@ const Refusal* refusalOf(const ApplicationStateManager* manager, const Persistab
 }
 
 void logError(const char* text) {
-  __android_log_write(ANDROID_LOG_ERROR, kServiceTag, text);
+  __android_log_print(ANDROID_LOG_ERROR, kServiceTag, "%s", text);
 }
 
 Status nullPointer() {
@@ -129,8 +129,7 @@ void DiagnosticsCollectorServiceHandler::onEvent(
   }
   __android_log_print(ANDROID_LOG_INFO, kServiceTag,
                       "DiagnosticsCollectorService::onEvent called with event id: %d", eventId);
-  // Asked for what asking does: it pulls what statsd holds into the black box.
-  mApplicationStateManager->getAllProcessStates();
+  mApplicationStateManager->updateApplicationStateManager();
 }
 
 }  // namespace Torv::OS::Diagnostics

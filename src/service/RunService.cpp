@@ -18,7 +18,7 @@ int runService() {
 
   android::sp<DiagnosticsCollectorService> collectorService = new DiagnosticsCollectorService(handler);
   if (collectorService == nullptr) {
-    __android_log_write(ANDROID_LOG_ERROR, kStartUpTag, "Failed to create service implementation\n");
+    __android_log_print(ANDROID_LOG_ERROR, kStartUpTag, "Failed to create service implementation\n");
   }
   android::sp<DiagnosticsNotificationService> notificationService =
       new DiagnosticsNotificationService(std::vector<std::shared_ptr<Observer>>{handler});
@@ -30,10 +30,10 @@ int runService() {
 
   collectorService->onCreate();
 
-  __android_log_write(ANDROID_LOG_INFO, kStartUpTag,
+  __android_log_print(ANDROID_LOG_INFO, kStartUpTag,
                       "The Diagnostics Collector Service is starting threadpool\n");
   host.startThreadPool();
-  __android_log_write(ANDROID_LOG_INFO, kStartUpTag, "The Diagnostics Collector Service is exited\n");
+  __android_log_print(ANDROID_LOG_INFO, kStartUpTag, "The Diagnostics Collector Service is exited\n");
 
   collectorService->onDestroy();
   notificationService.clear();

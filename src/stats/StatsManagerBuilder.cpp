@@ -15,7 +15,7 @@ namespace {
 using libstatsd::PublishStatus;
 
 std::unique_ptr<StatsManager> refuse(const char* message) {
-  __android_log_write(ANDROID_LOG_ERROR, kStatsTag, message);
+  __android_log_print(ANDROID_LOG_ERROR, kStatsTag, "%s", message);
   return nullptr;
 }
 

@@ -8,13 +8,16 @@
 #include <android/log.h>
 #include <json/json.h>
 
+#include "base/Clock.h"
+
 namespace Torv::OS::Diagnostics {
 namespace {
 
 constexpr char kTag[] = "libdiagnostics-storage";
 constexpr int64_t kNsPerMs = 1'000'000;
 
-// Writes JSON on one line, without spaces. Its settings are costly to read, so they are read once.
+// Writes JSON on one line, without spaces. Reading the settings costs more than writing a value, so a writer
+// is kept.
 class CompactWriter {
  public:
   CompactWriter() {
@@ -41,16 +44,15 @@ int64_t bootTimeMs(int (*readClock)(clockid_t, timespec*)) {
     __android_log_print(ANDROID_LOG_ERROR, kTag, "error getting time: %s", strerror(errno));
     return 0;
   }
-  const int64_t nowNs = now.tv_sec * INT64_C(1'000'000'000) + now.tv_nsec;
-  const auto nowUs = static_cast<uint64_t>(static_cast<double>(nowNs) * 0.001);
+  const auto nowUs = static_cast<uint64_t>(static_cast<double>(Base::toNanoseconds(now)) * 0.001);
   return static_cast<int64_t>(nowUs / 1000);
 }
 
-std::optional<std::string> agedValue(const State::Entry& entry, int64_t nowMs) {
-  const int64_t ageMs = nowMs - entry.timestamp / kNsPerMs;
+std::optional<std::string> agedValue(int64_t timestampNs, std::string_view value, int64_t nowMs) {
+  const int64_t ageMs = nowMs - timestampNs / kNsPerMs;
   if (ageMs < 0) return std::nullopt;
   Json::Value json(Json::objectValue);
-  json["v"] = entry.value;
+  json["v"] = Json::Value(value.data(), value.data() + value.size());
   json["dt_ms"] = static_cast<Json::UInt64>(ageMs);
   thread_local CompactWriter writer;
   return writer.write(json);

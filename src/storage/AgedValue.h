@@ -4,18 +4,18 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include <time.h>
 
-#include "storage/State.h"
-
 namespace Torv::OS::Diagnostics {
 
-// Milliseconds of the boot-time clock, which keeps running in suspend. A clock that cannot be read is logged
-// and taken as 0.
+// Returns the time of CLOCK_BOOTTIME (which runs on in suspend) in milliseconds. Logs an error and returns 0
+// if the clock cannot be read.
 int64_t bootTimeMs(int (*readClock)(clockid_t, timespec*) = &clock_gettime);
 
-// {"dt_ms":<nowMs less the entry's time>,"v":<value>}, or nothing where the entry is ahead of `nowMs`.
-std::optional<std::string> agedValue(const State::Entry& entry, int64_t nowMs);
+// Returns {"dt_ms":<nowMs less the value's time>,"v":<value>} as compact JSON, or nullopt if the value's time
+// is after `nowMs`. Both times are of CLOCK_BOOTTIME.
+std::optional<std::string> agedValue(int64_t timestampNs, std::string_view value, int64_t nowMs);
 
 }  // namespace Torv::OS::Diagnostics

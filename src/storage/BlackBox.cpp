@@ -1,78 +1,224 @@
 #include "storage/BlackBox.h"
 
+#include <algorithm>
 #include <ctime>
+#include <iterator>
+#include <tuple>
 #include <utility>
 
 namespace Torv::OS::Diagnostics {
 
-BlackBox::BlackBox(WallClock wallClock) : mWallClock(std::move(wallClock)) {}
+using Base::StringMap;
 
-void BlackBox::addProcessState(int32_t pid, const std::string& key, int64_t timestamp, std::string value) {
-  std::unique_ptr<State>& state = mProcessStates[pid];
-  if (state == nullptr) state = std::make_unique<State>(mKeys);
-  state->add(key, timestamp, std::move(value));
+BlackBox::BlackBox(WallClock wallClock, ProcessExists processExists, const BlackBoxLimits& limits)
+    : mWallClock(std::move(wallClock)), mProcessExists(std::move(processExists)), mLimits(limits) {}
+
+void BlackBox::addProcessState(int32_t pid, const std::string& key, int64_t timestamp,
+                               const std::string& value) {
+  const auto found = mProcesses.find(pid);
+  const bool tooLong = std::max(key.size(), value.size()) > kMaxTextBytes;
+  Process* const process = tooLong ? nullptr : found != mProcesses.end() ? &found->second : admit(pid);
+  if (process == nullptr) return noteLoss(pid, 1);
+  State& state = process->state;
+  const size_t before = state.bytes();
+  state.add(key, timestamp, value);
+  if (state.bytes() > mLimits.maxProcessBytes) noteLoss(pid, state.keepNewest(mLimits.maxProcessBytes / 2));
+  mProcessBytes += state.bytes() - before;
+  if (mProcessBytes > mLimits.maxBytes) makeRoom();
 }
 
 void BlackBox::addGlobalState(const std::string& nameSpace, const std::string& key, int64_t timestamp,
-                              std::string value) {
-  std::unique_ptr<State>& state = mGlobalStates[nameSpace];
-  if (state == nullptr) state = std::make_unique<State>(mKeys);
-  const std::optional<int64_t> newest = state->newestTimestamp(key);
-  if (newest && *newest > timestamp) state->clear(key);
-  state->add(key, timestamp, std::move(value));
+                              const std::string& value) {
+  const size_t longest = std::max({nameSpace.size(), key.size(), value.size()});
+  if (longest > kMaxTextBytes || mGlobalBytes > mLimits.maxGlobalBytes) {
+    ++mOtherLosses;
+    return;
+  }
+  const auto [found, isNew] = mGlobalStates.try_emplace(nameSpace);
+  State& state = found->second;
+  const size_t before = isNew ? 0 : state.bytes() + nameSpace.size();
+  const std::optional<int64_t> newest = state.newestTimestamp(key);
+  if (newest && *newest > timestamp) state.clear(key);
+  state.add(key, timestamp, value);
+  mGlobalBytes += state.bytes() + nameSpace.size() - before;
 }
 
 void BlackBox::markProcessAsDead(int32_t pid) const {
-  const auto found = mProcessStates.find(pid);
-  if (found == mProcessStates.end() || found->second == nullptr || found->second->isDead) return;
-  found->second->isDead = true;
-  found->second->deathTime = mWallClock();
+  const auto found = mProcesses.find(pid);
+  if (found == mProcesses.end() || found->second.state.isDead) return;
+  found->second.state.isDead = true;
+  found->second.state.deathTime = mWallClock();
 }
 
-std::optional<std::unordered_map<std::string, std::string>> BlackBox::getAllForPid(int32_t pid) const {
-  const auto found = mProcessStates.find(pid);
-  if (found == mProcessStates.end() || found->second == nullptr) return std::nullopt;
-  return found->second->getAll(false);
+std::optional<StringMap> BlackBox::getAllForPid(int32_t pid) const {
+  const auto found = mProcesses.find(pid);
+  if (found == mProcesses.end()) return std::nullopt;
+  return found->second.state.getAll(false);
 }
 
-std::unordered_map<int, std::unordered_map<std::string, std::string>> BlackBox::getAllProcessStates() const {
-  std::unordered_map<int, std::unordered_map<std::string, std::string>> all;
-  all.reserve(mProcessStates.size());
-  for (const auto& [pid, state] : mProcessStates) {
-    if (state != nullptr) all.emplace(pid, state->getAll(false));
-  }
+std::optional<StringMap> BlackBox::getNewestForPid(int32_t pid, size_t maxReplyBytes) const {
+  const auto found = mProcesses.find(pid);
+  if (found == mProcesses.end()) return std::nullopt;
+  const State& state = found->second.state;
+  const size_t forStates = maxReplyBytes - std::min(maxReplyBytes, kReplyBytesPerProcess);
+  return state.replyBytes() <= forStates ? state.getAll(false) : state.getNewest(forStates);
+}
+
+BlackBox::ProcessStates BlackBox::getAllProcessStates() const {
+  ProcessStates all;
+  all.reserve(mProcesses.size());
+  for (const auto& [pid, process] : mProcesses) all.emplace(pid, process.state.getAll(false));
   return all;
 }
 
-std::unordered_map<std::string, std::unordered_map<std::string, std::string>> BlackBox::getAllGlobalStates()
-    const {
-  std::unordered_map<std::string, std::unordered_map<std::string, std::string>> all;
-  for (const auto& [nameSpace, state] : mGlobalStates) {
-    if (state != nullptr) all.emplace(nameSpace, state->getAll(true));
+BlackBox::ProcessStates BlackBox::getProcessStatesThatFit(size_t maxReplyBytes,
+                                                          std::vector<int>* leftOut) const {
+  std::vector<std::pair<size_t, Processes::const_iterator>> sizes;
+  sizes.reserve(mProcesses.size());
+  size_t sum = mProcesses.size() * kReplyBytesPerProcess;
+  for (auto process = mProcesses.begin(); process != mProcesses.end(); ++process) {
+    sizes.emplace_back(process->second.state.replyBytes(), process);
+    sum += sizes.back().first;
   }
+  if (sum > maxReplyBytes) {
+    std::sort(sizes.begin(), sizes.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
+  }
+  ProcessStates fitting;
+  fitting.reserve(mProcesses.size());
+  for (const auto& [size, process] : sizes) {
+    StringMap& states = fitting[process->first];
+    if (sum > maxReplyBytes) {
+      sum -= size;
+      leftOut->push_back(process->first);
+    } else {
+      states = process->second.state.getAll(false);
+    }
+  }
+  return fitting;
+}
+
+BlackBox::GlobalStates BlackBox::getAllGlobalStates() const {
+  GlobalStates all;
+  for (const auto& [nameSpace, state] : mGlobalStates) all.emplace(nameSpace, state.getAll(true));
   return all;
 }
 
 std::vector<int> BlackBox::getAllLivePids() const {
   std::vector<int> pids;
-  pids.reserve(mProcessStates.size());
-  for (const auto& [pid, state] : mProcessStates) {
-    if (state != nullptr && !state->isDead) pids.push_back(pid);
+  pids.reserve(mProcesses.size());
+  for (const auto& [pid, process] : mProcesses) {
+    if (!process.state.isDead) pids.push_back(pid);
   }
   return pids;
 }
 
 void BlackBox::cleanupAllWithTtl(int64_t ttlSeconds) {
   const int64_t now = mWallClock();
-  for (auto item = mProcessStates.begin(); item != mProcessStates.end();) {
-    const State* state = item->second.get();
-    const bool over = state == nullptr || (state->isDead && state->deathTime + ttlSeconds <= now);
-    item = over ? mProcessStates.erase(item) : std::next(item);
+  for (auto item = mProcesses.begin(); item != mProcesses.end();) {
+    const auto process = item++;
+    const State& state = process->second.state;
+    int64_t end = 0;
+    const bool never = __builtin_add_overflow(state.deathTime, ttlSeconds, &end);
+    if (state.isDead && !never && end <= now) forget(process);
   }
+}
+
+std::optional<std::string> BlackBox::takeLossReport() {
+  if (mLosses.empty() && mOtherLosses == 0) return std::nullopt;
+  const int64_t now = mWallClock();
+  if (mLastReport && now >= *mLastReport && now - *mLastReport < kLossLogPeriodSeconds) return std::nullopt;
+  mLastReport = now;
+  size_t sum = mOtherLosses;
+  std::string processes;
+  for (const auto& [pid, states] : mLosses) {
+    sum += states;
+    processes += " " + std::to_string(pid) + ": " + std::to_string(states) + ",";
+  }
+  mLosses.clear();
+  return "The black box dropped or refused " + std::to_string(sum) + " states. By process:" + processes +
+         " others: " + std::to_string(std::exchange(mOtherLosses, 0));
 }
 
 int64_t BlackBox::unixTime() {
   return time(nullptr);
+}
+
+// Returns the place for a new pid's states, or null if there is none.
+BlackBox::Process* BlackBox::admit(int32_t pid) {
+  const bool hasProcess = mProcessExists(pid);
+  if (mProcesses.size() >= mLimits.maxProcesses && !(hasProcess && forgetNewestWithoutProcess()))
+    return nullptr;
+  Process& process = mProcesses[pid];
+  process.hasProcess = hasProcess;
+  process.arrival = mArrivals++;
+  return &process;
+}
+
+bool BlackBox::forgetNewestWithoutProcess() {
+  lookForProcesses();
+  auto newest = mProcesses.end();
+  for (auto item = mProcesses.begin(); item != mProcesses.end(); ++item) {
+    if (item->second.hasProcess) continue;
+    if (newest == mProcesses.end() || item->second.arrival > newest->second.arrival) newest = item;
+  }
+  if (newest == mProcesses.end()) return false;
+  noteLoss(newest->first, newest->second.state.keyCount());
+  forget(newest);
+  return true;
+}
+
+void BlackBox::makeRoom() {
+  for (const Processes::iterator payer : inOrderOfPayment()) {
+    if (mProcessBytes <= mLimits.bytesAfterCut) return;
+    State& state = payer->second.state;
+    const size_t before = state.bytes();
+    if (before > mLimits.share()) {
+      noteLoss(payer->first, state.keepNewest(mLimits.share()));
+      mProcessBytes -= before - state.bytes();
+    } else {
+      noteLoss(payer->first, state.keyCount());
+      forget(payer);
+    }
+  }
+}
+
+// A process may have got a pid after its first state came, for example if the pid was invented first.
+void BlackBox::lookForProcesses() {
+  for (auto& [pid, process] : mProcesses) process.hasProcess = process.hasProcess || mProcessExists(pid);
+}
+
+std::vector<BlackBox::Processes::iterator> BlackBox::inOrderOfPayment() {
+  lookForProcesses();
+  std::vector<Processes::iterator> payers;
+  payers.reserve(mProcesses.size());
+  for (auto item = mProcesses.begin(); item != mProcesses.end(); ++item) payers.push_back(item);
+  std::sort(payers.begin(), payers.end(), [this](Processes::iterator a, Processes::iterator b) {
+    const auto key = [this](const Process& process) {
+      const size_t bytes = process.state.bytes();
+      const bool aboveShare = bytes > mLimits.share();
+      const bool byArrival = !aboveShare && !process.hasProcess;
+      return std::make_tuple(aboveShare, !process.hasProcess, byArrival ? process.arrival : bytes);
+    };
+    return key(a->second) > key(b->second);
+  });
+  return payers;
+}
+
+void BlackBox::forget(Processes::iterator process) {
+  mProcessBytes -= process->second.state.bytes();
+  mProcesses.erase(process);
+}
+
+void BlackBox::noteLoss(int32_t pid, size_t states) {
+  if (states == 0) return;
+  const auto found = mLosses.find(pid);
+  if (found != mLosses.end()) {
+    found->second += states;
+  } else if (mLosses.size() < kMaxCountedProcesses) {
+    mLosses[pid] = states;
+  } else {
+    mOtherLosses += states;
+  }
 }
 
 }  // namespace Torv::OS::Diagnostics

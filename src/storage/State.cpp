@@ -1,87 +1,101 @@
 #include "storage/State.h"
 
 #include <algorithm>
-#include <utility>
+#include <vector>
 
 #include "AgedValue.h"
-#include "History.h"
+#include "PackedHistories.h"
+#include "storage/Limits.h"
 
 namespace Torv::OS::Diagnostics {
 namespace {
 
+using Base::StringMap;
+using History = PackedHistories::History;
+
 std::optional<std::string> newestValue(const History& history, bool withAge) {
   if (history.empty()) return std::nullopt;
-  if (!withAge) return history.newest().value;
-  return agedValue(history.newest(), bootTimeMs());
+  const PackedHistories::Value& newest = history.newest();
+  if (!withAge) return std::string(newest.text);
+  return agedValue(newest.timestampNs, newest.text, bootTimeMs());
+}
+
+size_t replySize(const History& history) {
+  return history.empty() ? 0 : replyBytesOf(history.key.size(), history.newest().text.size());
 }
 
 }  // namespace
 
-State::State(KeyTable& keys) : mKeys(keys) {}
+State::State() : mHistories(std::make_unique<PackedHistories>()) {}
+State::~State() = default;
 
-State::~State() {
-  for (const History& history : mHistories) mKeys.release(history.key());
-}
-
-void State::add(const std::string& key, int64_t timestamp, std::string value) {
-  findOrInsert(key).add(timestamp, std::move(value));
+void State::add(const std::string& key, int64_t timestamp, const std::string& value) {
+  mHistories->add(key, timestamp, value);
 }
 
 std::optional<std::string> State::get(const std::string& key, bool withAge) const {
-  const History* history = find(key);
-  if (history == nullptr) return std::nullopt;
-  return newestValue(*history, withAge);
+  return newestValue(mHistories->find(key), withAge);
 }
 
-std::unordered_map<std::string, std::string> State::getAll(bool withAge) const {
-  std::unordered_map<std::string, std::string> all;
-  all.reserve(mHistories.size());
-  for (const History& history : mHistories) {
-    if (history.empty()) continue;
-    const std::string& name = mKeys.name(history.key());
+StringMap State::getAll(bool withAge) const {
+  StringMap all;
+  all.reserve(mHistories->keyCount());
+  mHistories->forEach([&](const History& history) {
+    if (history.empty()) return;
     if (withAge) {
-      all.try_emplace(name, newestValue(history, true).value_or(""));
+      all.try_emplace(std::string(history.key), newestValue(history, true).value_or(""));
     } else {
-      all.try_emplace(name, history.newest().value);
+      all.try_emplace(std::string(history.key), history.newest().text);
     }
-  }
+  });
   return all;
 }
 
 std::optional<int64_t> State::newestTimestamp(const std::string& key) const {
-  const History* history = find(key);
-  if (history == nullptr || history->empty()) return std::nullopt;
-  return history->newest().timestamp;
+  const History history = mHistories->find(key);
+  if (history.empty()) return std::nullopt;
+  return history.newest().timestampNs;
 }
 
 void State::clear(const std::string& key) {
-  if (History* history = find(key)) history->clear();
+  mHistories->clear(key);
 }
 
-const History* State::find(const std::string& key) const {
-  const std::optional<KeyTable::Id> id = mKeys.find(key);
-  const std::optional<uint32_t> slot = id ? mIndex.find(*id) : std::nullopt;
-  return slot ? &mHistories[*slot] : nullptr;
+size_t State::replyBytes() const {
+  size_t sum = 0;
+  mHistories->forEach([&](const History& history) { sum += replySize(history); });
+  return sum;
 }
 
-History* State::find(const std::string& key) {
-  return const_cast<History*>(std::as_const(*this).find(key));  // no part of a State is const itself
-}
-
-History& State::findOrInsert(const std::string& key) {
-  std::optional<KeyTable::Id> id = mKeys.find(key);
-  if (id) {
-    if (const std::optional<uint32_t> slot = mIndex.find(*id)) return mHistories[*slot];
-    mKeys.hold(*id);
-  } else {
-    id = mKeys.hold(key);
+StringMap State::getNewest(size_t maxReplyBytes) const {
+  std::vector<History> histories;
+  histories.reserve(mHistories->keyCount());
+  mHistories->forEach([&](const History& history) {
+    if (!history.empty()) histories.push_back(history);
+  });
+  std::sort(histories.begin(), histories.end(), [](const History& a, const History& b) {
+    return a.newest().timestampNs > b.newest().timestampNs;
+  });
+  StringMap newest;
+  size_t sum = 0;
+  for (const History& history : histories) {
+    sum += replySize(history);
+    if (sum > maxReplyBytes) break;
+    newest.try_emplace(std::string(history.key), history.newest().text);
   }
-  mIndex.insert(*id, static_cast<uint32_t>(mHistories.size()));
-  // Processes have a handful of keys each: doubling would leave a fifth of the memory unused.
-  if (mHistories.size() == mHistories.capacity()) {
-    mHistories.reserve(mHistories.size() + std::max<size_t>(4, mHistories.size() / 4));
-  }
-  return mHistories.emplace_back(*id);
+  return newest;
+}
+
+size_t State::keepNewest(size_t maxBytes) {
+  return mHistories->keepNewest(maxBytes);
+}
+
+size_t State::keyCount() const {
+  return mHistories->keyCount();
+}
+
+size_t State::bytes() const {
+  return mHistories->bytes();
 }
 
 }  // namespace Torv::OS::Diagnostics

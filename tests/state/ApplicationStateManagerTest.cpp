@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <condition_variable>
 #include <filesystem>
 #include <future>
+#include <mutex>
 #include <thread>
 
 #include <gmock/gmock.h>
@@ -45,38 +47,67 @@ pid_t forkStopped(uid_t uid, const std::function<void()>& work) {
   return pid;
 }
 
-// The first fetch hands out an atom, but not before it may; the next have nothing.
-struct SlowStatsd : LibstatsdWrapper {
-  std::promise<void> fetching, goOn;
-  std::atomic<int> fetches = 0;
-
+// Blocks in each fetch until the test lets it go on. Fetch number N, from 1, hands out the value "N".
+class SlowStatsd : public LibstatsdWrapper {
+ public:
   std::variant<std::vector<ApplicationState>, libstatsd::Error> fetchReports() override {
-    if (fetches++ > 0) return {};
-    fetching.set_value();
-    goOn.get_future().wait();
-    return std::vector<ApplicationState>{{false, "", 7, "screen", "home", 1}};
+    std::unique_lock lock(mMutex);
+    const int fetch = ++mBegun;
+    mChanged.notify_all();
+    mChanged.wait(lock, [&] { return mAllowed >= fetch; });
+    return std::vector<ApplicationState>{{false, "", 7, "screen", std::to_string(fetch), fetch}};
   }
+
+  void waitForFetch(int number) {
+    std::unique_lock lock(mMutex);
+    mChanged.wait(lock, [&] { return mBegun >= number; });
+  }
+
+  int fetches() {
+    std::unique_lock lock(mMutex);
+    return mBegun;
+  }
+
+  void allowFetch(int number) {
+    std::unique_lock lock(mMutex);
+    mAllowed = number;
+    mChanged.notify_all();
+  }
+
+ private:
+  std::mutex mMutex;
+  std::condition_variable mChanged;
+  int mBegun = 0;
+  int mAllowed = 0;
 };
 
-// Statsd hands every atom out once: a query that comes while another still carries what it fetched has to
-// wait for it, while a clean-up, which fetches nothing, has not.
-TEST(ApplicationStateManager, MissesNothingThatAnotherQueryHasFetched) {
+// Statsd hands every atom out once. So a query that comes during a fetch has to wait for the next one, and
+// all that wait share it. A clean-up fetches nothing and waits for nobody.
+TEST(ApplicationStateManagerTest, queriesThatComeDuringAFetchShareTheNextOne) {
   auto owned = std::make_unique<SlowStatsd>();
   SlowStatsd& statsd = *owned;
   ApplicationStateManager manager(std::make_unique<BlackBox>(),
                                   std::make_unique<StatsManager>(std::move(owned)), 60);
-  std::thread first([&] { manager.getAllGlobalStates(); });
-  statsd.fetching.get_future().wait();
+  const auto ask = [&] { return manager.getApplicationStateForPid(7).value().at("screen"); };
+  auto first = std::async(std::launch::async, ask);
+  statsd.waitForFetch(1);
   manager.cleanup();
-  auto second = std::async(std::launch::async, [&] { return manager.getApplicationStateForPid(7); });
-  EXPECT_EQ(second.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
-  statsd.goOn.set_value();
-  EXPECT_THAT(second.get().value(), ElementsAre(Pair("screen", "home")));
-  first.join();
+  std::vector<std::future<std::string>> others;
+  for (int i = 0; i < 15; i++) others.push_back(std::async(std::launch::async, ask));
+  EXPECT_EQ(others.back().wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+  statsd.allowFetch(1);
+  statsd.waitForFetch(2);
+  for (auto& other : others) {
+    EXPECT_EQ(other.wait_for(std::chrono::milliseconds(1)), std::future_status::timeout);
+  }
+  statsd.allowFetch(100);
+  first.get();
+  for (auto& other : others) EXPECT_NE(other.get(), "1");
+  EXPECT_LT(statsd.fetches(), 5) << "one and the next; a query that came late may have had one of its own";
 }
 
 // From an atom that another process writes to its socket, to the answer about that process.
-TEST(ApplicationStateManager, AnswersForAPublisherUntilItWasFoundDeadAMinuteAgo) {
+TEST(ApplicationStateManagerTest, answersForAPublisherUntilItWasFoundDeadAMinuteAgo) {
   const test::TempDir runtime;
   const test::ScopedEnv env("TORV_RUNTIME_DIR", runtime.path());
   StatsManagerBuilder builder;
@@ -114,7 +145,7 @@ TEST(ApplicationStateManager, AnswersForAPublisherUntilItWasFoundDeadAMinuteAgo)
   EXPECT_EQ(manager.getAllGlobalStates().size(), 1U);
 }
 
-TEST(DeadCheck, TakesPidsThatNeverWereForDeadAndThoseItMayNotLookAtForAlive) {
+TEST(DeadCheckTest, takesPidsThatNeverWereForDeadAndThoseItMayNotLookAtForAlive) {
   errno = EPERM;  // left by an earlier call
   for (const pid_t pid : {INT_MAX, INT_MIN, -1, -getpid()}) {
     EXPECT_FALSE(ApplicationStateManager::processExists(pid)) << pid;

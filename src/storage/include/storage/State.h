@@ -1,71 +1,80 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
-#include <unordered_map>
-#include <vector>
 
-#include "storage/KeyTable.h"
-#include "storage/SlotIndex.h"
+#include "base/StringMap.h"
 
 namespace Torv::OS::Diagnostics {
 
-class History;
+class PackedHistories;
 
-// One table of named application states: for each key its newest three values, ordered by time. A process
-// has one, and so has a global namespace.
+// One table of named application states: for each key its newest three values, ordered by time. A process has
+// one, and so has a global namespace.
 //
-// Not thread-safe: guarded by the lock of the black box that holds it.
+// Not thread-safe: whoever owns it guards it.
 class State {
  public:
   struct Entry {
-    int64_t timestamp = 0;  // nanoseconds, CLOCK_BOOTTIME
+    int64_t timestamp = 0;  // nanoseconds of CLOCK_BOOTTIME
     std::string value;
   };
 
-  // Ascending by time, on purpose not strict: no two entries count as equal, so all are kept, and a later one
-  // goes before earlier ones of the same time. Not a strict weak order, hence not for a std::set.
+  // Orders values by time, ascending, and is not strict on purpose: no two values count as equal, so all are
+  // kept, and a value goes before those of the same time that were added earlier. Because of that it is no
+  // strict weak order: never give it to std::set or std::sort.
   struct StateComparator {
-    bool operator()(const Entry& a, const Entry& b) const { return a.timestamp <= b.timestamp; }
+    bool operator()(const Entry& a, const Entry& b) const { return (*this)(a.timestamp, b.timestamp); }
+    bool operator()(int64_t aTimestamp, int64_t bTimestamp) const { return aTimestamp <= bTimestamp; }
   };
 
-  // `keys` numbers the names and must outlive the state.
-  explicit State(KeyTable& keys);
+  State();
   ~State();
   State(const State&) = delete;
   State& operator=(const State&) = delete;
 
-  // Adds an observation at its place in time (nanoseconds, CLOCK_BOOTTIME). Of more than three the oldest is
-  // dropped, which may be this one.
-  void add(const std::string& key, int64_t timestamp, std::string value);
+  // Adds a value of `key` at its place in time. If the key has three already, the oldest of the four is
+  // dropped, which can be the new one. `timestamp` is in nanoseconds of CLOCK_BOOTTIME.
+  void add(const std::string& key, int64_t timestamp, const std::string& value);
 
-  // The newest value; of several with the same time the one added first. Nothing where the key is unknown or
-  // was cleared. With age, the value comes as {"dt_ms":<age in ms>,"v":<value>}, and an entry of the future
-  // is nothing.
+  // Returns the newest value of `key`; of several with the same time the one that was added first. Returns
+  // nullopt if the key is unknown or cleared. With age, the value comes as {"dt_ms":<age in ms>,"v":<value>},
+  // and nullopt also stands for a value whose time is in the future.
   std::optional<std::string> get(const std::string& key, bool withAge) const;
 
-  // get() of every key that holds something; an entry of the future becomes "".
-  std::unordered_map<std::string, std::string> getAll(bool withAge) const;
+  // Returns get() of every key that holds a value. A value whose time is in the future becomes "".
+  Base::StringMap getAll(bool withAge) const;
 
-  // The time of the newest value, in nanoseconds of CLOCK_BOOTTIME.
+  // Returns the time of the newest value in nanoseconds of CLOCK_BOOTTIME, or nullopt if there is no value.
   std::optional<int64_t> newestTimestamp(const std::string& key) const;
 
-  // Empties the key's history; the key stays known.
+  // Drops the values of `key`. The key stays known.
   void clear(const std::string& key);
 
-  // Kept by the black box; a State neither reads nor writes them.
+  // How many bytes the newest values and their keys take in a reply (see kReplyBytesPerState).
+  size_t replyBytes() const;
+
+  // Returns getAll(false) without the keys that do not fit into `maxReplyBytes`: those whose newest value is
+  // oldest are left out first.
+  Base::StringMap getNewest(size_t maxReplyBytes) const;
+
+  // Drops the keys whose newest value is oldest until bytes() is at most `maxBytes`. Returns how many keys it
+  // has dropped.
+  size_t keepNewest(size_t maxBytes);
+
+  size_t keyCount() const;
+  // Bytes of memory that the keys and values take.
+  size_t bytes() const;
+
+  // Kept by the black box. A State neither reads nor writes them.
   bool isDead = false;
   int64_t deathTime = 0;  // seconds since the Unix epoch
 
  private:
-  const History* find(const std::string& key) const;
-  History* find(const std::string& key);
-  History& findOrInsert(const std::string& key);
-
-  KeyTable& mKeys;
-  SlotIndex mIndex;                 // of mHistories
-  std::vector<History> mHistories;  // in the order in which the keys came
+  std::unique_ptr<PackedHistories> mHistories;
 };
 
 }  // namespace Torv::OS::Diagnostics

@@ -1,0 +1,170 @@
+// What the black box drops when too much is published, and what it never drops.
+#include <set>
+#include <string>
+
+#include <gmock/gmock.h>
+
+#include "storage/BlackBox.h"
+
+namespace Torv::OS::Diagnostics {
+namespace {
+
+using testing::HasSubstr, testing::SizeIs;
+
+std::string textOf(size_t length, int64_t number) {
+  std::string digits = std::to_string(number);
+  return std::string(length - digits.size(), '0') + digits;
+}
+
+// Publishes keys with that many values each until they hold 8 KiB of texts of `length` characters.
+template <typename Add>
+void addEightKiB(size_t length, int values, const Add& add) {
+  const size_t keys = 8 * kKiB / (length * (values + 1));
+  for (int round = 0; round < values; round++) {
+    for (size_t key = 0; key < keys; key++) {
+      add(textOf(length, static_cast<int64_t>(key)), round, textOf(length, round));
+    }
+  }
+}
+
+class LimitsTest : public testing::Test {
+ protected:
+  void publishEightKiB(int pid) {
+    addEightKiB(15, 3, [&](const std::string& key, int64_t timestamp, const std::string& value) {
+      box.addProcessState(pid, key, timestamp, value);
+    });
+  }
+
+  void expectAllThere(int pid) {
+    const auto states = box.getAllForPid(pid);
+    ASSERT_TRUE(states.has_value()) << pid;
+    EXPECT_THAT(*states, SizeIs(testing::Ge(8 * kKiB / 60))) << pid;
+  }
+
+  const BlackBoxLimits limits;
+  int64_t now = 1'000'000;
+  std::set<int> processes;
+  BlackBox box{[this] { return now; }, [this](pid_t pid) { return processes.count(pid) > 0; }};
+};
+
+TEST_F(LimitsTest, aShareHoldsEightKiBOfTextsOfFifteenCharactersOrMore) {
+  for (const size_t length : {15, 16, 17, 20, 31, 64, 500, 2000}) {
+    for (int values = 1; values <= 3; values++) {
+      State state;
+      addEightKiB(length, values, [&](const std::string& key, int64_t timestamp, const std::string& value) {
+        state.add(key, timestamp, value);
+      });
+      EXPECT_EQ(state.keepNewest(limits.share()), 0U) << length << " " << values;
+      EXPECT_LE(state.bytes(), limits.share()) << length << " " << values;
+    }
+  }
+}
+
+TEST_F(LimitsTest, processesWithinTheirShareLoseNothingToOneThatPublishesWithoutEnd) {
+  const int attacker = static_cast<int>(kProtectedProcesses);
+  for (int pid = 1; pid <= attacker; pid++) processes.insert(pid);
+  for (int pid = 1; pid < attacker; pid++) publishEightKiB(pid);
+  processes.erase(1);
+  box.markProcessAsDead(1);  // its states are kept for a minute, and nobody may take them before
+  for (int64_t i = 0; i < 500'000; i++) box.addProcessState(attacker, textOf(15, i), i, textOf(15, i));
+
+  for (int pid = 1; pid < attacker; pid++) expectAllThere(pid);
+  EXPECT_LE(box.memoryBytes(), limits.maxBytes);
+  const auto left = *box.getAllForPid(attacker);
+  EXPECT_EQ(left.count(textOf(15, 499'999)), 1U) << "the newest states stay";
+  EXPECT_EQ(left.count(textOf(15, 0)), 0U);
+  EXPECT_THAT(*box.takeLossReport(), HasSubstr(" " + std::to_string(attacker) + ": "));
+}
+
+TEST_F(LimitsTest, inventedPidsTakeNothingFromProcessesAndNoPlaceFromNewOnes) {
+  for (int pid = 1; pid < static_cast<int>(kProtectedProcesses); pid++) {
+    processes.insert(pid);
+    publishEightKiB(pid);
+  }
+  const auto invent = [&](int first, int last) {
+    for (int pid = first; pid < last; pid++) box.addProcessState(pid, "key", 1, "value");
+  };
+  invent(1'000'000, 1'600'000);
+  EXPECT_THAT(box.getAllLivePids(), SizeIs(limits.maxProcesses));
+  processes.insert(1'000'001);  // a pid that was invented before a process got it
+  processes.insert(2'000'000);  // a process that publishes for the first time
+  publishEightKiB(1'000'001);
+  publishEightKiB(2'000'000);
+  invent(3'000'000, 3'600'000);
+  for (const int pid : processes) expectAllThere(pid);
+  EXPECT_THAT(box.getAllLivePids(), SizeIs(limits.maxProcesses));
+}
+
+TEST_F(LimitsTest, thoseAboveTheirShareAreCutBeforeInventedPidsAndTheseBeforeProcesses) {
+  processes = {1, 2};
+  publishEightKiB(1);
+  const std::string value(4000, 'x');
+  for (int64_t i = 0; i < 200; i++) box.addProcessState(2, textOf(15, i), i, value);  // 0.8 MB
+  for (int pid = 1'000'000; box.takeLossReport() == std::nullopt; pid++) publishEightKiB(pid);
+  expectAllThere(1);
+  EXPECT_THAT(*box.getAllForPid(2), SizeIs(limits.share() / 4100)) << "the process above its share was cut";
+  expectAllThere(1'000'000);  // of the invented pids, the last ones went
+}
+
+TEST_F(LimitsTest, oneProcessIsCutToItsNewerHalfBeforeItsBlockGetsLarge) {
+  processes = {1};
+  const std::string value(4000, 'x');
+  for (int64_t i = 0; i < 2000; i++) box.addProcessState(1, textOf(15, i), i, value);
+  EXPECT_LE(box.memoryBytes(), limits.maxProcessBytes);
+  EXPECT_GT(box.memoryBytes(), limits.maxProcessBytes / 3);
+  EXPECT_EQ(box.getAllForPid(1)->count(textOf(15, 1999)), 1U);
+}
+
+TEST_F(LimitsTest, textsThatNoAtomCarriesAndTooManyGlobalsAreRefused) {
+  const std::string tooLong(kMaxTextBytes + 1, 'x');
+  box.addProcessState(1, tooLong, 1, "value");
+  box.addProcessState(1, "key", 1, tooLong);
+  EXPECT_EQ(box.getAllForPid(1), std::nullopt);
+  box.addGlobalState("telemetry", "service_session_id", 1, std::string(kMaxTextBytes, 'x'));
+  box.addGlobalState(tooLong, "key", 1, "value");
+  for (int i = 0; i < 10'000; i++) box.addGlobalState("space " + std::to_string(i), "key", 1, "value");
+  EXPECT_THAT(box.getAllGlobalStates(), SizeIs(testing::AllOf(testing::Gt(50U), testing::Lt(500U))));
+  EXPECT_EQ(box.getAllGlobalStates().count("telemetry"), 1U);
+}
+
+TEST_F(LimitsTest, lossesAreCountedByProcessAndReportedOnceAMinute) {
+  const std::string tooLong(kMaxTextBytes + 1, 'x');
+  EXPECT_EQ(box.takeLossReport(), std::nullopt);
+  for (const int pid : {7, 8, 8}) box.addProcessState(pid, "key", 1, tooLong);
+  const std::string report = *box.takeLossReport();
+  EXPECT_THAT(report, HasSubstr("refused 3 states"));
+  EXPECT_THAT(report, testing::AllOf(HasSubstr(" 7: 1,"), HasSubstr(" 8: 2,"), HasSubstr(" others: 0")));
+  for (int pid = 0; pid < 1000; pid++) box.addProcessState(pid, "key", 1, tooLong);
+  now += kLossLogPeriodSeconds - 1;
+  EXPECT_EQ(box.takeLossReport(), std::nullopt);
+  now += 1;
+  EXPECT_THAT(*box.takeLossReport(), HasSubstr(" others: " + std::to_string(1000 - kMaxCountedProcesses)));
+}
+
+TEST_F(LimitsTest, repliesLeaveOutTheLargestProcessesAndTheOldestStatesOfOne) {
+  constexpr size_t kValue = 1000;
+  constexpr size_t kBytes = kReplyBytesPerState + 2 * (3 + kValue);
+  const auto publish = [&](int pid, int states) {
+    for (int i = 0; i < states; i++) box.addProcessState(pid, textOf(3, i), i, std::string(kValue, 'x'));
+  };
+  publish(1, 1);
+  publish(2, 5);
+  publish(3, 2);
+  std::vector<int> leftOut;
+  const size_t all = 3 * kReplyBytesPerProcess + 8 * kBytes;
+  EXPECT_EQ(box.getProcessStatesThatFit(all, &leftOut), box.getAllProcessStates());
+  EXPECT_THAT(leftOut, testing::IsEmpty());
+  auto fitting = box.getProcessStatesThatFit(all - 1, &leftOut);
+  EXPECT_THAT(leftOut, testing::ElementsAre(2));
+  EXPECT_THAT(fitting.at(2), testing::IsEmpty());
+  EXPECT_THAT(fitting.at(3), SizeIs(2));
+
+  EXPECT_THAT(*box.getNewestForPid(2, kReplyBytesPerProcess + 5 * kBytes), SizeIs(5));
+  const auto newest = *box.getNewestForPid(2, kReplyBytesPerProcess + 5 * kBytes - 1);
+  EXPECT_THAT(newest, SizeIs(4));
+  EXPECT_EQ(newest.count("000"), 0U);
+  EXPECT_EQ(box.getNewestForPid(4, SIZE_MAX), std::nullopt);
+}
+
+}  // namespace
+}  // namespace Torv::OS::Diagnostics
