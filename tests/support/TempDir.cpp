@@ -1,16 +1,28 @@
 #include "support/TempDir.h"
 
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <stdexcept>
 
 namespace test {
+namespace {
+
+// The tests that run on a device are built without exceptions, so a fault of the test's own surroundings ends
+// it.
+[[noreturn]] void fail(const char* what, const std::string& path) {
+  fprintf(stderr, "%s %s: %s\n", what, path.c_str(), strerror(errno));
+  abort();
+}
+
+}  // namespace
 
 TempDir::TempDir() {
   std::string pattern = (std::filesystem::temp_directory_path() / "diag-test-XXXXXX").string();
-  if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp " + pattern);
+  if (mkdtemp(pattern.data()) == nullptr) fail("cannot make", pattern);
   mPath = pattern;
 }
 
@@ -24,7 +36,7 @@ std::string TempDir::write(std::string_view name, std::string_view contents) con
   std::filesystem::create_directories(file.parent_path());
   std::ofstream stream(file, std::ios::binary);
   stream << contents << std::flush;
-  if (!stream) throw std::runtime_error("cannot write " + file.string());
+  if (!stream) fail("cannot write", file.string());
   return file.string();
 }
 
