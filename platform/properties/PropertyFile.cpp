@@ -189,6 +189,17 @@ std::string withProperty(std::string_view text, std::string_view name, std::stri
   return changed + line + "\n";
 }
 
+std::string withoutProperty(std::string_view text, std::string_view name) {
+  std::string rest;
+  size_t kept = 0;
+  forEachProperty(text, [&](const PropertyLine& property, std::string_view whole, size_t offset) {
+    if (property.name != name) return;
+    rest += text.substr(kept, offset - kept);
+    kept = std::min(offset + whole.size() + 1, text.size());
+  });
+  return rest.append(text.substr(kept));
+}
+
 std::string readPropertyFile() {
   Result<std::string> text = readText(propertyPath());
   if (text.ok()) return *std::move(text);
@@ -207,6 +218,17 @@ Result<void> setProperty(std::string_view name, std::string_view value) {
     return Error() << name << " is read-only and has a value already";
   }
   return replaceFile(path, withProperty(*text, name, value));
+}
+
+Result<void> unsetProperty(std::string_view name) {
+  const std::string path = propertyPath();
+  auto lock = lockFile(path + ".lock");
+  if (!lock.ok()) return lock.error();
+  Result<std::string> text = readText(path);
+  if (!text.ok()) return text.error();
+  if (!findProperty(*text, name)) return Error() << name << " is not set";
+  if (isReadOnly(name)) return Error() << name << " is read-only";
+  return replaceFile(path, withoutProperty(*text, name));
 }
 
 }  // namespace platform

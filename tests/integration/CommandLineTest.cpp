@@ -71,8 +71,9 @@ TEST_F(CommandLineTest, ContextShowsHistoriesAsCharts) {
     return values["cpu_utilization_history"]["time_series"].size() > 1;
   }));
   const std::string context = diagctl({"context"}).output;
-  EXPECT_THAT(context, AllOf(HasSubstr("build_fingerprint"), HasSubstr("\nsystem_meminfo_history\n")));
-  EXPECT_THAT(context, AllOf(HasSubstr("newest"), Not(HasSubstr("time_series"))));
+  EXPECT_THAT(context,
+              AllOf(HasSubstr("build_fingerprint"), HasSubstr("\nsystem_meminfo_history, 0 to 100 %\n")));
+  EXPECT_THAT(context, AllOf(HasSubstr("now "), Not(HasSubstr("time_series"))));
 }
 
 TEST_F(CommandLineTest, PingAndNotifySayWhatHappened) {

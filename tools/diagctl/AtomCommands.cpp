@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -9,6 +10,7 @@
 #include <statsd/StatsdStatus.h>
 #include <unistd.h>
 
+#include "Calls.h"
 #include "Commands.h"
 #include "Output.h"
 
@@ -19,18 +21,15 @@ using libstatsd::StatsdStatus;
 using libstatsd::StatsEventWriter;
 using libstatsd::WriteResult;
 
-android::base::Result<StatsdStatus> statusWithin(const Options& options) {
+Result<StatsdStatus> statusWithin(const Options& options) {
   const std::chrono::duration<double> timeout(options.timeoutSeconds);
   return libstatsd::readStatsdStatus(std::chrono::ceil<std::chrono::milliseconds>(timeout));
 }
 
-int refuse(const std::string& sentence) {
-  fprintf(stderr, "diagctl: %s\n", sentence.c_str());
-  return kRefused;
-}
-
-int refuseUnreached(const std::string& error) {
-  return refuse("no service takes atoms: " + error +
+// A stopped service's socket takes connections, but nobody answers.
+int refuseUnreached(const android::base::ResultError& error, const Options& options) {
+  if (error.code() == EAGAIN) return refuse(unansweredText(options.timeoutSeconds));
+  return refuse("no service takes atoms: " + error.message() +
                 ". Start one with ./run serve, or set TORV_RUNTIME_DIR to its runtime directory.");
 }
 
@@ -38,7 +37,7 @@ int refuseUnreached(const std::string& error) {
 template <typename Publish>
 int publish(const Options& options, const Publish& send) {
   const auto answer = statusWithin(options);
-  if (!answer.ok()) return refuseUnreached(answer.error().message());
+  if (!answer.ok()) return refuseUnreached(answer.error(), options);
   const StatsdStatus& status = *answer;
   if (!status.askerHeard) {
     return refuse("the service does not take atoms of uid " + std::to_string(status.askerUid) +
@@ -59,7 +58,7 @@ int publish(const Options& options, const Publish& send) {
 
 int showStatus(const Options& options) {
   const auto answer = statusWithin(options);
-  if (!answer.ok()) return refuseUnreached(answer.error().message());
+  if (!answer.ok()) return refuseUnreached(answer.error(), options);
   const StatsdStatus& status = *answer;
   if (options.json) {
     Json::Value document(Json::objectValue);

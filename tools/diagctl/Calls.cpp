@@ -2,8 +2,10 @@
 
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <future>
 #include <thread>
+#include <utility>
 
 #include <unistd.h>
 
@@ -13,58 +15,132 @@
 #include <utils/String8.h>
 
 #include "Commands.h"
+#include "Output.h"
+#include "dev/kerno/internal/diagnostics/BundleKeys.h"
 
 namespace diagctl {
 
 using android::IBinder;
+using android::interface_cast;
 using android::sp;
 using android::String16;
+using android::base::Error;
 using android::binder::Status;
+using android::os::PersistableBundle;
+namespace bundlekey = dev::kerno::internal::diagnostics::bundlekey;
+using dev::kerno::internal::diagnostics::IDiagnosticsCollectorService;
+using dev::kerno::internal::diagnostics::IDiagnosticsNotificationService;
 
-sp<IBinder> serviceBinder(const char* name) {
+namespace {
+
+timeline::Texts textsOf(const PersistableBundle& bundle) {
+  timeline::Texts texts;
+  for (const String16& key : bundle.getStringKeys()) texts[toUtf8(key)] = stringOf(bundle, key);
+  return texts;
+}
+
+void addSystem(const PersistableBundle& system, timeline::Answer& answer) {
+  answer.context = textsOf(childOf(system, String16(bundlekey::kSystemContextData)));
+  const PersistableBundle globals = childOf(system, String16(bundlekey::kGlobalStateData));
+  for (const String16& name : globals.getPersistableBundleKeys()) {
+    answer.globals[toUtf8(name)] =
+        textsOf(childOf(childOf(globals, name), String16(bundlekey::kGlobalStateData)));
+  }
+}
+
+}  // namespace
+
+Result<sp<IBinder>> serviceBinder(const char* name) {
   sp<IBinder> binder = android::defaultServiceManager()->checkService(String16(name));
   if (binder == nullptr) {
-    throw Refusal(
-        fmt::format("{} is not running in {}. Start it with ./run serve, or name the directory "
-                    "that it serves in TORV_RUNTIME_DIR.",
-                    name, platform::runtimeDirectory()));
+    return Error()
+           << name << " is not running in " << platform::runtimeDirectory()
+           << ". Start it with ./run serve, or name the directory that it serves in TORV_RUNTIME_DIR.";
   }
   return binder;
 }
 
-void requireOk(const Status& status) {
-  if (status.isOk()) return;
+Result<sp<IDiagnosticsCollectorService>> collector() {
+  const auto binder = serviceBinder(IDiagnosticsCollectorService::kServiceName);
+  if (!binder.ok()) return Error() << binder.error();
+  return interface_cast<IDiagnosticsCollectorService>(*binder);
+}
+
+Result<sp<IDiagnosticsNotificationService>> notifier() {
+  const auto binder = serviceBinder(IDiagnosticsNotificationService::kServiceName);
+  if (!binder.ok()) return Error() << binder.error();
+  return interface_cast<IDiagnosticsNotificationService>(*binder);
+}
+
+Result<void> outcomeOf(const Status& status) {
+  if (status.isOk()) return {};
   switch (status.transactionError()) {
     case android::DEAD_OBJECT:
-      throw Refusal("The service ended during the call. Its log says why; ask again when it is back.");
+      return Error() << "The service ended during the call. Its log says why; ask again when it is back.";
     case android::FAILED_TRANSACTION:
-      throw Refusal("The answer does not fit into one reply. Ask for single processes: diagctl state PID.");
+      return Error()
+             << "The answer does not fit into one reply. Ask for single processes: diagctl state PID.";
     default:
-      throw Refusal(fmt::format("The service refused: {}", status.toString8().string()));
+      return Error() << "The service refused: " << status.toString8().string();
   }
 }
 
-int within(double timeoutSeconds, const std::function<int()>& calls) {
-  std::packaged_task<int()> task([&calls] {
-    try {
-      return calls();
-    } catch (const Refusal& refusal) {
-      fprintf(stderr, "diagctl: %s\n", refusal.what());
-      return kRefused;
-    }
-  });
-  std::future<int> exitCode = task.get_future();
+Result<timeline::Answer> askService(bool withContext) {
+  const auto service = collector();
+  if (!service.ok()) return Error() << service.error();
+  PersistableBundle states;
+  if (const auto asked = outcomeOf((*service)->getAllAvailableApplicationStateData(&states)); !asked.ok()) {
+    return Error() << asked.error();
+  }
+  timeline::Answer answer;
+  answer.clocks = timeline::readClocks();
+  for (const String16& pid : states.getPersistableBundleKeys()) {
+    answer.processes[static_cast<int32_t>(strtol(toUtf8(pid).c_str(), nullptr, 10))] =
+        textsOf(childOf(childOf(states, pid), String16(bundlekey::kApplicationStateData)));
+  }
+  if (!withContext) return answer;
+  PersistableBundle system;
+  if (const auto asked = outcomeOf((*service)->getSystemContextData(&system)); !asked.ok()) {
+    return Error() << asked.error();
+  }
+  addSystem(system, answer);
+  return answer;
+}
+
+Result<timeline::Timeline> timelineFrom(const std::string& path) {
+  if (!path.empty()) return timeline::fromFile(path);
+  const auto answer = askService(true);
+  if (!answer.ok()) return Error() << answer.error();
+  return timeline::fromAnswer(*answer);
+}
+
+int refuse(const std::string& sentence) {
+  fprintf(stderr, "diagctl: %s\n", printable(sentence).c_str());
+  return kRefused;
+}
+
+int exitCodeOf(const Result<void>& result) {
+  return result.ok() ? kDone : refuse(result.error().message());
+}
+
+int within(double timeoutSeconds, const std::function<Result<void>()>& calls) {
+  std::packaged_task<Result<void>()> task(calls);
+  std::future<Result<void>> result = task.get_future();
   std::thread thread(std::move(task));
-  if (exitCode.wait_for(std::chrono::duration<double>(timeoutSeconds)) == std::future_status::timeout) {
-    fprintf(
-        stderr,
-        "diagctl: The service did not answer within %g s. It may be stopped or overloaded: see its log, or "
-        "wait longer with --timeout.\n",
-        timeoutSeconds);
+  if (result.wait_for(std::chrono::duration<double>(timeoutSeconds)) == std::future_status::timeout) {
+    refuse(unansweredText(timeoutSeconds));
     _exit(kRefused);
   }
   thread.join();
-  return exitCode.get();
+  return exitCodeOf(result.get());
+}
+
+std::string unansweredText(double timeoutSeconds) {
+  return fmt::format(
+      "The service in {} did not answer within {} s. It may be stopped or overloaded: see its log, or wait "
+      "longer "
+      "with --timeout.",
+      platform::runtimeDirectory(), timeoutSeconds);
 }
 
 }  // namespace diagctl

@@ -19,16 +19,28 @@ struct Options {
 // push, push-session, status: what an application does, and what becomes of it.
 void addAtomCommands(CLI::App& app, const Options& options, int& exitCode);
 
-// prop get, prop set, prop list.
+// prop get, prop set, prop unset, prop list.
 void addPropertyCommands(CLI::App& app, const Options& options, int& exitCode);
 
-// pref get, pref set, pref list.
+// pref get, pref set, pref unset, pref list.
 void addPreferenceCommands(CLI::App& app, const Options& options, int& exitCode);
 
 // config: every setting and the layer that answers for it.
 void addConfigCommand(CLI::App& app, const Options& options, int& exitCode);
 
-// state, states, context, notify, ping: through the service's binder interfaces.
+// state, states, notify, ping: through the service's binder interfaces.
 void addServiceCommands(CLI::App& app, const Options& options, int& exitCode);
+
+// context: the system's state, with charts.
+void addContextCommand(CLI::App& app, const Options& options, int& exitCode);
+
+// record: what changes, into a file.
+void addRecordCommand(CLI::App& app, const Options& options, int& exitCode);
+
+// export: a trace of an answer, a crash report or a recording.
+void addExportCommand(CLI::App& app, const Options& options, int& exitCode);
+
+// doctor, runtime-dir: what the service and diagctl work with.
+void addEnvironmentCommands(CLI::App& app, const Options& options, int& exitCode);
 
 }  // namespace diagctl

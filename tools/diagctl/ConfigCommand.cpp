@@ -7,6 +7,7 @@
 
 #include <json/value.h>
 
+#include "Calls.h"
 #include "Commands.h"
 #include "Output.h"
 #include "Settings.h"
@@ -98,11 +99,11 @@ class Layers {
 int showConfiguration(const Options& options) {
   auto file = Torv::readServiceConfiguration();
   if (!file.ok()) {
-    fprintf(stderr,
-            "diagctl: the service configuration %s cannot be used: %s. The service does not start without a "
-            "JSON object there; TORV_DEVICE_ROOT names the directory that it is looked for in.\n",
-            Torv::kServiceConfigurationPath, printable(file.error().message()).c_str());
-    return kRefused;
+    return refuse(
+        std::string("the service configuration ") + Torv::kServiceConfigurationPath +
+        " cannot be used: " + file.error().message() +
+        ". The service does not start without a JSON object there; TORV_DEVICE_ROOT names the directory "
+        "that it is looked for in.");
   }
   Layers layers(std::move(*file));
   Json::Value document(Json::objectValue);

@@ -1,81 +1,127 @@
 #include "HistoryChart.h"
 
 #include <algorithm>
-#include <array>
-#include <cmath>
-#include <iterator>
-#include <map>
+#include <optional>
+#include <tuple>
 #include <vector>
 
 #include <fmt/format.h>
-#include <json/value.h>
 
-#include "Output.h"
-#include "base/Json.h"
+#include "text/Text.h"
 
 namespace diagctl {
 namespace {
 
-constexpr std::array<std::string_view, 8> kBars = {"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
+using timeline::Scale;
+using timeline::Series;
+using timeline::Timeline;
 
-// A metric's value in each sample, oldest first; null where a sample has none.
-using Series = std::vector<const Json::Value*>;
+constexpr size_t kMaxNameColumns = 24;
+constexpr size_t kMinBars = 10;
 
-std::map<std::string, Series> seriesByMetric(const Json::Value& samples) {
-  std::map<std::string, Series> metrics;
-  for (Json::ArrayIndex age = 0; age < samples.size(); ++age) {
-    const Json::Value* const values = Torv::Base::findMember(samples[age], "v");
-    if (values == nullptr || !values->isObject()) continue;
-    for (auto value = values->begin(); value != values->end(); ++value) {
-      Series& series = metrics.try_emplace(value.name(), samples.size(), nullptr).first->second;
-      if (value->isNumeric()) series[samples.size() - 1 - age] = &*value;
-    }
+std::string withUnit(double value, timeline::Unit unit) {
+  const std::string name = timeline::unitName(unit);
+  return timeline::numberText(value) + (name.empty() ? "" : " " + name);
+}
+
+// What stands left and right of every bar, and the time that all of them show.
+struct Frame {
+  size_t nameColumns = 0;
+  size_t barColumns = 0;
+  int64_t fromMs = 0;
+  int64_t toMs = 0;
+};
+
+// The newest and the highest value of a series that has at least one.
+std::string summary(const Series& series) {
+  std::optional<double> newest;
+  std::optional<double> highest;
+  for (const timeline::Point& point : series.points) {
+    if (!point.value) continue;
+    newest = point.value;
+    highest = std::max(highest.value_or(*point.value), *point.value);
   }
-  return metrics;
+  if (!newest) return "no values";
+  if (timeline::isConstant(series)) return withUnit(*newest, series.unit) + " throughout";
+  return fmt::format("now {}, highest {}", withUnit(*newest, series.unit), withUnit(*highest, series.unit));
 }
 
-std::string text(const Json::Value& number) {
-  return number.type() == Json::realValue ? fmt::format("{}", number.asDouble()) : number.asString();
-}
-
-std::string_view bar(double value, double lowest, double highest) {
-  if (highest == lowest) return kBars.front();
-  // Halved first: the difference of two large values may be none.
-  const double share = (value / 2 - lowest / 2) / (highest / 2 - lowest / 2);
-  return kBars[static_cast<size_t>(std::lround(share * (kBars.size() - 1)))];
-}
-
-std::string line(const std::string& name, size_t nameWidth, const Series& series) {
-  std::string result = fmt::format("{:<{}}  ", name, nameWidth);
-  Series present;
-  std::copy_if(series.begin(), series.end(), std::back_inserter(present), [](const auto* v) { return v; });
-  if (present.empty()) return result + "no values\n";
-
-  const auto [lowest, highest] = std::minmax_element(
-      present.begin(), present.end(),
-      [](const Json::Value* a, const Json::Value* b) { return a->asDouble() < b->asDouble(); });
-  for (const Json::Value* const value : series) {
-    result += value == nullptr ? " " : bar(value->asDouble(), (*lowest)->asDouble(), (*highest)->asDouble());
+Frame frameFor(const Timeline& timeline, size_t columns) {
+  Frame frame;
+  size_t summaryColumns = 0;
+  frame.toMs = timeline.endMs;
+  frame.fromMs = timeline.endMs;
+  for (const Series& series : timeline.series) {
+    frame.nameColumns = std::max(frame.nameColumns, text::columnsOf(text::printable(series.metric)));
+    summaryColumns = std::max(summaryColumns, summary(series).size());
+    if (!series.points.empty()) frame.fromMs = std::min(frame.fromMs, series.points.front().bootMs);
   }
-  return result + fmt::format("  newest {}  lowest {}  highest {}\n", text(*present.back()), text(**lowest),
-                              text(**highest));
+  frame.nameColumns = std::min(frame.nameColumns, kMaxNameColumns);
+  const size_t others = 2 + frame.nameColumns + 2 + 2 + summaryColumns;
+  frame.barColumns = columns > others + kMinBars ? columns - others : kMinBars;
+  return frame;
+}
+
+std::string heading(const Timeline& timeline, const Series& series) {
+  const Scale scale = timeline::scaleOf(timeline, series);
+  return fmt::format("{}, {} to {}", text::printable(series.source), timeline::numberText(scale.lowest),
+                     withUnit(scale.highest, series.unit));
+}
+
+std::string padded(const std::string& text, size_t columns) {
+  const size_t used = text::columnsOf(text);
+  return text + std::string(columns > used ? columns - used : 0, ' ');
+}
+
+std::string chartLine(const Timeline& timeline, const Series& series, const Frame& frame,
+                      timeline::Glyphs glyphs) {
+  const std::string name =
+      padded(text::cutTo(frame.nameColumns, text::printable(series.metric), "~"), frame.nameColumns);
+  if (timeline::isConstant(series)) return "  " + name + "  " + summary(series);
+  const auto columns = timeline::columnsOf(series, frame.fromMs, frame.toMs, frame.barColumns);
+  return "  " + name + "  " + timeline::bars(columns, timeline::scaleOf(timeline, series), glyphs) + "  " +
+         summary(series);
+}
+
+std::string timeAxis(const Frame& frame) {
+  const std::string begin = fmt::format("{} s ago", (frame.toMs - frame.fromMs + 500) / 1000);
+  const std::string end = "now";
+  std::string axis = std::string(2 + frame.nameColumns + 2, ' ') + begin;
+  if (begin.size() + end.size() < frame.barColumns) {
+    axis += std::string(frame.barColumns - begin.size() - end.size(), ' ') + end;
+  }
+  return axis;
 }
 
 }  // namespace
 
-std::optional<std::string> historyChart(std::string_view report) {
-  const auto json = Torv::Base::parseJson(report);
-  if (!json.ok()) return std::nullopt;
-  const Json::Value* const samples = Torv::Base::findMember(*json, "time_series");
-  if (samples == nullptr || !samples->isArray()) return std::nullopt;
-  if (samples->empty()) return "no samples\n";
+const char kHistoriesOff[] =
+    "Histories are off. diagctl prop set "
+    "persist.device_config.pellux_shared_os_services.oscontrol_enable_diagnostic_collector_service_corr true "
+    "switches them on when the service starts next.";
 
-  const auto metrics = seriesByMetric(*samples);
-  size_t nameWidth = 0;
-  for (const auto& [name, series] : metrics) nameWidth = std::max(nameWidth, printable(name).size());
-  std::string chart;
-  for (const auto& [name, series] : metrics) chart += line(printable(name), nameWidth, series);
-  return chart;
+std::string historyCharts(const Timeline& timeline, size_t columns, timeline::Glyphs glyphs) {
+  std::vector<const Series*> ordered;
+  for (const Series& series : timeline.series) ordered.push_back(&series);
+  // Metrics of one source on different scales have a heading for each scale.
+  std::stable_sort(ordered.begin(), ordered.end(), [](const Series* a, const Series* b) {
+    return std::tie(a->source, a->unit) < std::tie(b->source, b->unit);
+  });
+  const Frame frame = frameFor(timeline, columns);
+  std::vector<std::string> lines;
+  const Series* last = nullptr;
+  for (const Series* const series : ordered) {
+    if (last == nullptr || last->source != series->source || last->unit != series->unit) {
+      lines.emplace_back();
+      lines.push_back(heading(timeline, *series));
+    }
+    last = series;
+    lines.push_back(chartLine(timeline, *series, frame, glyphs));
+  }
+  if (!lines.empty()) lines.push_back(timeAxis(frame));
+  std::string charts;
+  for (const std::string& line : lines) charts += text::cutTo(columns, line, "~") + '\n';
+  return charts;
 }
 
 }  // namespace diagctl

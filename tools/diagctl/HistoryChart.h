@@ -1,18 +1,26 @@
 #pragma once
 
-#include <optional>
+#include <cstddef>
 #include <string>
-#include <string_view>
+
+#include "timeline/Chart.h"
+#include "timeline/Timeline.h"
 
 namespace diagctl {
 
-// A history of the system's state for a terminal: a line for each metric of `report`, the JSON text that the
-// service gives, with a small bar for each sample (oldest left; from the lowest value to the highest; blank
-// where a sample does not have the metric), and its newest, lowest and highest value:
+// The histories of a timeline for a terminal of `columns` columns: for each source a heading and a line for
+// each metric, all over the same time and on the scale that the heading names. A metric whose values are all
+// equal is one number. No line is longer than `columns`; each ends in a newline.
 //
-//   full_avg10  ▁▁ ▃█▆  newest 1.2  lowest 0  highest 1.53
+//   psi_cpu_history, 0 to 100 %
+//     full_avg10  0 % throughout
+//     some_avg10  ▁▁▂▅▃▁▁▁  now 1.2 %, highest 53 %
+//                 60 s ago                       now
 //
-// Each line ends in a newline. Empty where `report` is no such text.
-std::optional<std::string> historyChart(std::string_view report);
+// Empty if there are no histories.
+std::string historyCharts(const timeline::Timeline& timeline, size_t columns, timeline::Glyphs glyphs);
+
+// What is said if the service collects no histories because a flag is off.
+extern const char kHistoriesOff[];
 
 }  // namespace diagctl

@@ -3,9 +3,15 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 
-#include <fmt/format.h>
+#include <android-base/file.h>
+#include <android-base/unique_fd.h>
+#include <fcntl.h>
 #include <json/writer.h>
+#include <langinfo.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 #include <utils/String8.h>
 
 #include "base/Json.h"
@@ -78,6 +84,50 @@ Json::Value toJson(const PersistableBundle& bundle) {
     object[toUtf8(key)] = toJson(childOf(bundle, key));
   }
   return object;
+}
+
+size_t terminalColumns() {
+  winsize size{};
+  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
+  const char* const said = getenv("COLUMNS");
+  const long columns = said == nullptr ? 0 : strtol(said, nullptr, 10);
+  constexpr long kMost = 1000;
+  return columns > 0 && columns <= kMost ? static_cast<size_t>(columns) : 80;
+}
+
+timeline::Glyphs glyphs() {
+  const bool utf8 = std::string_view(nl_langinfo(CODESET)) == "UTF-8";
+  return utf8 ? timeline::Glyphs::Blocks : timeline::Glyphs::Ascii;
+}
+
+std::string folded(const std::string& lines, size_t indent) {
+  const size_t columns = terminalColumns();
+  if (isatty(STDOUT_FILENO) == 0 || columns <= 2 * indent) return lines;
+  std::string result;
+  for (size_t at = 0; at < lines.size();) {
+    const size_t end = std::min(lines.find('\n', at), lines.size());
+    std::string_view line = std::string_view(lines).substr(at, end - at);
+    at = end + 1;
+    for (size_t left = columns;; left = columns - indent) {
+      const size_t fits =
+          std::max<size_t>(text::cutTo(left, line, "").size(), std::min<size_t>(line.size(), 1));
+      result.append(line.substr(0, fits)) += '\n';
+      line.remove_prefix(fits);
+      if (line.empty()) break;
+      result.append(indent, ' ');
+    }
+  }
+  return result;
+}
+
+android::base::Result<void> writeFile(const std::string& path, std::string_view contents) {
+  android::base::unique_fd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY, 0644));
+  if (!fd.ok()) return android::base::ErrnoError() << "cannot create " << path;
+  // Some file systems tell of a full disk at close(2) only.
+  if (!android::base::WriteFully(fd.get(), contents.data(), contents.size()) || close(fd.release()) != 0) {
+    return android::base::ErrnoError() << "cannot write " << path;
+  }
+  return {};
 }
 
 void printJson(const Json::Value& document) {

@@ -10,9 +10,12 @@
 #include <utility>
 #include <vector>
 
+#include <android-base/result.h>
 #include <binder/PersistableBundle.h>
 #include <json/value.h>
 #include <utils/String16.h>
+
+#include "timeline/Chart.h"
 
 #include "text/Text.h"
 
@@ -40,7 +43,21 @@ Rows stringRows(const android::os::PersistableBundle& bundle);
 // string that is itself a JSON object or array is nested as such, every other one stays a string.
 Json::Value toJson(const android::os::PersistableBundle& bundle);
 
-// Writes the document and a newline to stdout, in ASCII.
+// Writes the document and a newline to stdout, in ASCII. A write that fails shows in ferror(stdout), which
+// main looks at.
 void printJson(const Json::Value& document);
+
+// The width of the terminal that stdout is; without one COLUMNS, or 80.
+size_t terminalColumns();
+
+// Blocks in a UTF-8 locale, else characters that every terminal has.
+timeline::Glyphs glyphs();
+
+// `lines` with those that are too long for the terminal continued on further lines behind `indent` spaces. As
+// they are if stdout is no terminal.
+std::string folded(const std::string& lines, size_t indent);
+
+// Creates or empties the file and writes `contents`. Returns an error that names the file if that fails.
+[[nodiscard]] android::base::Result<void> writeFile(const std::string& path, std::string_view contents);
 
 }  // namespace diagctl

@@ -2,6 +2,7 @@
 #include <charconv>
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -9,6 +10,7 @@
 #include <json/value.h>
 #include <unistd.h>
 
+#include "Calls.h"
 #include "Commands.h"
 #include "Output.h"
 #include "Settings.h"
@@ -73,10 +75,7 @@ int getPreference(const std::string& key, const Options& options) {
   if (values == nullptr) return kRefused;  // the log has said why
   const Json::Value* value = Torv::Base::findMember(*values, key);
   if (value == nullptr) {
-    fprintf(stderr,
-            "diagctl: %s is not stored; diagctl pref list shows what is, diagctl config what holds.\n",
-            printable(key).c_str());
-    return kRefused;
+    return refuse(key + " is not stored; diagctl pref list shows what is, diagctl config what holds.");
   }
   if (options.json) {
     printJson(*value);
@@ -88,26 +87,34 @@ int getPreference(const std::string& key, const Options& options) {
   return kDone;
 }
 
+int change(const std::function<void(Json::Value&)>& work) {
+  const auto stored = preferences()->update(work);
+  if (stored.ok()) return kDone;
+  return refuse(
+      stored.error().message() +
+      ". Preferences are set by the owner of the runtime directory, once the service has made it, or by "
+      "root.");
+}
+
 int setPreference(const std::string& key, const std::string& text, const std::string& typeName) {
   const SettingType type = typeNamed(typeName).value_or(typeFor(key, text));
   if (type == SettingType::StringMap) {
-    fprintf(stderr, "diagctl: %s is a map, which only the service configuration can hold.\n",
-            printable(key).c_str());
-    return kRefused;
+    return refuse(key + " is a map, which only the service configuration can hold.");
   }
   const std::optional<Json::Value> value = valueFrom(text, type);
   if (!value) {
-    fprintf(stderr, "diagctl: '%s' is no %s, which %s is; --type stores it under another type.\n",
-            printable(text).c_str(), nameOf(type), printable(key).c_str());
+    refuse("'" + text + "' is no " + nameOf(type) + ", which " + key +
+           " is; --type stores it under another type.");
     return kWrongUsage;
   }
-  const auto stored = preferences()->update([&](Json::Value& values) { values[key] = *value; });
-  if (stored.ok()) return kDone;
-  fprintf(stderr,
-          "diagctl: %s. Preferences are set by the owner of the runtime directory, once the service has made "
-          "it, or by root.\n",
-          printable(stored.error().message()).c_str());
-  return kRefused;
+  return change([&](Json::Value& values) { values[key] = *value; });
+}
+
+int unsetPreference(const std::string& key) {
+  bool stored = false;
+  const int exitCode = change([&](Json::Value& values) { stored = values.removeMember(key, nullptr); });
+  if (exitCode != kDone || stored) return exitCode;
+  return refuse(key + " is not stored; diagctl pref list shows what is.");
 }
 
 int listPreferences(const Options& options) {
@@ -150,6 +157,10 @@ void addPreferenceCommands(CLI::App& app, const Options& options, int& exitCode)
   set->callback([arguments, &exitCode] {
     exitCode = setPreference(arguments->key, arguments->value, arguments->type);
   });
+
+  CLI::App* unset = pref->add_subcommand("unset", "Remove a stored value, so that the default holds again");
+  unset->add_option("KEY", arguments->key)->required();
+  unset->callback([arguments, &exitCode] { exitCode = unsetPreference(arguments->key); });
 
   CLI::App* list = pref->add_subcommand("list", "Print all stored values");
   list->callback([&options, &exitCode] { exitCode = listPreferences(options); });

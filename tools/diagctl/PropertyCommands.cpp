@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include "Calls.h"
 #include "Commands.h"
 #include "Output.h"
 #include "properties/PropertyFile.h"
@@ -14,10 +15,7 @@ namespace {
 int getProperty(const std::string& name, const Options& options) {
   const std::string text = platform::readPropertyFile();
   const auto value = platform::findProperty(text, name);
-  if (!value) {
-    fprintf(stderr, "diagctl: %s is not set; diagctl prop list shows what is.\n", printable(name).c_str());
-    return kRefused;
-  }
+  if (!value) return refuse(name + " is not set; diagctl prop list shows what is.");
   if (options.json) {
     printJson(std::string(*value));
   } else {
@@ -25,13 +23,6 @@ int getProperty(const std::string& name, const Options& options) {
     printf("%s\n", isatty(STDOUT_FILENO) != 0 ? printable(*value).c_str() : std::string(*value).c_str());
   }
   return kDone;
-}
-
-int setProperty(const std::string& name, const std::string& value) {
-  const auto set = platform::setProperty(name, value);
-  if (set.ok()) return kDone;
-  fprintf(stderr, "diagctl: %s\n", printable(set.error().message()).c_str());
-  return kRefused;
 }
 
 int listProperties(const Options& options) {
@@ -67,7 +58,14 @@ void addPropertyCommands(CLI::App& app, const Options& options, int& exitCode) {
   CLI::App* set = prop->add_subcommand("set", "Set a property; one whose name begins with ro. only once");
   set->add_option("NAME", arguments->name)->required();
   set->add_option("VALUE", arguments->value)->required();
-  set->callback([arguments, &exitCode] { exitCode = setProperty(arguments->name, arguments->value); });
+  set->callback([arguments, &exitCode] {
+    exitCode = exitCodeOf(platform::setProperty(arguments->name, arguments->value));
+  });
+
+  CLI::App* unset = prop->add_subcommand("unset", "Remove a property");
+  unset->add_option("NAME", arguments->name)->required();
+  unset->callback(
+      [arguments, &exitCode] { exitCode = exitCodeOf(platform::unsetProperty(arguments->name)); });
 
   CLI::App* list = prop->add_subcommand("list", "Print all properties");
   list->callback([&options, &exitCode] { exitCode = listProperties(options); });

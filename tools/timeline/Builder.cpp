@@ -27,10 +27,15 @@ void append(Series& series, int64_t bootMs, std::optional<double> value) {
   series.points.push_back({bootMs, value});
 }
 
-template <typename Event, typename Time>
-void eraseBefore(std::vector<Event>& events, int64_t bootMs, Time time) {
-  events.erase(events.begin(), std::find_if(events.begin(), events.end(),
-                                            [&](const Event& event) { return event.*time >= bootMs; }));
+// Puts `kept` in the place of the events before `bootMs`.
+template <typename Event>
+void replaceBefore(std::vector<Event>& events, int64_t bootMs, int64_t Event::*time,
+                   std::vector<Event> kept) {
+  std::sort(kept.begin(), kept.end(), [&](const Event& a, const Event& b) { return a.*time < b.*time; });
+  const auto first =
+      std::find_if(events.begin(), events.end(), [&](const Event& event) { return event.*time >= bootMs; });
+  events.erase(events.begin(), first);
+  events.insert(events.begin(), kept.begin(), kept.end());
 }
 
 }  // namespace
@@ -173,15 +178,17 @@ void Builder::setMachine(const std::string& machine) {
 void Builder::dropBefore(int64_t bootMs) {
   Timeline& timeline = mState->timeline;
   std::vector<KeyChange> kept;
+  std::vector<Death> keptDeaths;
   for (const ProcessState& process : processesAt(timeline, bootMs - 1)) {
-    for (const auto& [key, state] : process.keys)
-      kept.push_back({bootMs, process.pid, key, state.value, true});
+    for (const auto& [key, state] : process.keys) {
+      kept.push_back({state.changedMs, process.pid, key, state.value, state.known});
+    }
+    if (process.deadMs) keptDeaths.push_back({*process.deadMs, process.pid, std::nullopt, ""});
   }
-  eraseBefore(timeline.changes, bootMs, &KeyChange::seenMs);
-  timeline.changes.insert(timeline.changes.begin(), kept.begin(), kept.end());
-  eraseBefore(timeline.deaths, bootMs, &Death::seenMs);
-  eraseBefore(timeline.gaps, bootMs, &Gap::toMs);
-  for (Series& series : timeline.series) eraseBefore(series.points, bootMs, &Point::bootMs);
+  replaceBefore(timeline.changes, bootMs, &KeyChange::seenMs, kept);
+  replaceBefore(timeline.deaths, bootMs, &Death::seenMs, keptDeaths);
+  replaceBefore(timeline.gaps, bootMs, &Gap::toMs, {});
+  for (Series& series : timeline.series) replaceBefore(series.points, bootMs, &Point::bootMs, {});
   timeline.beginMs = std::max(timeline.beginMs, bootMs);
 }
 

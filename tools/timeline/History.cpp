@@ -5,6 +5,7 @@
 
 #include <json/value.h>
 
+#include "Json.h"
 #include "base/Json.h"
 
 namespace timeline {
@@ -27,9 +28,10 @@ Unit unitOf(std::string_view metric) {
   return metric.ends_with("_KB") ? Unit::Kibibytes : Unit::None;
 }
 
-std::optional<int64_t> integer(const Json::Value& object, const char* name) {
+// Returns nullopt if the member is no time: sums and differences of times stay in range.
+std::optional<int64_t> timeIn(const Json::Value& object, const char* name) {
   const Json::Value* const value = Torv::Base::findMember(object, name);
-  if (value == nullptr || !value->isInt64()) return std::nullopt;
+  if (value == nullptr || !isTime(*value)) return std::nullopt;
   return value->asInt64();
 }
 
@@ -61,14 +63,14 @@ std::optional<History> parseHistory(const std::string& text) {
   if (text.find("time_series") == std::string::npos) return std::nullopt;
   const auto report = Torv::Base::parseJson(text);
   if (!report.ok()) return std::nullopt;
-  const std::optional<int64_t> reportMs = integer(*report, "report_time_ms");
+  const std::optional<int64_t> reportMs = timeIn(*report, "report_time_ms");
   const Json::Value* const samples = Torv::Base::findMember(*report, "time_series");
   if (!reportMs || samples == nullptr || !samples->isArray()) return std::nullopt;
 
   History history;
   for (const Json::Value& sample : *samples) {
-    const std::optional<int64_t> ageMs = integer(sample, "dt_ms");
-    if (!ageMs || *ageMs < 0 || *ageMs > *reportMs) continue;
+    const std::optional<int64_t> ageMs = timeIn(sample, "dt_ms");
+    if (!ageMs || *ageMs > *reportMs) continue;
     history.samples.push_back({*reportMs - *ageMs, numbers(sample)});
   }
   std::stable_sort(history.samples.begin(), history.samples.end(),
@@ -79,7 +81,7 @@ std::optional<History> parseHistory(const std::string& text) {
 std::optional<AgedText> parseAged(const std::string& text) {
   const auto aged = Torv::Base::parseJson(text);
   if (!aged.ok()) return std::nullopt;
-  const std::optional<int64_t> ageMs = integer(*aged, "dt_ms");
+  const std::optional<int64_t> ageMs = timeIn(*aged, "dt_ms");
   const Json::Value* const value = Torv::Base::findMember(*aged, "v");
   if (!ageMs || value == nullptr || !value->isString()) return std::nullopt;
   return AgedText{*ageMs, value->asString()};

@@ -12,6 +12,11 @@ using android::base::Error;
 using android::base::Result;
 using Torv::Base::findMember;
 
+bool isTime(const Json::Value& json) {
+  constexpr int64_t kMost = int64_t{1} << 53;  // some 285,000 years
+  return json.isInt64() && json.asInt64() >= 0 && json.asInt64() <= kMost;
+}
+
 Json::Value toJson(const Clocks& clocks) {
   Json::Value json(Json::objectValue);
   json["boot_ms"] = Json::Int64{clocks.bootMs};
@@ -26,8 +31,7 @@ Result<Clocks> clocksFrom(const Json::Value& json) {
        {std::pair("boot_ms", &clocks.bootMs), std::pair("monotonic_ms", &clocks.monotonicMs),
         std::pair("wall_ms", &clocks.wallMs)}) {
     const Json::Value* const value = findMember(json, name);
-    constexpr int64_t kMost = int64_t{1} << 53;  // some 285,000 years; keeps sums of times in range
-    if (value == nullptr || !value->isInt64() || value->asInt64() < 0 || value->asInt64() > kMost) {
+    if (value == nullptr || !isTime(*value)) {
       return Error() << name << " is missing or is no time";
     }
     *target = value->asInt64();

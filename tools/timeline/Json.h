@@ -17,6 +17,9 @@ inline constexpr char kRecordingFormat[] = "diagnostics-recording";
 inline constexpr int kReportVersion = 1;
 inline constexpr int kRecordingVersion = 1;
 
+// True for a number of milliseconds that is neither negative nor so large that a sum of times would overflow.
+bool isTime(const Json::Value& json);
+
 // {"boot_ms": .., "monotonic_ms": .., "wall_ms": ..}
 Json::Value toJson(const Clocks& clocks);
 [[nodiscard]] android::base::Result<Clocks> clocksFrom(const Json::Value& json);

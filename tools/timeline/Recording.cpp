@@ -17,7 +17,7 @@ constexpr size_t kMaxFileBytes = size_t{1} << 30;
 
 Result<int64_t> timeOf(const Json::Value& line) {
   const Json::Value* const at = findMember(line, "at");
-  if (at == nullptr || !at->isInt64() || at->asInt64() < 0 || at->asInt64() > (int64_t{1} << 53)) {
+  if (at == nullptr || !isTime(*at)) {
     return Error() << "at is missing or is no time";
   }
   return at->asInt64();
@@ -107,6 +107,7 @@ Result<void> addHeader(Builder& builder, const Json::Value& line) {
 }  // namespace
 
 Result<Timeline> fromRecording(std::string_view text) {
+  if (text.empty()) return Error() << "the recording is empty";
   Builder builder;
   for (size_t number = 1; !text.empty(); ++number) {
     const size_t end = text.find('\n');

@@ -74,7 +74,12 @@ std::vector<ProcessState> processesAt(const Timeline& timeline, int64_t bootMs) 
   }
   for (const Death& death : timeline.deaths) {
     const auto process = byPid.find(death.pid);
-    if (death.seenMs <= bootMs && process != byPid.end()) process->second.deadMs = death.seenMs;
+    if (death.seenMs > bootMs || process == byPid.end()) continue;
+    // What is published after a death is of another process with the same pid.
+    const auto newer = [&](const auto& key) { return key.second.changedMs > death.seenMs; };
+    if (std::none_of(process->second.keys.begin(), process->second.keys.end(), newer)) {
+      process->second.deadMs = death.seenMs;
+    }
   }
   std::vector<ProcessState> processes;
   for (auto& [pid, process] : byPid) {

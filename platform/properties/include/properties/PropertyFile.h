@@ -37,6 +37,9 @@ PropertyMap parseProperties(std::string_view text);
 // other lines stay as they are.
 std::string withProperty(std::string_view text, std::string_view name, std::string_view value);
 
+// `text` without any line that sets the property; all other lines stay as they are.
+std::string withoutProperty(std::string_view text, std::string_view name);
+
 // The file of the current runtime directory as it is now. One that is there but cannot be read is logged once
 // and reads as empty, as a missing one does.
 std::string readPropertyFile();
@@ -46,5 +49,9 @@ std::string readPropertyFile();
 // properties whose names begin with "ro." are set once; and no line breaks, which the file cannot hold.
 // Returns an error of one sentence if a rule is broken or a step fails.
 [[nodiscard]] android::base::Result<void> setProperty(std::string_view name, std::string_view value);
+
+// Removes a property from the same file, in the same way. Returns an error of one sentence if it is not set
+// or read-only, or if a step fails.
+[[nodiscard]] android::base::Result<void> unsetProperty(std::string_view name);
 
 }  // namespace platform

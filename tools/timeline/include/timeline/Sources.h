@@ -59,8 +59,9 @@ class Builder {
   void setName(int32_t pid, const std::string& name);
   void setMachine(const std::string& machine);
 
-  // Forgets points, changes, deaths and gaps before `bootMs`; the values that held then are kept as changes
-  // of that time with `known` set. A live view calls it now and then to stay small.
+  // Forgets the points, changes, deaths and gaps before `bootMs`, but for the values that still held then and
+  // the deaths of processes that the service still remembered. A live view calls it now and then to stay
+  // small.
   void dropBefore(int64_t bootMs);
 
   // The timeline so far, without its `document`. The reference is valid as long as the builder is; later

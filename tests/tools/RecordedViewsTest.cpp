@@ -1,0 +1,107 @@
+// A long recording, replayed and exported: what the views show agrees with counts that a script makes from
+// the recording's lines.
+#include <cmath>
+
+#include <gtest/gtest.h>
+#include <json/value.h>
+
+#include "GeneratedRecording.h"
+#include "base/Json.h"
+#include "fixture/Process.h"
+#include "support/TempDir.h"
+#include "timeline/Sources.h"
+
+namespace timeline {
+namespace {
+
+Json::Value countsOf(const std::string& kind, const std::string& path) {
+  const fixture::Outcome outcome =
+      fixture::run({"/usr/bin/python3", COUNT_SCRIPT, kind, path}, {getuid(), {}});
+  EXPECT_EQ(outcome.exitCode(), 0) << outcome.output;
+  const auto counts = Torv::Base::parseJson(outcome.output);
+  EXPECT_TRUE(counts.ok()) << outcome.output;
+  return counts.ok() ? *counts : Json::Value();
+}
+
+class RecordedViewsTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    sDir = new test::TempDir;
+    recordings::writeGeneratedRecording(path());
+    sCounts = new Json::Value(countsOf("recording", path()));
+  }
+  static void TearDownTestSuite() {
+    delete sCounts;
+    delete sDir;
+  }
+
+  static std::string path() { return sDir->path("ten_minutes.jsonl"); }
+
+  static test::TempDir* sDir;
+  static Json::Value* sCounts;
+};
+
+test::TempDir* RecordedViewsTest::sDir = nullptr;
+Json::Value* RecordedViewsTest::sCounts = nullptr;
+
+TEST_F(RecordedViewsTest, theReplayedTimelineHoldsWhatTheLinesSay) {
+  const Json::Value& counts = *sCounts;
+  const auto timeline = fromFile(path());
+  ASSERT_TRUE(timeline.ok()) << timeline.error();
+  int64_t removed = 0;
+  for (const KeyChange& change : timeline->changes) removed += !change.value;
+  EXPECT_EQ(removed, counts["removed"].asInt64());
+  EXPECT_EQ(static_cast<int64_t>(timeline->changes.size()) - removed, counts["changes"].asInt64());
+  EXPECT_GT(counts["changes"].asInt64(), 20'000);
+
+  ASSERT_EQ(timeline->deaths.size(), counts["deaths"].size());
+  EXPECT_GE(timeline->deaths.size(), 8);
+  for (Json::ArrayIndex i = 0; i < counts["deaths"].size(); ++i) {
+    EXPECT_EQ(timeline->deaths[i].seenMs, counts["deaths"][i][0].asInt64());
+    EXPECT_EQ(timeline->deaths[i].pid, counts["deaths"][i][1].asInt());
+  }
+  ASSERT_EQ(timeline->gaps.size(), 1);
+  ASSERT_EQ(counts["gaps"].size(), 1);
+  EXPECT_EQ(timeline->gaps[0].fromMs, counts["gaps"][0][0].asInt64());
+  EXPECT_EQ(timeline->gaps[0].toMs, counts["gaps"][0][1].asInt64());
+
+  Json::Value last(Json::objectValue);
+  for (const ProcessState& process : processesAt(*timeline, timeline->endMs)) {
+    for (const auto& [key, state] : process.keys) last[std::to_string(process.pid)][key] = state.value;
+  }
+  EXPECT_EQ(last, counts["last"]);
+
+  size_t series = 0;
+  for (const Series& one : timeline->series) {
+    const Json::Value& expected = counts["values"][one.source + '/' + one.metric];
+    int64_t values = 0;
+    double sum = 0;
+    for (const Point& point : one.points) {
+      values += point.value.has_value();
+      sum += point.value.value_or(0);
+    }
+    EXPECT_EQ(values, expected[0].asInt64()) << one.metric;
+    EXPECT_NEAR(sum, expected[1].asDouble(), 0.01) << one.metric;
+    series += values > 0;
+  }
+  EXPECT_EQ(series, counts["values"].size());
+}
+
+TEST_F(RecordedViewsTest, theExportedTraceHoldsWhatTheLinesSay) {
+  const Json::Value& counts = *sCounts;
+  const std::string trace = sDir->path("trace.pftrace");
+  const fixture::Outcome outcome =
+      fixture::run({DIAGCTL, "export", "--from", path(), "-o", trace}, {getuid(), {}});
+  ASSERT_EQ(outcome.exitCode(), 0) << outcome.output;
+  const Json::Value traced = countsOf("trace", trace);
+  EXPECT_EQ(traced["slices"], counts["changes"]);
+  EXPECT_EQ(traced["instants"].asUInt(), counts["deaths"].size());
+  EXPECT_EQ(traced["values"], counts["values"]);
+  EXPECT_EQ(traced["disordered"].asInt(), 0);
+  EXPECT_EQ(traced["unclosed"].asInt(), 0);
+  EXPECT_EQ(traced["units"]["cpu_utilization_history/CpuUtilization_%"][2].asString(), "%");
+  EXPECT_EQ(traced["units"]["system_meminfo_history/MemFree_KB"][1].asInt(), 1024);
+}
+
+}  // namespace
+}  // namespace timeline

@@ -1,0 +1,176 @@
+#include "timeline/Timeline.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Answers.h"
+#include "base/Json.h"
+#include "timeline/Sources.h"
+
+namespace timeline {
+namespace {
+
+using answers::clocksAt;
+using answers::history;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+constexpr std::nullopt_t kGap = std::nullopt;
+
+const Series* find(const Timeline& timeline, const std::string& metric) {
+  for (const Series& series : timeline.series) {
+    if (series.metric == metric) return &series;
+  }
+  return nullptr;
+}
+
+Answer contextAt(int64_t bootMs, const std::string& source, const std::string& text) {
+  return {clocksAt(bootMs), {}, {{source, text}, {"build_tags", "dev"}}, {}};
+}
+
+TEST(TimelineTest, samplesMoveFromTheMonotonicClockToTheBootClock) {
+  const Timeline timeline =
+      fromAnswer(contextAt(10'000, "system_meminfo_history",
+                           history(9500, {{8000, R"("MemFree_KB": 7)"}, {9000, R"("MemFree_KB": 8)"}})));
+  const Series* const free = find(timeline, "MemFree_KB");
+  ASSERT_NE(free, nullptr);
+  EXPECT_EQ(free->unit, Unit::Kibibytes);
+  EXPECT_THAT(free->points, ElementsAre(Point{8500, 7}, Point{9500, 8}));
+  EXPECT_EQ(timeline.context, (std::map<std::string, std::string>{{"build_tags", "dev"}}));
+  EXPECT_EQ(wallMsOf(timeline, 8500), 1'600'000'008'500);
+}
+
+TEST(TimelineTest, stallTotalsBecomeTheShareOfTimeStalled) {
+  const Timeline timeline = fromAnswer(contextAt(5000, "psi_cpu_history",
+                                                 history(4500, {{1000, R"("some_total": 100)"},
+                                                                {2000, R"("some_total": 250100)"},
+                                                                {3000, ""},
+                                                                {4000, R"("some_total": 300000)"},
+                                                                {4400, R"("some_total": 20)"}})));
+  // No share at the first sample, in and after one without values, and when the counter has restarted.
+  EXPECT_THAT(find(timeline, "some_stalled_%")->points,
+              ElementsAre(Point{1500, kGap}, Point{2500, 25}, Point{3500, kGap}, Point{4500, kGap},
+                          Point{4900, kGap}));
+  EXPECT_EQ(find(timeline, "some_total"), nullptr);
+}
+
+TEST(TimelineTest, reportsThatOverlapGiveEachSampleOnceAndMissedOnesAreAGap) {
+  const auto text = [](int64_t report, std::initializer_list<int64_t> times) {
+    std::vector<std::pair<int64_t, std::string>> samples;
+    for (const int64_t time : times) samples.emplace_back(time, R"("x_%": 1)");
+    return history(report, samples);
+  };
+  Builder builder;
+  builder.add(contextAt(3500, "s", text(3000, {1000, 2000, 3000})));
+  // The boot clock's reading is a millisecond late: the same samples all the same.
+  builder.addContext({4501, 4000, 0}, {{"s", text(4000, {2000, 3000, 4000})}}, {});
+  builder.add(contextAt(9500, "s", text(9000, {8000, 9000})));
+  EXPECT_THAT(find(builder.timeline(), "x_%")->points,
+              ElementsAre(Point{1500, 1}, Point{2500, 1}, Point{3500, 1}, Point{4501, 1}, Point{5500, kGap},
+                          Point{8500, 1}, Point{9500, 1}));
+}
+
+TEST(TimelineTest, onlyWhatAnAnswerChangesIsAChange) {
+  Builder builder;
+  builder.addStates(clocksAt(1000), {{7, {{"screen", "home"}, {"user", "a"}}}});
+  builder.addStates(clocksAt(2000), {{7, {{"screen", "map"}, {"user", "a"}}}});
+  builder.addStates(clocksAt(3000), {});
+  EXPECT_THAT(
+      builder.timeline().changes,
+      ElementsAre(KeyChange{1000, 7, "screen", "home", true}, KeyChange{1000, 7, "user", "a", true},
+                  KeyChange{2000, 7, "screen", "map", false}, KeyChange{3000, 7, "screen", kGap, false},
+                  KeyChange{3000, 7, "user", kGap, false}));
+}
+
+TEST(TimelineTest, aGlobalStateIsDatedBackAndPublishingItAgainIsNoChange) {
+  Builder builder;
+  const auto add = [&](int64_t at, const std::string& text) {
+    builder.addContext(clocksAt(at), {{"build_tags", ""}}, {{"telemetry", {{"id", text}}}});
+  };
+  add(5000, R"({"dt_ms": 1000, "v": "one"})");
+  add(6000, R"({"dt_ms": 100, "v": "one"})");
+  add(7000, R"({"dt_ms": 100, "v": "two"})");
+  add(8000, R"({"dt_ms": -9223372036854775808, "v": "three"})");
+  EXPECT_THAT(builder.timeline().globals, ElementsAre(GlobalChange{4000, "telemetry", "id", "one"},
+                                                      GlobalChange{6900, "telemetry", "id", "two"}));
+}
+
+TEST(TimelineTest, aGapLastsFromTheLastAnswerToTheNextOne) {
+  Builder builder;
+  builder.addStates(clocksAt(1000), {});
+  builder.addGap(1000, "no service");
+  builder.addGap(2000, "no service");
+  builder.addStates(clocksAt(9000), {});
+  EXPECT_THAT(builder.timeline().gaps, ElementsAre(Gap{1000, 9000, "no service"}));
+  EXPECT_EQ(builder.timeline().endMs, 9000);
+}
+
+TEST(TimelineTest, processesAreAsTheyWereAtATime) {
+  Builder builder;
+  builder.addStates(clocksAt(1000), {{7, {{"screen", "home"}}}, {8, {{"a", "b"}}}});
+  builder.addStates(clocksAt(2000), {{7, {{"screen", "map"}}}, {8, {{"a", "b"}}}});
+  builder.addDeath({2500, 7, std::nullopt, ""});
+  builder.setName(7, "app");
+  builder.addStates(clocksAt(3000), {{7, {{"screen", "map"}}}});
+  const auto at = [&](int64_t ms) { return processesAt(builder.timeline(), ms); };
+  EXPECT_THAT(at(999), IsEmpty());
+  ASSERT_THAT(at(1000), SizeIs(2));
+  EXPECT_EQ(at(1999)[0].keys["screen"].value, "home");
+  EXPECT_EQ(at(2000)[0].keys["screen"].changedMs, 2000);
+  EXPECT_EQ(at(2499)[0].deadMs, kGap);
+  ASSERT_THAT(at(3000), SizeIs(1));
+  EXPECT_EQ(at(3000)[0].name, "app");
+  EXPECT_EQ(at(3000)[0].deadMs, 2500);
+  // What the pid publishes after the death is another process's.
+  builder.addStates(clocksAt(4000), {{7, {{"screen", "new"}}}});
+  EXPECT_EQ(at(4000)[0].deadMs, kGap);
+}
+
+TEST(TimelineTest, droppingThePastKeepsWhatStillHolds) {
+  Builder builder;
+  builder.addStates(clocksAt(1000), {{7, {{"screen", "home"}, {"user", "a"}}}});
+  builder.addDeath({1500, 7, std::nullopt, ""});
+  builder.addStates(clocksAt(2000), {{7, {{"screen", "home"}}}, {8, {{"a", "b"}}}});
+  const auto before = processesAt(builder.timeline(), 5000);
+  builder.dropBefore(2000);
+  builder.dropBefore(2001);
+  EXPECT_THAT(builder.timeline().changes, SizeIs(2));
+  const auto after = processesAt(builder.timeline(), 5000);
+  ASSERT_EQ(after.size(), before.size());
+  EXPECT_EQ(after[0].deadMs, 1500);
+  EXPECT_EQ(after[0].keys.at("screen").changedMs, 1000);
+}
+
+TEST(TimelineTest, anAnswersDocumentGivesTheSameTimelineAgain) {
+  Answer answer =
+      contextAt(10'000, "cpu_utilization_history", history(9500, {{9000, R"("CpuUtilization_%": 93.6)"}}));
+  answer.processes = {{7, {{"json", R"({"a":[1,"b"]})"}, {"text", "</script>\x01"}}}};
+  answer.globals = {{"telemetry", {{"id", R"({"dt_ms":5,"v":"x"})"}}}};
+  Json::Value report = toDocument(answer);
+  report["pid"] = 7;
+  report["signal"] = 11;
+  report["program"] = "/bin/app";
+  report["died"] = report["asked"];
+  report["died"]["boot_ms"] = 9900;
+  const auto timeline = fromReport(report);
+  ASSERT_TRUE(timeline.ok()) << timeline.error();
+  const Timeline live = fromAnswer(answer);
+  EXPECT_EQ(timeline->series, live.series);
+  EXPECT_EQ(timeline->changes, live.changes);
+  EXPECT_EQ(timeline->globals, live.globals);
+  EXPECT_THAT(timeline->deaths, ElementsAre(Death{9900, 7, 11, "/bin/app"}));
+  EXPECT_EQ(timeline->endMs, 9900);
+
+  for (const char* const member : {"format", "version", "asked", "died", "pid", "all_processes", "system"}) {
+    Json::Value damaged = report;
+    damaged[member] = "other";
+    const auto refused = fromReport(damaged);
+    ASSERT_FALSE(refused.ok()) << member;
+    EXPECT_THAT(refused.error().message(), HasSubstr(std::string(member) == "version" ? "version" : member));
+  }
+}
+
+}  // namespace
+}  // namespace timeline

@@ -1,0 +1,200 @@
+// diagctl record: asks the service again and again and writes what changed.
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <future>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <thread>
+
+#include <android-base/unique_fd.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/signalfd.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include "Calls.h"
+#include "Commands.h"
+#include "Output.h"
+#include "timeline/Recorder.h"
+
+namespace diagctl {
+namespace {
+
+using android::base::ErrnoError;
+using android::base::Error;
+using std::chrono::milliseconds;
+using SteadyClock = std::chrono::steady_clock;
+
+struct Arguments {
+  std::string path;
+  int64_t everyMs = 1000;
+  int64_t forMs = 0;  // 0: until a signal ends it
+  uint64_t maxBytes = uint64_t{64} << 20;
+};
+
+// Asks on a thread of its own, because a call into a stopped service does not return. One call at a time.
+class Asker {
+ public:
+  // Returns nullopt if no answer came within `patience`. The next call then waits for the same answer.
+  std::optional<Result<timeline::Answer>> ask(bool withContext, milliseconds patience) {
+    if (!mAnswer.valid()) {
+      std::packaged_task<Result<timeline::Answer>()> task([withContext] { return askService(withContext); });
+      mAnswer = task.get_future();
+      std::thread(std::move(task)).detach();
+    }
+    if (mAnswer.wait_for(patience) == std::future_status::timeout) return std::nullopt;
+    return mAnswer.get();
+  }
+
+  bool isStuck() const { return mAnswer.valid(); }
+
+ private:
+  std::future<Result<timeline::Answer>> mAnswer;
+};
+
+// The signals that end a recording, as something to wait for.
+class EndSignals {
+ public:
+  EndSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&signals, number);
+    // Threads that are started later inherit the mask, so none of them is ended by these signals.
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    mFd.reset(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+  }
+
+  // Returns true if one has come by `until`.
+  bool waitUntil(SteadyClock::time_point until) const {
+    while (true) {
+      const auto left = std::chrono::ceil<milliseconds>(until - SteadyClock::now());
+      pollfd wait{.fd = mFd.get(), .events = POLLIN, .revents = 0};
+      const int ready = poll(&wait, 1, static_cast<int>(std::max<int64_t>(left.count(), 0)));
+      if (ready > 0) return true;
+      if (SteadyClock::now() >= until) return false;
+    }
+  }
+
+ private:
+  android::base::unique_fd mFd;
+};
+
+std::set<int32_t> deadOf(const std::map<int32_t, timeline::Texts>& processes) {
+  std::set<int32_t> dead;
+  for (const auto& [pid, states] : processes) {
+    // Only ESRCH says that there is no such process: others' processes answer with EPERM.
+    if (pid > 0 && kill(pid, 0) != 0 && errno == ESRCH) dead.insert(pid);
+  }
+  return dead;
+}
+
+std::string machineName() {
+  utsname name{};
+  uname(&name);
+  return std::string(name.sysname) + ' ' + name.release + ' ' + name.machine;
+}
+
+class Recording {
+ public:
+  Recording(const Arguments& arguments, const Options& options, timeline::Recorder recorder)
+      : mArguments(arguments),
+        mPatience(std::chrono::ceil<milliseconds>(std::chrono::duration<double>(options.timeoutSeconds))),
+        mRecorder(std::move(recorder)) {}
+
+  Result<void> run() {
+    const auto start = SteadyClock::now();
+    auto next = start;
+    while (true) {
+      if (const auto added = addAnswer(false); !added.ok()) return added;
+      const milliseconds every(mArguments.everyMs);
+      // A round that took longer than its time does not make the next ones come in a burst.
+      next = std::max(next + every, SteadyClock::now() + every / 2);
+      const bool ends = mArguments.forMs > 0 && next - start > milliseconds(mArguments.forMs);
+      if (ends) next = start + milliseconds(mArguments.forMs);
+      if (mSignals.waitUntil(next) || ends) break;
+    }
+    // With the last samples of the histories.
+    return addAnswer(true);
+  }
+
+  bool isStuck() const { return mAsker.isStuck(); }
+
+ private:
+  Result<void> addAnswer(bool withContext) {
+    const int64_t nowMs = timeline::readClocks().bootMs;
+    const std::set<int32_t> dead = deadOf(mLast);
+    const auto answer = mAsker.ask(withContext || mRecorder.wantsContext(nowMs), mPatience);
+    if (!answer) return mRecorder.addGap(mSeenMs.value_or(nowMs), "the service did not answer in time");
+    if (!answer->ok()) return mRecorder.addGap(mSeenMs.value_or(nowMs), answer->error().message());
+    const timeline::Answer& seen = **answer;
+    if (const auto added = mRecorder.add(seen, dead); !added.ok()) return added;
+    mSeenMs = seen.clocks.bootMs;
+    mLast = seen.processes;
+    return mRecorder.addNames(seen.clocks.bootMs, newNames());
+  }
+
+  // The short names of processes that are seen for the first time and run on this machine.
+  std::map<int32_t, std::string> newNames() {
+    std::map<int32_t, std::string> names;
+    std::set<int32_t> seen;
+    for (const auto& [pid, states] : mLast) {
+      seen.insert(pid);
+      if (mNamed.contains(pid)) continue;
+      std::string name;
+      std::getline(std::ifstream("/proc/" + std::to_string(pid) + "/comm"), name);
+      if (!name.empty()) names[pid] = name;
+    }
+    mNamed = std::move(seen);
+    return names;
+  }
+
+  const Arguments mArguments;
+  const milliseconds mPatience;
+  EndSignals mSignals;
+  Asker mAsker;
+  timeline::Recorder mRecorder;
+  std::optional<int64_t> mSeenMs;  // of the last answer
+  std::map<int32_t, timeline::Texts> mLast;
+  std::set<int32_t> mNamed;
+};
+
+int record(const Arguments& arguments, const Options& options) {
+  auto recorder = timeline::Recorder::create(
+      {arguments.path, arguments.everyMs, arguments.maxBytes, machineName()}, timeline::readClocks());
+  if (!recorder.ok()) return refuse(recorder.error().message());
+  Recording recording(arguments, options, *std::move(recorder));
+  const int exitCode = exitCodeOf(recording.run());
+  // The thread of a call that never returns would still use what the process's end destroys.
+  if (recording.isStuck()) _exit(exitCode);
+  return exitCode;
+}
+
+}  // namespace
+
+void addRecordCommand(CLI::App& app, const Options& options, int& exitCode) {
+  const std::map<std::string, int64_t> times = {{"ms", 1}, {"s", 1000}, {"m", 60'000}, {"h", 3'600'000}};
+  const std::map<std::string, uint64_t> sizes = {
+      {"K", uint64_t{1} << 10}, {"M", uint64_t{1} << 20}, {"G", uint64_t{1} << 30}};
+  const auto arguments = std::make_shared<Arguments>();
+  CLI::App* command = app.add_subcommand("record", "Write what changes to a file until Ctrl-C");
+  command->add_option("-o,--output", arguments->path, "The file to write (JSON lines)")->required();
+  command->add_option("--every", arguments->everyMs, "The time between two looks: 500ms, 1s, 2m")
+      ->transform(CLI::AsNumberWithUnit(times, CLI::AsNumberWithUnit::UNIT_REQUIRED))
+      ->check(CLI::Range(int64_t{100}, int64_t{3'600'000}))
+      ->default_str("1s");
+  command->add_option("--for", arguments->forMs, "How long: 30s, 10m, 2h")
+      ->transform(CLI::AsNumberWithUnit(times, CLI::AsNumberWithUnit::UNIT_REQUIRED))
+      ->check(CLI::Range(int64_t{100}, int64_t{31'536'000'000}));
+  command->add_option("--max-size", arguments->maxBytes, "From this size on the oldest minutes go: 64M")
+      ->transform(CLI::AsNumberWithUnit(sizes, CLI::AsNumberWithUnit::UNIT_REQUIRED))
+      ->check(CLI::Range(uint64_t{1} << 16, uint64_t{1} << 29))
+      ->default_str("64M");
+  command->callback([arguments, &options, &exitCode] { exitCode = record(*arguments, options); });
+}
+
+}  // namespace diagctl
