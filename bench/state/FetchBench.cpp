@@ -1,5 +1,7 @@
 // A fetch of 10,000 atoms, from the report's bytes to the black box.
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <google/protobuf/io/coded_stream.h>
@@ -18,13 +20,13 @@ using vendor::pellux::hardware::PelluxAtoms::ApplicationStateData;
 
 class GivenReports : public LibstatsdWrapper {
  public:
-  explicit GivenReports(const std::vector<libstatsd::Report>& reports) : mReports(reports) {}
+  explicit GivenReports(std::vector<libstatsd::Report> reports) : mReports(std::move(reports)) {}
   std::variant<std::vector<ApplicationState>, libstatsd::Error> fetchReports() override {
-    return decodeReports(mReports);
+    return decodeReports(std::move(mReports));
   }
 
  private:
-  const std::vector<libstatsd::Report>& mReports;
+  std::vector<libstatsd::Report> mReports;
 };
 
 void fetch(benchmark::State& state) {
@@ -42,12 +44,16 @@ void fetch(benchmark::State& state) {
     reports[0].back().atom.mutable_unknown_fields()->AddLengthDelimited(kApplicationStateAtomId,
                                                                         payloads.back());
   }
+  // Decoding consumes the reports: every iteration has its own, made before the clock runs.
+  std::vector<std::unique_ptr<StatsManager>> feeds;
+  for (size_t i = 0; i < state.max_iterations; i++) {
+    feeds.push_back(std::make_unique<StatsManager>(std::make_unique<GivenReports>(reports)));
+  }
   bench::compare(
       state, 1.3,
       [&] {
-        ApplicationStateManager manager(
-            std::make_unique<BlackBox>(),
-            std::make_unique<StatsManager>(std::make_unique<GivenReports>(reports)), 60);
+        ApplicationStateManager manager(std::make_unique<BlackBox>(), std::move(feeds.back()), 60);
+        feeds.pop_back();
         manager.updateApplicationStateManager();
       },
       [&] {

@@ -1,11 +1,15 @@
 #include "service/DiagnosticsCollectorServiceHandler.h"
 
+#include <string>
 #include <utility>
+#include <vector>
 
 #include <android/log.h>
 
 #include "LogTags.h"
+#include "ReplyBudget.h"
 #include "service/BundlePacking.h"
+#include "storage/Limits.h"
 
 namespace Torv::OS::Diagnostics {
 
@@ -17,7 +21,7 @@ using Telemetry::EventType;
 
 namespace {
 
-// Why a request cannot be answered, as the log and as telemetry put it.
+// Why a request cannot be answered: the text for the log, and the text for telemetry.
 struct Refusal {
   const char* logLine;
   const char* errorReason;
@@ -27,7 +31,7 @@ constexpr Refusal kNoStateManager{"Missing state manager\n",
                                   "Application state manager was not properly initialized."};
 constexpr Refusal kNoBundle{"null aidl return\n", "Invalid persistable bundle was provided to the API."};
 
-// Nothing where a request about application states can be answered.
+// Returns null if a request about application states can be answered.
 const Refusal* refusalOf(const ApplicationStateManager* manager, const PersistableBundle* out) {
   if (manager == nullptr) return &kNoStateManager;
   return out == nullptr ? &kNoBundle : nullptr;
@@ -35,6 +39,13 @@ const Refusal* refusalOf(const ApplicationStateManager* manager, const Persistab
 
 void logError(const char* text) {
   __android_log_print(ANDROID_LOG_ERROR, kServiceTag, "%s", text);
+}
+
+void logProcessesLeftOut(const std::vector<int>& pids) {
+  std::vector<std::string> names;
+  names.reserve(pids.size());
+  for (const int pid : pids) names.push_back(std::to_string(pid));
+  logLeftOut("processes", names);
 }
 
 Status nullPointer() {
@@ -74,7 +85,7 @@ Status DiagnosticsCollectorServiceHandler::getApplicationStateDataForProcess(int
                 refusal->errorReason, std::nullopt);
     return nullPointer();
   }
-  const std::optional<StringMap> states = mApplicationStateManager->getApplicationStateForPid(pid);
+  const std::optional<StringMap> states = mApplicationStateManager->getNewestForPid(pid, kMaxReplyBytes);
   if (!states) return Status::ok();
   packProcessEntriesToBundle(pid, *states, out);
   reportDefaultEventWithPid(EventName::GetForProcessSuccess, EventType::Success, EventFlow::Collector, pid);
@@ -89,7 +100,10 @@ Status DiagnosticsCollectorServiceHandler::getAllAvailableApplicationStateData(P
                             refusal->errorReason);
     return nullPointer();
   }
-  packAllProcessStatesToBundle(mApplicationStateManager->getAllProcessStates(), out);
+  std::vector<int> leftOut;
+  packAllProcessStatesToBundle(mApplicationStateManager->getProcessStatesThatFit(kMaxReplyBytes, &leftOut),
+                               out);
+  logProcessesLeftOut(leftOut);
   reportDefaultEvent(EventName::GetAllSuccess, EventType::Success, EventFlow::Collector);
   return Status::ok();
 }
@@ -99,8 +113,10 @@ Status DiagnosticsCollectorServiceHandler::getSystemContextData(PersistableBundl
     logError(kNoBundle.logLine);
     return nullPointer();
   }
-  const StringMap context = mSystemContextManager->getSystemContext();
-  packSystemContextToBundle(context, mApplicationStateManager->getAllGlobalStates(), out);
+  StringMap context = mSystemContextManager->getSystemContext();
+  GlobalStates globals = mApplicationStateManager->getAllGlobalStates();
+  logLeftOut("values", fitSystemContext(kMaxReplyBytes, &context, &globals));
+  packSystemContextToBundle(context, globals, out);
   return Status::ok();
 }
 

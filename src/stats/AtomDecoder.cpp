@@ -84,14 +84,17 @@ class Decoder {
 
 }  // namespace
 
-std::vector<ApplicationState> decodeReports(const std::vector<libstatsd::Report>& reports) {
+std::vector<ApplicationState> decodeReports(std::vector<libstatsd::Report> reports) {
   size_t atoms = 0;
   for (const libstatsd::Report& report : reports) atoms += report.size();
   std::vector<ApplicationState> states;
   states.reserve(atoms);
   Decoder decoder(states);
-  for (const libstatsd::Report& report : reports) {
-    for (const libstatsd::AtomReport& atom : report) decoder.decode(atom);
+  for (libstatsd::Report& report : reports) {
+    for (libstatsd::AtomReport& atom : report) {
+      decoder.decode(atom);
+      atom.atom = {};  // a full batch in both forms would take 20 MiB
+    }
   }
   return states;
 }

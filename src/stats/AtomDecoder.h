@@ -15,6 +15,6 @@ inline constexpr int32_t kTelemetrySessionAtomId = 111983;
 
 // The observations of all atoms, in their order: one of an application-state atom, two of a telemetry-session
 // atom. An atom of another id, or whose payload does not parse, is logged and skipped.
-std::vector<ApplicationState> decodeReports(const std::vector<libstatsd::Report>& reports);
+std::vector<ApplicationState> decodeReports(std::vector<libstatsd::Report> reports);
 
 }  // namespace Torv::OS::Diagnostics

@@ -8,9 +8,10 @@
 namespace Torv::OS::Diagnostics {
 namespace {
 
-constexpr size_t kRoomStep = 8;         // lets a text grow by a few bytes without moving its record
-constexpr size_t kMinSpareBytes = 512;  // at the block's end after a repack
-constexpr size_t kSpareShare = 16;  // or a sixteenth of what is in use: what is spare counts as memory too
+constexpr size_t kRoomStep = 8;  // lets a text grow by a few bytes without moving its record
+constexpr size_t kCapacityStep =
+    1024;                           // equal sizes let one process reuse the block that another has outgrown
+constexpr size_t kSpareShare = 16;  // a sixteenth of the block is spare: it counts as memory too
 constexpr size_t kMinCells = 16;
 
 uint32_t hashOf(std::string_view key) {
@@ -21,8 +22,9 @@ size_t roomFor(size_t size) {
   return (size + kRoomStep - 1) / kRoomStep * kRoomStep;
 }
 
-size_t spareFor(size_t used) {
-  return std::max(kMinSpareBytes, used / kSpareShare);
+size_t capacityFor(size_t used) {
+  const size_t wanted = used + used / kSpareShare;
+  return (wanted + kCapacityStep - 1) / kCapacityStep * kCapacityStep;
 }
 
 // At most three quarters of the cells are in use, because probing gets long beyond that.
@@ -100,7 +102,7 @@ size_t PackedHistories::keepNewest(size_t maxBytes) {
   size_t used = 0;
   for (; kept < candidates.size(); ++kept) {
     const size_t with = used + tightRoom(candidates[kept].at);
-    if (with + spareFor(with) + cellsFor(kept + 1) * sizeof(uint32_t) > maxBytes) break;
+    if (capacityFor(with) + cellsFor(kept + 1) * sizeof(uint32_t) > maxBytes) break;
     used = with;
   }
   for (size_t i = kept; i < candidates.size(); ++i) drop(candidates[i].at);
@@ -203,7 +205,7 @@ size_t PackedHistories::repack(size_t extra, size_t watched) {
     if (!headerAt(at).dropped) used += tightRoom(at);
   }
   std::vector<char> block;
-  block.reserve(used + spareFor(used));
+  block.reserve(capacityFor(used));
   size_t moved = kNone;
   for (size_t at = 0; at < mBlock.size(); at += headerAt(at).room) {
     Header header = headerAt(at);

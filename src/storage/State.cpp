@@ -21,7 +21,7 @@ std::optional<std::string> newestValue(const History& history, bool withAge) {
 }
 
 size_t replySize(const History& history) {
-  return history.empty() ? 0 : replyBytesOf(history.key.size(), history.newest().text.size());
+  return history.empty() ? 0 : replyBytesOfState(history.key.size(), history.newest().text.size());
 }
 
 }  // namespace

@@ -123,12 +123,12 @@ class InterfacesTest : public testing::Test {
   Parcel reply;
 };
 
-TEST_F(InterfacesTest, CollectorProxiesCarryEveryCallAndItsOutcome) {
+TEST_F(InterfacesTest, collectorProxiesCarryEveryCallAndItsOutcome) {
   expectCollectorProxyCarriesEveryOutcome<IDiagnosticsCollectorService>();
   expectCollectorProxyCarriesEveryOutcome<generated::IDiagnosticsCollectorService>();
 }
 
-TEST_F(InterfacesTest, NotificationProxiesSendOneWayAndAnyCodePasses) {
+TEST_F(InterfacesTest, notificationProxiesSendOneWayAndAnyCodePasses) {
   constexpr int32_t kLowest = std::numeric_limits<int32_t>::min();
   const sp<Remote> remote = new Remote(notifier);
   const auto ours = android::interface_cast<IDiagnosticsNotificationService>(remote);
@@ -142,14 +142,14 @@ TEST_F(InterfacesTest, NotificationProxiesSendOneWayAndAnyCodePasses) {
   EXPECT_THAT(notifier->codes, ElementsAre(0, kLowest));
 }
 
-TEST_F(InterfacesTest, TheNotifiedMethodsStatusIsNotWritten) {
+TEST_F(InterfacesTest, theNotifiedMethodsStatusIsNotWritten) {
   EXPECT_EQ(transact(notifier, kNotify, {1, 1, 0}), OK);
   EXPECT_THAT(notifier->codes, ElementsAre(1));
   EXPECT_EQ(reply.dataSize(), 0u);
 }
 
 // The integration tests send tokens and codes that are wrong; the recorded parcels hold the replies' bytes.
-TEST_F(InterfacesTest, ArgumentThatCannotBeReadReachesNoMethod) {
+TEST_F(InterfacesTest, argumentThatCannotBeReadReachesNoMethod) {
   EXPECT_EQ(transact(collector, kForProcess), android::NOT_ENOUGH_DATA);
   const std::vector<std::vector<int32_t>> badNames{{1}, {1, -1}, {1, 1 << 30}};  // missing, null, too long
   for (const auto& words : badNames) {

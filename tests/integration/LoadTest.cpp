@@ -80,7 +80,7 @@ void sendGarbage(std::mt19937& random) {
                     random() % 4 == 0 ? android::IBinder::FLAG_ONEWAY : 0);
 }
 
-TEST(LoadTest, GoodClientsGetEveryAnswerAndMemoryStaysFlat) {
+TEST(LoadTest, goodClientsGetEveryAnswerAndMemoryStaysFlat) {
   const double seconds = loadSeconds();
   Daemon daemon;
   daemon.start(staged("stoppable_service"));

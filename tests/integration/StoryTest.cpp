@@ -19,7 +19,7 @@ using fixture::Outcome;
 using fixture::run;
 using fixture::staged;
 
-TEST(StoryTest, AReporterLearnsWhatADeadApplicationWasDoing) {
+TEST(StoryTest, aReporterLearnsWhatADeadApplicationWasDoing) {
   Daemon daemon;
   daemon.start();
 
@@ -57,7 +57,7 @@ TEST(StoryTest, AReporterLearnsWhatADeadApplicationWasDoing) {
   }
 }
 
-TEST(StoryTest, TheDocumentsClientWorks) {
+TEST(StoryTest, theDocumentsClientWorks) {
   Daemon daemon;
   daemon.start();
   ASSERT_TRUE(fixture::publish(getpid(), "screen", "settings"));

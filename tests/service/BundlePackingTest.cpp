@@ -18,7 +18,7 @@ String16 carried(const std::string& bytes) {
   return text;
 }
 
-TEST(BundlePackingTest, WellFormedTextIsCarriedUnchanged) {
+TEST(BundlePackingTest, wellFormedTextIsCarriedUnchanged) {
   EXPECT_EQ(carried(""), String16(u""));
   EXPECT_EQ(carried("Gr\u00fc\u00dfe \u65e5\u672c"), String16(u"Gr\u00fc\u00dfe \u65e5\u672c"));
   EXPECT_EQ(carried("\U0001f600\U0010ffff"), String16(u"\U0001f600\U0010ffff"));
@@ -26,7 +26,7 @@ TEST(BundlePackingTest, WellFormedTextIsCarriedUnchanged) {
 }
 
 // An application that cuts its text at a byte count must not lose all of it.
-TEST(BundlePackingTest, MalformedBytesCostThemselvesOnly) {
+TEST(BundlePackingTest, malformedBytesCostThemselvesOnly) {
   EXPECT_EQ(carried("caf\xc3"), String16(u"caf\ufffd"));
   EXPECT_EQ(carried("\xf0\x9f\x98"), String16(u"\ufffd\ufffd\ufffd"));
   EXPECT_EQ(carried("\xe2z\xc3\xa9"), String16(u"\ufffdz\u00e9"));

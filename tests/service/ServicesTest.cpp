@@ -7,10 +7,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "ReplyBudget.h"
 #include "service/BundlePacking.h"
 #include "service/DiagnosticsCollectorService.h"
 #include "service/DiagnosticsCollectorServiceHandler.h"
 #include "service/DiagnosticsNotificationService.h"
+#include "storage/Limits.h"
 #include "support/LogCapture.h"
 
 namespace Torv::OS::Diagnostics {
@@ -120,7 +122,7 @@ class CollectorServiceTest : public testing::Test {
       std::make_shared<Handler>(stateManager(), std::make_unique<FakeContext>());
 };
 
-TEST_F(CollectorServiceTest, AnswersWithWhatWasPublishedAndReportsIt) {
+TEST_F(CollectorServiceTest, answersWithWhatWasPublishedAndReportsIt) {
   publish(7, "screen", "old");
   publish(7, "screen", "new");
   publish(8, "screen", "other");
@@ -139,7 +141,7 @@ TEST_F(CollectorServiceTest, AnswersWithWhatWasPublishedAndReportsIt) {
                           Event{GetAllStart, Start, Collector}, Event{GetAllSuccess, Success, Collector}));
 }
 
-TEST_F(CollectorServiceTest, UnknownProcessIsNoErrorAndNoSuccessButNoProcessAtAllIsASuccess) {
+TEST_F(CollectorServiceTest, unknownProcessIsNoErrorAndNoSuccessButNoProcessAtAllIsASuccess) {
   PersistableBundle out = text("kept", "1");
   EXPECT_TRUE(handler->getApplicationStateDataForProcess(7, &out).isOk());
   EXPECT_TRUE(handler->getAllAvailableApplicationStateData(&out).isOk());
@@ -149,14 +151,14 @@ TEST_F(CollectorServiceTest, UnknownProcessIsNoErrorAndNoSuccessButNoProcessAtAl
                           Event{GetAllStart, Start, Collector}, Event{GetAllSuccess, Success, Collector}));
 }
 
-TEST_F(CollectorServiceTest, WhatIsMissingIsToldToCallerLogAndTelemetry) {
+TEST_F(CollectorServiceTest, whatIsMissingIsToldToCallerLogAndTelemetry) {
   expectRefused(*handler, "null aidl return\n", "Invalid persistable bundle was provided to the API.");
   // It comes before the look at the bundle.
   Handler broken(nullptr, nullptr);
   expectRefused(broken, "Missing state manager\n", "Application state manager was not properly initialized.");
 }
 
-TEST_F(CollectorServiceTest, SystemContextJoinsTheGlobalStatesAndReportsNothing) {
+TEST_F(CollectorServiceTest, systemContextJoinsTheGlobalStatesAndReportsNothing) {
   PersistableBundle out;
   EXPECT_TRUE(handler->getSystemContextData(&out).isOk());
   EXPECT_EQ(out, with(with({}, "SystemContextData", text("build_tags", "dev")), "GlobalStateData", {}));
@@ -171,14 +173,89 @@ TEST_F(CollectorServiceTest, SystemContextJoinsTheGlobalStatesAndReportsNothing)
   EXPECT_THAT(handler->events, testing::IsEmpty());
 }
 
-TEST(BundlePackingTest, GlobalStatesAreKeyedByTheirNamespaceAndNameIt) {
+// The size that the bundle takes in a reply, after the status.
+size_t replySize(const PersistableBundle& bundle) {
+  android::Parcel reply;
+  Status::ok().writeToParcel(&reply);
+  reply.writeParcelable(bundle);
+  return reply.dataSize();
+}
+
+TEST_F(CollectorServiceTest, anAnswerAboutAllLeavesOutTheLargestProcessesUntilItFits) {
+  const std::string value(1000, 'x');
+  for (int i = 0; i < 300; ++i) publish(7, "key " + std::to_string(i), value);
+  for (int i = 0; i < 250; ++i) publish(8, "key " + std::to_string(i), value);
+  for (int pid = 1000; pid < 1050; ++pid) publish(pid, "screen", value);
+  PersistableBundle all;
+  ASSERT_TRUE(handler->getAllAvailableApplicationStateData(&all).isOk());
+  EXPECT_EQ(all.size(), 52u);
+  PersistableBundle largest;
+  EXPECT_TRUE(all.getPersistableBundle(String16("7"), &largest));
+  EXPECT_EQ(largest, process(7, {}));
+  EXPECT_TRUE(all.getPersistableBundle(String16("8"), &largest));
+  EXPECT_NE(largest, process(8, {}));
+  EXPECT_LE(replySize(all), kMaxReplyBytes);
+  EXPECT_GT(replySize(all), kMaxReplyBytes / 2);
+  EXPECT_TRUE(
+      log.has(ANDROID_LOG_WARN, kTag, "1 processes did not fit into a reply and came without states: 7"));
+}
+
+TEST_F(CollectorServiceTest, anAnswerAboutOneLeavesOutItsOldestStatesUntilItFits) {
+  for (int i = 0; i < 600; ++i) publish(7, "key " + std::to_string(i), std::string(1000, 'x'));
+  PersistableBundle out;
+  PersistableBundle states;
+  ASSERT_TRUE(handler->getApplicationStateDataForProcess(7, &out).isOk());
+  ASSERT_TRUE(out.getPersistableBundle(String16("ApplicationStateData"), &states));
+  EXPECT_LE(replySize(out), kMaxReplyBytes);
+  EXPECT_GT(replySize(out), kMaxReplyBytes - 3000);
+  EXPECT_EQ(states.getStringKeys().count(String16("key 0")), 0u);
+  EXPECT_EQ(states.getStringKeys().count(String16("key 599")), 1u);
+}
+
+TEST(ReplyBudgetTest, theCountedSizeIsNeverLessThanWhatAReplyTakes) {
+  for (size_t length = 0; length < 9; ++length) {
+    ProcessStates states;
+    size_t counted = 0;
+    for (int pid : {1, -2'000'000'000}) {
+      counted += kReplyBytesPerProcess;
+      for (int key = 0; key < 9; ++key) {
+        const std::string text = std::to_string(key) + std::string(length, 'x');
+        states[pid][text] = text;
+        counted += replyBytesOfState(text.size(), text.size());
+      }
+    }
+    PersistableBundle all;
+    packAllProcessStatesToBundle(states, &all);
+    constexpr size_t kFrame = 24;  // the status, and the outer bundle's header
+    EXPECT_LE(replySize(all), counted + kFrame) << length;
+    EXPECT_GE(replySize(all) * 5, counted * 4) << length;
+  }
+}
+
+TEST(ReplyBudgetTest, theContextComesFirstAndTheLargestGo) {
+  const StringMap wanted{{"psi_cpu_history", std::string(10'000, 'x')}};
+  const GlobalStates telemetry{{"telemetry", {{"id", "s1"}}}};
+  StringMap context = wanted;
+  GlobalStates globals = telemetry;
+  EXPECT_THAT(fitSystemContext(kMaxReplyBytes, &context, &globals), testing::IsEmpty());
+  EXPECT_EQ(context, wanted);
+  EXPECT_EQ(globals, telemetry);
+
+  globals["large"]["key"] = std::string(10'000, 'x');
+  context["ci_test_context"] = std::string(kMaxReplyBytes, 'x');
+  EXPECT_THAT(fitSystemContext(25'000, &context, &globals), ElementsAre("ci_test_context", "large"));
+  EXPECT_EQ(context, wanted);
+  EXPECT_EQ(globals, (GlobalStates{{"telemetry", telemetry.at("telemetry")}, {"large", {}}}));
+}
+
+TEST(BundlePackingTest, globalStatesAreKeyedByTheirNamespaceAndNameIt) {
   PersistableBundle globals;
   packAllGlobalStatesToBundle({{"telemetry", {{"id", "s1"}}}}, &globals);
   const PersistableBundle named = text("GlobalNamespace", "telemetry");
   EXPECT_EQ(globals, with({}, "telemetry", with(named, "GlobalStateData", text("id", "s1"))));
 }
 
-TEST_F(CollectorServiceTest, AnEventPullsWhatWasPublished) {
+TEST_F(CollectorServiceTest, anEventPullsWhatWasPublished) {
   const std::string withData = "DiagnosticsCollectorService::onEvent called with data and with event id: 1";
   const std::string plain = "DiagnosticsCollectorService::onEvent called with event id: 1";
   publish(7, "screen", "home");
@@ -211,7 +288,7 @@ class NotificationServiceTest : public testing::Test {
   sp<Service> service = new Service(Observers{first, second});
 };
 
-TEST_F(NotificationServiceTest, EveryObserverHearsOfAnEventOnceAndInOrder) {
+TEST_F(NotificationServiceTest, everyObserverHearsOfAnEventOnceAndInOrder) {
   const testing::InSequence order;
   for (int event : {0, 1}) {
     for (const auto& observer : {first, second})
@@ -225,7 +302,7 @@ TEST_F(NotificationServiceTest, EveryObserverHearsOfAnEventOnceAndInOrder) {
       log.has(ANDROID_LOG_INFO, kTag, "DiagnosticsNotificationService: Received notification of event: 1"));
 }
 
-TEST_F(NotificationServiceTest, AnyOtherCodeIsRefusedAndReachesNobody) {
+TEST_F(NotificationServiceTest, anyOtherCodeIsRefusedAndReachesNobody) {
   using Limits = std::numeric_limits<int32_t>;
   const Event error{
       NotifyError, Error, Notification, std::nullopt,

@@ -60,7 +60,7 @@ class StatsManagerTest : public testing::Test {
   test::LogCapture mLog;
 };
 
-TEST_F(StatsManagerTest, TellsWhatIsMissingBeforeItPublishesAndThenWhyStatsdRefused) {
+TEST_F(StatsManagerTest, tellsWhatIsMissingBeforeItPublishesAndThenWhyStatsdRefused) {
   StatsManagerBuilder builder;
   expectRefusal(builder, "Failed to build stats manager with empty atoms\n");
   builder.addAtomId(7);
@@ -92,7 +92,7 @@ libstatsd::AtomReport atom(int32_t id, int64_t timestamp, const std::string& pay
   return report;
 }
 
-TEST_F(StatsManagerTest, BringsNothingWhereAFetchFailsAndGoesOn) {
+TEST_F(StatsManagerTest, bringsNothingWhereAFetchFailsAndGoesOn) {
   StatsManagerBuilder builder;
   builder.addAtomId(1).addAllowedLogSource("AID_APP").setConfigId(3);
   const std::unique_ptr<StatsManager> manager = std::move(builder).build();
@@ -117,7 +117,7 @@ std::vector<std::string> decoded(const std::vector<libstatsd::Report>& reports) 
   return texts;
 }
 
-TEST(AtomDecoder, TakesWhateverAnAtomMayHoldAndMissingFieldsAsEmpty) {
+TEST(AtomDecoderTest, takesWhateverAnAtomMayHoldAndMissingFieldsAsEmpty) {
   const std::string big(4096, 'x');
   constexpr int32_t kState = kApplicationStateAtomId;
   EXPECT_THAT(decoded({{atom(kState, 7, "\x08\xd2\x09\x12\x06screen\x1a\x04home"),
@@ -133,7 +133,7 @@ TEST(AtomDecoder, TakesWhateverAnAtomMayHoldAndMissingFieldsAsEmpty) {
                           "telemetry/service_session_id=@8", "telemetry/user_active_session_id=@8"));
 }
 
-TEST(AtomDecoder, SkipsAnAtomItCannotReadAndNoOther) {
+TEST(AtomDecoderTest, skipsAnAtomItCannotReadAndNoOther) {
   test::LogCapture log;
   const libstatsd::AtomReport good = atom(kApplicationStateAtomId, 1, "\x08\x05");
   EXPECT_THAT(decoded({{good,

@@ -20,8 +20,8 @@ using ProcessStates = std::unordered_map<int, StringMap>;
 // State key to newest value as JSON text, for each namespace.
 using GlobalStates = std::unordered_map<std::string, StringMap>;
 
-// Each function adds to `out` and leaves alone what it holds already. Text that is not UTF-8 is carried with
-// U+FFFD in the place of what is malformed, so that the rest of it is not lost.
+// Each function adds to `out` and leaves its other entries as they are. Keys and values are UTF-8; each
+// malformed byte is replaced by U+FFFD, so that the rest of the text is not lost.
 
 // One string for each entry.
 void packMapToBundle(const StringMap& map, android::os::PersistableBundle* out);
@@ -39,8 +39,8 @@ void packGlobalStateEntriesToBundle(const std::string& globalNamespace, const St
 // {"<namespace>": the bundle of that namespace, …}
 void packAllGlobalStatesToBundle(const GlobalStates& states, android::os::PersistableBundle* out);
 
-// {"SystemContextData": {one string for each entry}, "GlobalStateData": {all namespaces}}; both keys are
-// there even where they hold nothing.
+// {"SystemContextData": {one string for each entry}, "GlobalStateData": {all namespaces}}. Both keys are
+// always there, if with an empty bundle.
 void packSystemContextToBundle(const StringMap& context, const GlobalStates& globals,
                                android::os::PersistableBundle* out);
 

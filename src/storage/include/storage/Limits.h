@@ -18,8 +18,8 @@ struct BlackBoxLimits {
   // Memory of the states of all processes, in bytes. The daemon has to stay below 64 MiB: 9 MiB are its
   // program and libraries, and a full batch of atoms and one whole-table answer take about 8 MiB each for a
   // moment. Beyond it the black box is cut to `bytesAfterCut`; see BlackBox for who pays.
-  size_t maxBytes = 38 * kMiB;
-  // What a cut leaves. A cut looks at every process, so it must make room for many states at once.
+  size_t maxBytes = 36 * kMiB + 512 * kKiB;
+  // What a cut leaves. A cut looks at every process, so it must make room for some thousand states at once.
   size_t bytesAfterCut = 36 * kMiB;
 
   // Processes with states. Twice what is protected, and few enough that the entries of all of them fit into
@@ -61,7 +61,7 @@ inline constexpr size_t kMaxReplyBytes = (kMiB - 8 * kKiB) / 4 * 3;
 inline constexpr size_t kReplyBytesPerState = 20;
 inline constexpr size_t kReplyBytesPerProcess = 144;
 
-constexpr size_t replyBytesOf(size_t keyLength, size_t valueLength) {
+constexpr size_t replyBytesOfState(size_t keyLength, size_t valueLength) {
   return kReplyBytesPerState + 2 * (keyLength + valueLength);
 }
 
