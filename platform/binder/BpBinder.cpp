@@ -8,6 +8,7 @@
 #include <binder/IPCThreadState.h>
 
 #include "DeathWatch.h"
+#include "Log.h"
 #include "RemoteService.h"
 
 namespace android {
@@ -36,7 +37,7 @@ int32_t BpBinder::handle() const {
   return mHandle;
 }
 
-// Asked of the remote object once; an answer that fails is an empty descriptor, and asked for again.
+// Asks the remote object once. If that fails, the descriptor is empty and the next call asks again.
 const String16& BpBinder::getInterfaceDescriptor() const {
   if (!isDescriptorCached()) {
     Parcel data;
@@ -52,7 +53,7 @@ const String16& BpBinder::getInterfaceDescriptor() const {
 }
 
 bool BpBinder::isBinderAlive() const {
-  return mAlive != 0;
+  return __atomic_load_n(&mAlive, __ATOMIC_RELAXED) != 0;
 }
 
 status_t BpBinder::pingBinder() {
@@ -61,15 +62,15 @@ status_t BpBinder::pingBinder() {
   return transact(PING_TRANSACTION, data, &reply);
 }
 
-// The descriptor to write to would have to travel.
+// File descriptors do not travel here.
 status_t BpBinder::dump(int /*fd*/, const Vector<String16>& /*args*/) {
   return INVALID_OPERATION;
 }
 
 status_t BpBinder::transact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
-  if (!mAlive) return DEAD_OBJECT;
+  if (!isBinderAlive()) return DEAD_OBJECT;
   const status_t status = IPCThreadState::self()->transact(mHandle, code, data, reply, flags);
-  if (status == DEAD_OBJECT) mAlive = 0;
+  if (status == DEAD_OBJECT) __atomic_store_n(&mAlive, 0, __ATOMIC_RELAXED);
   return status;
 }
 
@@ -113,7 +114,7 @@ void BpBinder::sendObituary() {
   Vector<Obituary>* obituaries = nullptr;
   {
     AutoMutex guard(mLock);
-    mAlive = 0;
+    __atomic_store_n(&mAlive, 0, __ATOMIC_RELAXED);
     mObitsSent = 1;
     obituaries = std::exchange(mObituaries, nullptr);
   }
@@ -122,21 +123,16 @@ void BpBinder::sendObituary() {
   delete obituaries;
 }
 
-void BpBinder::attachObject(const void* objectID, void* object, void* cleanupCookie,
-                            object_cleanup_func func) {
-  AutoMutex guard(mLock);
-  mObjects.attach(objectID, object, cleanupCookie, func);
+void BpBinder::attachObject(const void* /*objectID*/, void* /*object*/, void* /*cleanupCookie*/,
+                            object_cleanup_func /*func*/) {
+  platform::binder::refuseAttachedObjects();
 }
 
-void* BpBinder::findObject(const void* objectID) const {
-  AutoMutex guard(mLock);
-  return mObjects.find(objectID);
+void* BpBinder::findObject(const void* /*objectID*/) const {
+  return nullptr;
 }
 
-void BpBinder::detachObject(const void* objectID) {
-  AutoMutex guard(mLock);
-  mObjects.detach(objectID);
-}
+void BpBinder::detachObject(const void* /*objectID*/) {}
 
 BpBinder* BpBinder::remoteBinder() {
   return this;
@@ -146,7 +142,7 @@ void BpBinder::onFirstRef() {}
 
 void BpBinder::onLastStrongRef(const void* /*id*/) {}
 
-// Asked only of objects that live on weak references, and a proxy lives on strong ones.
+// Called only for objects that live on weak references; a proxy lives on strong ones.
 bool BpBinder::onIncStrongAttempted(uint32_t /*flags*/, const void* /*id*/) {
   return false;
 }
@@ -160,32 +156,9 @@ bool BpBinder::isDescriptorCached() const {
   return mDescriptorCache.size() != 0;
 }
 
+// The class has one as a member; see attachObject().
 BpBinder::ObjectManager::ObjectManager() = default;
 
-BpBinder::ObjectManager::~ObjectManager() {
-  kill();
-}
-
-void BpBinder::ObjectManager::attach(const void* objectID, void* object, void* cleanupCookie,
-                                     IBinder::object_cleanup_func func) {
-  if (mObjects.indexOfKey(objectID) < 0) mObjects.add(objectID, entry_t{object, cleanupCookie, func});
-}
-
-void* BpBinder::ObjectManager::find(const void* objectID) const {
-  const ssize_t index = mObjects.indexOfKey(objectID);
-  return index >= 0 ? mObjects.valueAt(static_cast<size_t>(index)).object : nullptr;
-}
-
-void BpBinder::ObjectManager::detach(const void* objectID) {
-  mObjects.removeItem(objectID);
-}
-
-void BpBinder::ObjectManager::kill() {
-  for (size_t i = 0; i < mObjects.size(); ++i) {
-    const entry_t& entry = mObjects.valueAt(i);
-    if (entry.func != nullptr) entry.func(mObjects.keyAt(i), entry.object, entry.cleanupCookie);
-  }
-  mObjects.clear();
-}
+BpBinder::ObjectManager::~ObjectManager() = default;
 
 }  // namespace android

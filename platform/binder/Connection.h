@@ -1,24 +1,31 @@
 #pragma once
 
 #include <atomic>
-#include <memory>
-#include <mutex>
-#include <optional>
 #include <string>
-#include <vector>
 
 #include <android-base/unique_fd.h>
 
-#include "Dispatch.h"
-#include "EventSource.h"
 #include "Frame.h"
-#include "LocalSocket.h"
-#include "StallWatch.h"
+#include "OneWayQueue.h"
+#include "Shares.h"
+#include "Socket.h"
+#include "base/Clock.h"
+#include "runtime/LogLimit.h"
 
 namespace platform::binder {
 
-class OneWayQueue;
-class Server;
+// CLOCK_MONOTONIC at the resolution of the kernel's tick: reading it costs a few nanoseconds, and each
+// transaction reads it three times.
+struct CoarseClock {
+  using duration = std::chrono::nanoseconds;
+  using time_point = std::chrono::time_point<CoarseClock, duration>;
+
+  static time_point now() {
+    timespec time{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &time);
+    return time_point(duration(Torv::Base::toNanoseconds(time)));
+  }
+};
 
 // A service as its connections see it.
 struct Service {
@@ -27,59 +34,68 @@ struct Service {
   std::shared_ptr<OneWayQueue> oneWays;
 };
 
-// The server's end of a client's connection. Two-way transactions are run by the thread that read them, one
-// at a time; the next is not looked at before the reply has gone out whole. One-way transactions go to the
-// queue of the binder object; a client that has too many of them waiting is not read from for a while.
-class Connection final : public EventSource, public std::enable_shared_from_this<Connection> {
+// What the connections of a server share: the slots of its pool, the bytes of Limits, and one line in the log
+// for each second.
+struct Pool {
+  explicit Pool(const Limits& limits);
+  // Nobody gets anything any more, so that all connections end.
+  void close();
+
+  const std::chrono::milliseconds transfer;
+  Shares slots;
+  Shares requests;
+  Shares replies;
+  Shares oneWays;
+  LogLimit warnings;  // about what clients do
+};
+
+// The end of a line that stands for `times` warnings.
+std::string warningsNote(uint64_t times);
+
+// The server's end of a client's connection. A thread of its own reads the frames, runs the two-way
+// transactions one at a time, each with a slot of the pool, and hands the one-way ones to the queue of the
+// service.
+class Connection {
  public:
-  Connection(Server& server, std::shared_ptr<const Service> service, android::base::unique_fd socket);
-  ~Connection();
+  enum class State {
+    Idle,          // waits for the first byte of a frame
+    Transferring,  // a frame or a reply is under way
+    Running,       // the server is at work, or has the client wait for its share
+  };
 
-  void onEvent(Worker& worker) override;
+  Connection(Pool& pool, std::shared_ptr<const Service> service, android::base::unique_fd socket, Peer peer);
 
-  int fd() const { return mSocket.get(); }
-  Peer peer() const { return mPeer; }
-  // When it was last used, as a count of the server's events; 0 while it is in use. Any thread.
-  uint64_t idleSince() const { return mIdleSince.load(std::memory_order_relaxed); }
+  // Serves the connection to its end.
+  void run();
 
-  // Ends the connection because it stalls. Any thread; whoever has it next closes it.
-  void drop();
-  // A one-way transaction of this connection has run. Any thread.
-  void oneWayDone(size_t payloadSize);
+  uid_t uid() const { return mPeer.uid; }
+  // Any thread.
+  State state() const { return mState.load(std::memory_order_relaxed); }
+  CoarseClock::duration timeInState(CoarseClock::time_point now) const {
+    return now - mStateSince.load(std::memory_order_relaxed);
+  }
+  // Ends the connection: at once if a frame or a reply is under way, otherwise when what its client has sent
+  // is answered. A client that is answered or idle notices when it sends next. Any thread.
+  void giveUp();
 
  private:
-  enum class Next { Read, Write, Pause, Close };
-  // All there was (Rest), perhaps not all (Full), or that the client has closed.
-  enum class Received { Nothing, Rest, Full, End };
+  bool serveFrame();
+  bool readPayload(Shares& shares, size_t charge, size_t size, android::Parcel* data, Shares::Part* room);
+  bool enqueue(const FrameHeader& header);
+  bool answer(const FrameHeader& header);
+  bool reply(android::status_t status, const android::Parcel& data, Shares::Part slot);
+  bool sendRest(const FrameHeader& header, const android::Parcel& data, size_t sent);
+  void enter(State state);
+  bool fail(const std::string& why);
 
-  Next advance(Worker& worker);
-  Next awaitMore();
-  Received receive(Worker& worker);
-  void handle(const Frame& frame, Worker& worker);
-  void enqueue(const Frame& frame, Worker& worker);
-  void answer(const Frame& frame, Worker& worker);
-  bool flush();
-  void noteStall(bool progress);
-  void endStall();
-  std::string describe() const;
-
-  Server& mServer;
+  Pool& mPool;
   const std::shared_ptr<const Service> mService;
   const android::base::unique_fd mSocket;
   const Peer mPeer;
-  std::atomic<uint64_t> mIdleSince{0};
-  std::atomic<bool> mDropped{false};
-
-  // Of the thread that has the event.
-  FrameReader mReader{FrameKind::Transaction};
-  std::vector<uint8_t> mOut;  // what the socket has not taken of a reply, from mOutSent on
-  size_t mOutSent = 0;
-  bool mBroken = false;  // the client is gone
-  std::optional<StallWatch::Ticket> mStall;
-
-  std::mutex mBacklogMutex;
-  size_t mBacklog = 0;   // guarded by mBacklogMutex: bytes of one-way transactions that have not run
-  bool mPaused = false;  // guarded by mBacklogMutex: not armed until the backlog is down
+  FrameReader mReader;
+  std::atomic<State> mState{State::Idle};
+  std::atomic<CoarseClock::time_point> mStateSince{CoarseClock::now()};
+  std::atomic<bool> mGivenUp{false};
 };
 
 }  // namespace platform::binder

@@ -5,13 +5,13 @@
 #include <binder/BpBinder.h>
 #include <utils/RefBase.h>
 
+#include "RemoteService.h"
+
 namespace platform::binder {
 
-struct RemoteService;
-
-// Calls sendObituary() of a proxy when its server dies, on a thread that exists while anything is watched.
-// It has a connection of its own to each server, whose end it waits for. False where the server is dead
-// already. Thread-safe.
+// Calls sendObituary() of a proxy when its server dies. Each watched proxy has a connection of its own to the
+// server, and a thread that waits for its end and makes the call. Returns false if the server is dead
+// already, or cannot be watched. A child of fork(2) does not watch what its parent watches. Thread-safe.
 [[nodiscard]] bool watchForDeath(int32_t handle, std::shared_ptr<RemoteService> service,
                                  const android::wp<android::BpBinder>& proxy);
 void stopWatchingForDeath(int32_t handle);

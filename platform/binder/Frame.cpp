@@ -1,85 +1,114 @@
 #include "Frame.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
 namespace platform::binder {
-namespace {
 
-// Memory that a reader keeps between frames.
-constexpr size_t kKeptCapacity = 4096;
+using android::base::ErrnoError;
+using android::base::Error;
+using android::base::Result;
 
-Frame frameAt(const uint8_t* data) {
-  Frame frame;
-  memcpy(&frame.header, data, sizeof(FrameHeader));
-  frame.payload = data + sizeof(FrameHeader);
-  return frame;
+FrameReader::FrameReader(int socket, FrameKind kind, std::optional<std::chrono::milliseconds> patience)
+    : mSocket(socket), mKind(kind), mPatience(patience) {}
+
+bool FrameReader::await() {
+  mDeadline.reset();
+  if (held() > 0) return true;
+  const ssize_t size = TEMP_FAILURE_RETRY(recv(mSocket, mBuffer.data(), mBuffer.size(), 0));
+  mBegin = 0;
+  mEnd = static_cast<size_t>(std::max<ssize_t>(size, 0));
+  return size > 0;
 }
 
-}  // namespace
-
-const char* faultOf(const FrameHeader& header, FrameKind kind) {
-  if (header.kind != static_cast<uint32_t>(kind)) return "a frame that does not begin as one";
-  if (header.size > kMaxPayload) return "a frame over the limit of a transaction";
-  return nullptr;
-}
-
-void FrameReader::feed(const uint8_t* data, size_t size) {
-  mFed = data;
-  mFedSize = size;
-}
-
-FrameReader::Result FrameReader::next(Frame* frame) {
-  if (mFault != nullptr) return Result::Malformed;
-  return heldSize() == 0 ? nextOfFed(frame) : nextOfHeld(frame);
-}
-
-void FrameReader::keep() {
-  if (mFedSize == 0) return;
-  if (heldSize() == 0) {
-    mHeld.clear();
-    mOffset = 0;
+Result<FrameHeader> FrameReader::header() {
+  if (mBegin + sizeof(FrameHeader) > mBuffer.size()) {
+    memmove(mBuffer.data(), mBuffer.data() + mBegin, held());
+    mEnd = held();
+    mBegin = 0;
   }
-  mHeld.insert(mHeld.end(), mFed, mFed + mFedSize);
-  mFedSize = 0;
+  while (held() < sizeof(FrameHeader)) {
+    auto size = receive(mBuffer.data() + mEnd, mBuffer.size() - mEnd);
+    if (!size.ok()) return size.error();
+    mEnd += *size;
+  }
+  FrameHeader header;
+  memcpy(&header, mBuffer.data() + mBegin, sizeof(header));
+  mBegin += sizeof(header);
+  if (header.kind != static_cast<uint32_t>(mKind)) {
+    return Error(EPROTO) << "sent a frame that does not begin as one";
+  }
+  if (header.size > kMaxPayload) return Error(EPROTO) << "sent a frame over the limit of a transaction";
+  return header;
 }
 
-size_t FrameReader::sizeOfFrame(const uint8_t* data, size_t size) {
-  if (size < sizeof(FrameHeader)) return sizeof(FrameHeader);
-  const Frame frame = frameAt(data);
-  mFault = faultOf(frame.header, mKind);
-  return mFault != nullptr ? 0 : sizeof(FrameHeader) + frame.header.size;
+Result<void> FrameReader::payload(size_t size, android::Parcel* parcel) {
+  if (size == 0) return {};
+  auto* const target = static_cast<uint8_t*>(parcel->writeInplace(size));
+  if (target == nullptr) return Error(ENOMEM) << "sent more than there is memory for";
+  size_t got = std::min(size, held());
+  memcpy(target, mBuffer.data() + mBegin, got);
+  mBegin += got;
+  while (got < size) {
+    auto part = receive(target + got, size - got);
+    if (!part.ok()) return part.error();
+    got += *part;
+  }
+  parcel->setDataSize(size);
+  parcel->setDataPosition(0);
+  return {};
 }
 
-FrameReader::Result FrameReader::nextOfFed(Frame* frame) {
-  mOffset = 0;
-  mHeld.clear();
-  if (mHeld.capacity() > kKeptCapacity) mHeld.shrink_to_fit();
-  const size_t size = sizeOfFrame(mFed, mFedSize);
-  if (size == 0) return Result::Malformed;
-  if (mFedSize < size) return Result::NeedMore;
-  *frame = frameAt(mFed);
-  mFed += size;
-  mFedSize -= size;
-  return Result::Frame;
+void FrameReader::extendDeadline(SteadyClock::duration by) {
+  if (mDeadline) *mDeadline += by;
 }
 
-FrameReader::Result FrameReader::nextOfHeld(Frame* frame) {
-  mHeld.erase(mHeld.begin(), mHeld.begin() + static_cast<std::ptrdiff_t>(mOffset));
-  mOffset = 0;
+// Receives between one and `size` bytes.
+Result<size_t> FrameReader::receive(uint8_t* to, size_t size) {
   for (;;) {
-    const size_t size = sizeOfFrame(mHeld.data(), mHeld.size());
-    if (size == 0) return Result::Malformed;
-    if (mHeld.size() >= size && mHeld.size() >= sizeof(FrameHeader)) {
-      *frame = frameAt(mHeld.data());
-      mOffset = size;
-      return Result::Frame;
-    }
-    if (mFedSize == 0) return Result::NeedMore;
-    const size_t taken = std::min(size - mHeld.size(), mFedSize);
-    mHeld.insert(mHeld.end(), mFed, mFed + taken);
-    mFed += taken;
-    mFedSize -= taken;
+    const int flags = mPatience ? MSG_DONTWAIT : MSG_WAITALL;
+    const ssize_t got = TEMP_FAILURE_RETRY(recv(mSocket, to, size, flags));
+    if (got > 0) return static_cast<size_t>(got);
+    if (got == 0) return Error(ECONNRESET) << "closed in the middle of a frame";
+    if (errno != EAGAIN) return ErrnoError() << "is lost";
+    if (!waitFor(mSocket, POLLIN, deadline())) return Error(ETIMEDOUT) << "stalled in the middle of a frame";
+  }
+}
+
+SteadyClock::time_point FrameReader::deadline() {
+  if (!mDeadline) mDeadline = SteadyClock::now() + *mPatience;
+  return *mDeadline;
+}
+
+ssize_t sendFrame(int socket, const FrameHeader& header, const uint8_t* payload, size_t offset, int flags) {
+  iovec parts[2];
+  size_t count = 0;
+  if (offset < sizeof(header)) {
+    auto* const bytes = reinterpret_cast<uint8_t*>(const_cast<FrameHeader*>(&header));
+    parts[count++] = {bytes + offset, sizeof(header) - offset};
+  }
+  const size_t sent = offset > sizeof(header) ? offset - sizeof(header) : 0;
+  if (sent < header.size) parts[count++] = {const_cast<uint8_t*>(payload) + sent, header.size - sent};
+  msghdr message{};
+  message.msg_iov = parts;
+  message.msg_iovlen = count;
+  return TEMP_FAILURE_RETRY(sendmsg(socket, &message, flags | MSG_NOSIGNAL));
+}
+
+bool waitFor(int socket, short event, SteadyClock::time_point deadline) {
+  using std::chrono::milliseconds;
+  for (;;) {
+    const auto left = std::chrono::ceil<milliseconds>(deadline - SteadyClock::now()).count();
+    pollfd waiting{socket, event, 0};
+    const int ready = poll(&waiting, 1, static_cast<int>(std::max<long>(left, 0)));
+    if (ready > 0 || (ready < 0 && errno != EINTR)) return true;
+    if (ready == 0) return false;
   }
 }
 

@@ -1,19 +1,27 @@
-// The framing of transactions on a stream: a header of four words in the machine's byte order, then the bytes
-// of a parcel. Nothing here knows of sockets.
+// The framing of transactions on a stream socket: a header of four words in the machine's byte order, then
+// the bytes of a parcel.
 //
-// A connection belongs to one service, so a transaction names no target; replies come in the order of the
-// two-way transactions, so none carries a number; a one-way transaction has no reply.
+// A connection belongs to one service, so a transaction names no target. Replies come in the order of the
+// two-way transactions, so they carry no number. A one-way transaction has no reply.
 #pragma once
 
+#include "parcel/ParcelHeader.h"
+
+#include <array>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <string>
-#include <vector>
+#include <optional>
+
+#include <sys/types.h>
+
+#include <android-base/result.h>
+
+#include "Limits.h"
 
 namespace platform::binder {
 
-// The device's receive buffer of 1 MiB less two pages, which a transaction or reply must fit.
-inline constexpr size_t kMaxPayload = 1024 * 1024 - 8 * 1024;
+using SteadyClock = std::chrono::steady_clock;
 
 enum class FrameKind : uint32_t {
   Transaction = 0x31545842,  // "BXT1"
@@ -28,49 +36,52 @@ struct FrameHeader {
 };
 static_assert(sizeof(FrameHeader) == 16);
 
-// What is wrong with a header where a frame of `kind` is expected, or nullptr.
-const char* faultOf(const FrameHeader& header, FrameKind kind);
+inline bool isOneWay(const FrameHeader& header) {
+  return (header.flags & android::IBinder::FLAG_ONEWAY) != 0;
+}
 
-struct Frame {
-  FrameHeader header;
-  const uint8_t* payload = nullptr;  // header.size bytes
-};
-
-// Cuts a stream into frames. It holds a part of a frame in memory of its own, which grows with the bytes that
-// came and not with the size that was announced. Not thread-safe.
+// Reads the frames of one kind from a blocking socket: await(), header(), payload(), and again. Does not own
+// the socket. After an error the stream is of no further use. Not thread-safe.
 class FrameReader {
  public:
-  enum class Result { Frame, NeedMore, Malformed };
+  // A frame must be complete `patience` after its first byte. Without a value the reader waits for ever.
+  FrameReader(int socket, FrameKind kind, std::optional<std::chrono::milliseconds> patience);
 
-  explicit FrameReader(FrameKind kind) : mKind(kind) {}
+  // Waits for the first byte of a frame, however long that takes. Returns false if the stream has ended.
+  bool await();
 
-  // Hands over the next bytes of the stream. They are read in place: they must stay until next() has asked
-  // for more, or until keep().
-  void feed(const uint8_t* data, size_t size);
+  // Reads the header of the frame. Errors: EPROTO if it is not a header of this kind or announces more than
+  // kMaxPayload bytes, ECONNRESET if the stream ends, ETIMEDOUT. The messages are texts for "a client ...".
+  android::base::Result<FrameHeader> header();
 
-  // The next frame, whose payload is valid until the next call of a method. After Malformed the stream is of
-  // no further use; fault() says why.
-  Result next(Frame* frame);
+  // Reads the payload of `size` bytes, as the header announces them, into an empty parcel, and rewinds it.
+  // Errors as for header().
+  android::base::Result<void> payload(size_t size, android::Parcel* parcel);
 
-  // Copies what is left of the bytes handed over, so that their memory may be used again.
-  void keep();
-
-  bool inFrame() const { return mOffset < mHeld.size() || mFedSize != 0; }
-  size_t heldSize() const { return mHeld.size() - mOffset; }
-  const char* fault() const { return mFault; }
+  // Adds time in which the caller was not ready to read.
+  void extendDeadline(SteadyClock::duration by);
 
  private:
-  // How many bytes the frame at `data` takes as far as `size` bytes of it tell; 0 where it is malformed.
-  size_t sizeOfFrame(const uint8_t* data, size_t size);
-  Result nextOfHeld(Frame* frame);
-  Result nextOfFed(Frame* frame);
+  size_t held() const { return mEnd - mBegin; }
+  android::base::Result<size_t> receive(uint8_t* to, size_t size);
+  SteadyClock::time_point deadline();
 
+  const int mSocket;
   const FrameKind mKind;
-  std::vector<uint8_t> mHeld;  // from mOffset on: bytes before the fed ones
-  size_t mOffset = 0;
-  const uint8_t* mFed = nullptr;
-  size_t mFedSize = 0;
-  const char* mFault = nullptr;
+  const std::optional<std::chrono::milliseconds> mPatience;
+  std::optional<SteadyClock::time_point> mDeadline;  // of the current frame, as soon as it has to wait
+  // Bytes from mBegin to mEnd are received and not yet read.
+  size_t mBegin = 0;
+  size_t mEnd = 0;
+  std::array<uint8_t, kSmallPayload> mBuffer;
 };
+
+// Sends a frame from byte `offset` on; the header's bytes come first. `flags` are those of sendmsg(2).
+// Returns the number of bytes that the socket took, or -1 with errno. A closed peer gives EPIPE and no
+// signal.
+ssize_t sendFrame(int socket, const FrameHeader& header, const uint8_t* payload, size_t offset, int flags);
+
+// Waits until the socket has an event of poll(2), or has ended. Returns false if the deadline passes first.
+bool waitFor(int socket, short event, SteadyClock::time_point deadline);
 
 }  // namespace platform::binder

@@ -22,4 +22,10 @@ inline constexpr char kLogTag[] = "binder";
   va_end(arguments);
 }
 
+// Ends the process: nothing here implements IBinder::attachObject(), and a caller that did not notice would
+// lose its object.
+[[noreturn]] inline void refuseAttachedObjects() {
+  __android_log_assert(nullptr, kLogTag, "binders have no attached objects here");
+}
+
 }  // namespace platform::binder

@@ -2,47 +2,55 @@
 
 #include <utility>
 
-#include <sys/epoll.h>
-#include <sys/eventfd.h>
-
-#include "Connection.h"
-#include "Server.h"
+#include "Dispatch.h"
+#include "Log.h"
 
 namespace platform::binder {
+namespace {
 
-OneWayQueue::OneWayQueue(Server& server, android::sp<android::BBinder> binder)
-    : mServer(server), mBinder(std::move(binder)), mTurn(eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK)) {
-  mServer.watch(mTurn.get(), 0, this);
-}
+using Torv::Base::LockGuard;
 
-bool OneWayQueue::push(Item item) {
-  std::lock_guard guard(mMutex);
-  mItems.push_back(std::move(item));
-  return !std::exchange(mRunning, true);
-}
+// The slot that a queue uses counts for nobody: a client that has used up its share of the pool does not hold
+// up the one-way calls of others behind its own.
+constexpr uid_t kNobody = static_cast<uid_t>(-1);
 
-void OneWayQueue::run(Worker& worker) {
-  Item item;
-  while (take(&item)) {
-    const Frame frame{item.header, item.payload.data()};
-    dispatch(*mBinder, item.from->peer(), frame, worker);
-    std::exchange(item.from, nullptr)->oneWayDone(item.payload.size());
-    if (!mServer.hasIdleThread()) {
-      mServer.arm(mTurn.get(), EPOLLIN, this);
-      return;
-    }
+}  // namespace
+
+void OneWayQueue::push(std::unique_ptr<Call> call) {
+  const LockGuard guard(mMutex);
+  if (mStopped) return;
+  mCalls.push_back(std::move(call));
+  mChanged.notify_one();
+  if (std::exchange(mStarted, true)) return;
+  if (const auto started = mThreads.start("BinderOneWay", [this] { run(); }); !started.ok()) {
+    logError("one-way calls wait: %s", started.error().message().c_str());
+    mStarted = false;  // the next call tries again
   }
 }
 
-bool OneWayQueue::take(Item* item) {
-  std::lock_guard guard(mMutex);
-  if (mItems.empty()) {
-    mRunning = false;
-    return false;
+void OneWayQueue::stop() {
+  const LockGuard guard(mMutex);
+  mStopped = true;
+  mCalls.clear();
+  mChanged.notify_one();
+}
+
+void OneWayQueue::run() {
+  while (const auto call = next()) {
+    const Shares::Part slot = mSlots.take(kNobody, 1);
+    if (!slot) return;
+    android::Parcel unwanted;
+    dispatch(*mBinder, call->caller, call->header, call->data, &unwanted);
   }
-  *item = std::move(mItems.front());
-  mItems.pop_front();
-  return true;
+}
+
+std::unique_ptr<OneWayQueue::Call> OneWayQueue::next() {
+  const LockGuard guard(mMutex);
+  while (mCalls.empty() && !mStopped) mChanged.wait(mMutex);
+  if (mStopped) return nullptr;
+  auto call = std::move(mCalls.front());
+  mCalls.pop_front();
+  return call;
 }
 
 }  // namespace platform::binder

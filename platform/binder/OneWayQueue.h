@@ -1,50 +1,54 @@
 #pragma once
 
+#include "parcel/ParcelHeader.h"
+
 #include <deque>
 #include <memory>
-#include <mutex>
-#include <vector>
 
-#include <android-base/unique_fd.h>
+#include <binder/Binder.h>
 
-#include "Dispatch.h"
-#include "EventSource.h"
+#include "Frame.h"
+#include "Shares.h"
+#include "Socket.h"
+#include "Threads.h"
+#include "base/Mutex.h"
 
 namespace platform::binder {
 
-class Connection;
-class Server;
-
-// The one-way transactions of one binder object, run one after the other in the order in which they came from
-// all clients. At most one thread runs them at a time, and it gives way to other work after each one when the
-// pool has no idle thread left.
-class OneWayQueue final : public EventSource, public std::enable_shared_from_this<OneWayQueue> {
+// The one-way transactions of one binder object. They run one after the other, in the order in which they
+// came from all clients, on one thread that starts with the first of them and ends with the server.
+// Thread-safe.
+class OneWayQueue {
  public:
-  struct Item {
+  // Everything that a call needs: its connection may be closed before it runs.
+  struct Call {
     FrameHeader header;
-    std::vector<uint8_t> payload;
-    std::shared_ptr<Connection> from;
+    Peer caller;
+    android::Parcel data;
+    Shares::Part room;  // of Limits::oneWays
   };
 
-  OneWayQueue(Server& server, android::sp<android::BBinder> binder);
+  // Each call takes a slot of the pool for as long as it runs.
+  OneWayQueue(android::sp<android::BBinder> binder, Shares& slots, Threads& threads)
+      : mBinder(std::move(binder)), mSlots(slots), mThreads(threads) {}
 
-  // True where nobody runs the queue: the caller has become its runner and must call run() soon.
-  [[nodiscard]] bool push(Item item);
-  void run(Worker& worker);
-
-  void onEvent(Worker& worker) override { run(worker); }
+  // Adds a call. After stop() it is dropped.
+  void push(std::unique_ptr<Call> call);
+  // Ends the thread after the call that it runs. The calls that wait are dropped.
+  void stop();
 
  private:
-  // The next transaction, or false where there is none and the caller is no longer the runner.
-  bool take(Item* item);
+  void run();
+  std::unique_ptr<Call> next();
 
-  Server& mServer;
   const android::sp<android::BBinder> mBinder;
-  // Always readable: arming it asks for a turn of a pool thread.
-  android::base::unique_fd mTurn;
-  std::mutex mMutex;
-  std::deque<Item> mItems;  // guarded by mMutex
-  bool mRunning = false;    // guarded by mMutex
+  Shares& mSlots;
+  Threads& mThreads;
+  Torv::Base::Mutex mMutex;
+  Torv::Base::ConditionVariable mChanged;
+  std::deque<std::unique_ptr<Call>> mCalls GUARDED_BY(mMutex);
+  bool mStarted GUARDED_BY(mMutex) = false;
+  bool mStopped GUARDED_BY(mMutex) = false;
 };
 
 }  // namespace platform::binder

@@ -1,57 +1,51 @@
 #include "RemoteService.h"
 
 #include <map>
-#include <mutex>
 #include <utility>
 
 #include <poll.h>
-#include <pthread.h>
 
 #include "ClientConnection.h"
+#include "Socket.h"
+#include "base/Mutex.h"
 
 namespace platform::binder {
 namespace {
 
 using android::base::unique_fd;
+using Torv::Base::LockGuard;
 
-// How long a server whose connection has ended may take to close the rest of its sockets when it is dying.
-constexpr int kDyingMs = 50;
+// A process that is being killed closes its sockets one after the other, and the listener may be the last.
+constexpr std::chrono::milliseconds kDying{50};
 
 struct Handles {
   struct Entry {
     std::shared_ptr<RemoteService> service;
     android::wp<android::BpBinder> proxy;
   };
-  std::mutex mutex;
-  std::map<int32_t, Entry> entries;  // guarded by mutex
-  int32_t next = 1;                  // guarded by mutex; 0 is the service manager's on the device
+  Torv::Base::Mutex mutex;
+  std::map<int32_t, Entry> entries GUARDED_BY(mutex);
+  int32_t next GUARDED_BY(mutex) = 1;  // 0 is the service manager's on the device
 };
 
-// A forked child keeps the proxies of its parent and calls over connections of its own, so the table is held
-// while forking.
 Handles& handles() {
-  static Handles& table = *[] {
-    static auto* const made = new Handles();
-    pthread_atfork([] { made->mutex.lock(); }, [] { made->mutex.unlock(); }, [] { made->mutex.unlock(); });
-    return made;
-  }();
+  static Handles& table = *new Handles();
   return table;
 }
 
-// The live proxy that there is already, with the handle that it goes by.
-android::sp<android::BpBinder> proxyInUse(Handles& table, const ServiceAddress& address,
-                                          const ServiceIdentity& identity) {
-  std::lock_guard guard(table.mutex);
+// The proxy of that server that is in use already, or null.
+android::sp<android::BpBinder> proxyInUse(Handles& table, const ServiceAddress& address, pid_t server) {
+  const LockGuard guard(table.mutex);
   for (const auto& [handle, entry] : table.entries) {
     const RemoteService& service = *entry.service;
-    if (service.dead || !(service.identity == identity) || service.address.path() != address.path()) continue;
+    if (service.dead || service.server != server || service.address.path() != address.path()) continue;
     if (auto proxy = entry.proxy.promote(); proxy != nullptr) return proxy;
   }
   return nullptr;
 }
 
 android::sp<android::BpBinder> makeProxy(Handles& table, std::shared_ptr<RemoteService> service) {
-  std::lock_guard guard(table.mutex);
+  const LockGuard guard(table.mutex);
   const int32_t handle = table.next++;
   android::sp<android::BpBinder> proxy = android::BpBinder::create(handle);
   table.entries.emplace(handle, Handles::Entry{std::move(service), proxy});
@@ -61,46 +55,41 @@ android::sp<android::BpBinder> makeProxy(Handles& table, std::shared_ptr<RemoteS
 }  // namespace
 
 unique_fd connectTo(RemoteService& service) {
-  auto made = service.dead ? std::nullopt : contact(service.address, /*wait=*/true);
-  if (made && made->identity == service.identity) return std::move(made->socket);
-  service.dead = true;
+  if (service.dead) return {};
+  auto socket = connectTo(service.address);
+  if (socket.ok() && peerOf(socket->get()).pid == service.server) return std::move(*socket);
+  if (socket.ok() || socket.error().code() != EAGAIN) service.dead = true;
   return {};
 }
 
 bool isAlive(RemoteService& service) {
-  if (service.dead) return false;
-  const auto probe = contact(service.address, /*wait=*/false);
-  bool alive = probe && probe->identity == service.identity;
-  if (alive && probe->socket.ok()) {
-    // A process that is being killed closes its sockets one after the other: give it time for the listener.
-    pollfd waiting{probe->socket.get(), POLLIN, 0};
-    alive = TEMP_FAILURE_RETRY(poll(&waiting, 1, kDyingMs)) == 0;
-  }
-  if (!alive) service.dead = true;
-  return alive;
+  const unique_fd probe = connectTo(service);
+  if (probe.ok() && waitFor(probe.get(), POLLIN, SteadyClock::now() + kDying)) service.dead = true;
+  return !service.dead;
 }
 
 android::sp<android::IBinder> proxyFor(const ServiceAddress& address) {
-  auto made = contact(address, /*wait=*/false);
-  if (!made) return nullptr;
+  auto socket = connectTo(address);
+  if (!socket.ok()) return nullptr;
+  const pid_t server = peerOf(socket->get()).pid;
   Handles& table = handles();
-  if (auto proxy = proxyInUse(table, address, made->identity); proxy != nullptr) return proxy;
-  auto service = std::make_shared<RemoteService>(address, made->identity);
+  if (auto proxy = proxyInUse(table, address, server); proxy != nullptr) return proxy;
+  auto service = std::make_shared<RemoteService>(address, server);
   auto proxy = makeProxy(table, service);
-  if (made->socket.ok()) keepConnection(proxy->handle(), std::move(service), std::move(made->socket));
+  keepConnection(proxy->handle(), std::move(service), std::move(*socket));
   return proxy;
 }
 
 std::shared_ptr<RemoteService> serviceOf(int32_t handle) {
   Handles& table = handles();
-  std::lock_guard guard(table.mutex);
+  const LockGuard guard(table.mutex);
   const auto entry = table.entries.find(handle);
   return entry != table.entries.end() ? entry->second.service : nullptr;
 }
 
 void releaseHandle(int32_t handle) {
   Handles& table = handles();
-  std::lock_guard guard(table.mutex);
+  const LockGuard guard(table.mutex);
   table.entries.erase(handle);
 }
 

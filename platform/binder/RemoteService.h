@@ -1,4 +1,4 @@
-// The client's side: what a proxy stands for, and the connections over which threads call it.
+// What the handle of a proxy stands for on the client's side.
 #pragma once
 
 #include "parcel/ParcelHeader.h"
@@ -6,34 +6,37 @@
 #include <atomic>
 #include <memory>
 
+#include <android-base/unique_fd.h>
 #include <binder/BpBinder.h>
 
 #include "ServiceDirectory.h"
 
 namespace platform::binder {
 
-// One server of one name for as long as it lives; when it has died it stays dead, whoever takes its address.
+// One server of a name for as long as it lives. Once it has died it stays dead, whoever takes its address.
 struct RemoteService {
-  RemoteService(ServiceAddress at, ServiceIdentity who) : address(std::move(at)), identity(who) {}
+  RemoteService(ServiceAddress at, pid_t serverPid) : address(std::move(at)), server(serverPid) {}
 
   const ServiceAddress address;
-  const ServiceIdentity identity;
+  const pid_t server;
   std::atomic<bool> dead{false};
 };
 
-// A connection to this very server; not valid where it is dead, which is then noted in `service`.
+// Returns a connection to this very server; not valid if it is dead, which is then noted in `service`, or too
+// busy to accept.
 android::base::unique_fd connectTo(RemoteService& service);
 
-// Whether the server still lives, asked of the kernel when a connection to it has ended. Notes where not.
+// Asks the kernel whether the server still lives, after a connection to it has ended: a living server closes
+// connections too. Notes in `service` if it does not.
 bool isAlive(RemoteService& service);
 
-// The proxy of whoever listens at `address`, the same one for as long as somebody holds it; null where nobody
-// listens.
+// Returns the proxy of the server that listens at `address`, the same one for as long as somebody holds it.
+// Returns null if nobody listens there, or accepts. Thread-safe, as are the functions below.
 android::sp<android::IBinder> proxyFor(const ServiceAddress& address);
 
-// What the handle of a proxy stands for; null for a handle that is not in use.
+// Returns what the handle stands for; null for a handle that is not in use.
 std::shared_ptr<RemoteService> serviceOf(int32_t handle);
-// Called by the proxy when it goes.
+// The proxy calls it when it goes.
 void releaseHandle(int32_t handle);
 
 }  // namespace platform::binder

@@ -2,312 +2,142 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
-#include <system_error>
 #include <thread>
 #include <utility>
 
-#include <malloc.h>
-#include <sys/epoll.h>
-#include <sys/eventfd.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/timerfd.h>
 #include <unistd.h>
 
-#include <binder/ProcessState.h>
-
-#include "Fork.h"
 #include "Log.h"
-#include "OneWayQueue.h"
 
 namespace platform::binder {
 namespace {
 
 using android::base::unique_fd;
+using Torv::Base::LockGuard;
 
-// How long join() waits for transactions of other threads once the pool is stopped.
-constexpr std::chrono::seconds kDrain{5};
+size_t connectionsOf(const Limits& limits) {
+  if (limits.connections != 0) return limits.connections;
+  rlimit descriptors{};
+  if (getrlimit(RLIMIT_NOFILE, &descriptors) != 0) return kReservedDescriptors;
+  const auto limit = static_cast<size_t>(std::min<rlim_t>(descriptors.rlim_cur, kMaxConnections * 2));
+  // A process that may have few descriptors keeps half of them.
+  return std::min(limit - std::min(kReservedDescriptors, limit / 2), kMaxConnections);
+}
 
-// How soon a listener tries again that found no room.
-constexpr std::chrono::seconds kRoomRetry{1};
-
-// The quarter that is left is for the process's own work.
-size_t defaultMaxConnections() {
-  rlimit limit{};
-  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return 256;
-  return static_cast<size_t>(std::clamp<rlim_t>(limit.rlim_cur / 4 * 3, 16, 16384));
+// The system has no descriptors or no memory left.
+bool isShortage(int error) {
+  return error == EMFILE || error == ENFILE || error == ENOMEM || error == ENOBUFS;
 }
 
 }  // namespace
 
-// A socket at which clients of one service connect.
-class Listener final : public EventSource {
- public:
-  Listener(Server& server, std::shared_ptr<const Service> service, unique_fd socket)
-      : mServer(server), mService(std::move(service)), mSocket(std::move(socket)) {}
-
-  void onEvent(Worker& /*worker*/) override { mServer.acceptAll(*this); }
-
-  int fd() const { return mSocket.get(); }
-  const std::shared_ptr<const Service>& service() const { return mService; }
-
- private:
-  Server& mServer;
-  const std::shared_ptr<const Service> mService;
-  const unique_fd mSocket;
-};
-
-// Runs only while a connection stalls, a listener waits for room, or there is memory to give back.
-class Server::Timer final : public EventSource {
- public:
-  explicit Timer(Server& server)
-      : mServer(server), mFd(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)) {}
-
-  int fd() const { return mFd.get(); }
-
-  void onEvent(Worker& /*worker*/) override {
-    uint64_t expirations = 0;
-    if (read(fd(), &expirations, sizeof(expirations)) < 0 && errno != EAGAIN) logError("timerfd fails");
-    mRunning = false;
-    if (const auto next = mServer.mStalls.expire(StallWatch::Clock::now()); next) start(*next);
-    mServer.armWaitingListeners();
-    // The allocator by itself would keep its heaps as large as they have been.
-    if (mServer.mKeepsMemory.exchange(false)) malloc_trim(0);
-    mServer.arm(fd(), EPOLLIN, this);
-  }
-
-  // Unless it runs already: whoever came first is due first.
-  void start(StallWatch::Clock::time_point due) {
-    if (mRunning.exchange(true)) return;
-    const auto ns = std::chrono::duration_cast<std::chrono::nanoseconds>(due.time_since_epoch()).count();
-    itimerspec time{};
-    time.it_value.tv_sec = ns / 1'000'000'000;
-    time.it_value.tv_nsec = ns % 1'000'000'000;
-    timerfd_settime(fd(), TFD_TIMER_ABSTIME, &time, nullptr);
-  }
-
- private:
-  Server& mServer;
-  const unique_fd mFd;
-  std::atomic<bool> mRunning{false};
-};
-
-Server::Server(const ServerLimits& limits)
-    : mEpoll(epoll_create1(EPOLL_CLOEXEC)),
-      mStopEvent(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      mTimer(std::make_unique<Timer>(*this)),
-      mStalls(limits.patience, limits.maxStalledBytes),
-      mMemoryKept(limits.memoryKept),
-      mMaxConnections(limits.maxConnections != 0 ? limits.maxConnections : defaultMaxConnections()) {
-  watch(mTimer->fd(), EPOLLIN, mTimer.get());
-  // Seen by every thread, so it is not armed for one.
-  epoll_event event{};
-  event.events = EPOLLIN;
-  epoll_ctl(mEpoll.get(), EPOLL_CTL_ADD, mStopEvent.get(), &event);
-}
+Server::Server(const Limits& limits) : mPool(limits), mConnections(connectionsOf(limits)) {}
 
 Server::~Server() {
   stop();
-  std::unique_lock lock(mMutex);
-  mPoolChanged.wait(lock, [this] { return mInPool == 0; });
+  mThreads.awaitAtMost(0);
 }
 
-void Server::serve(const std::string& name, android::sp<android::BBinder> binder, unique_fd listener) {
-  std::lock_guard guard(mMutex);
-  auto& queue = mOneWays[binder.get()];
-  if (queue == nullptr) queue = std::make_shared<OneWayQueue>(*this, binder);
-  auto service = std::make_shared<const Service>(Service{name, std::move(binder), queue});
-  mListeners.push_back(std::make_unique<Listener>(*this, std::move(service), std::move(listener)));
-  watch(mListeners.back()->fd(), EPOLLIN, mListeners.back().get());
+void Server::serve(const std::string& name, android::sp<android::BBinder> binder, unique_fd socket) {
+  const LockGuard guard(mMutex);
+  auto& oneWays = mOneWays[binder.get()];
+  if (oneWays == nullptr) oneWays = std::make_shared<OneWayQueue>(binder, mPool.slots, mThreads);
+  auto service = std::make_shared<const Service>(Service{name, std::move(binder), oneWays});
+  auto listener = std::make_unique<const Listener>(std::move(service), std::move(socket));
+  const auto started = mThreads.start("BinderAccept", [this, &it = *listener] { acceptAll(it); });
+  if (!started.ok()) logError("%s is not served: %s", name.c_str(), started.error().message().c_str());
+  mListeners.push_back(std::move(listener));
 }
 
 void Server::setMaxThreads(size_t count) {
-  std::lock_guard guard(mMutex);
+  const LockGuard guard(mMutex);
   mMaxThreads = count;
+  updateSlots();
 }
 
 void Server::startPool() {
-  {
-    std::lock_guard guard(mMutex);
-    if (std::exchange(mPoolStarted, true)) return;
-  }
-  spawnThread();
+  const LockGuard guard(mMutex);
+  mPoolStarted = true;
+  updateSlots();
 }
 
 void Server::join() {
   {
-    std::lock_guard guard(mMutex);
-    ++mInPool;
+    const LockGuard guard(mMutex);
+    ++mJoined;
+    updateSlots();
+    while (!mStopping) mStopped.wait(mMutex);
   }
-  run();
-  std::unique_lock lock(mMutex);
-  mPoolChanged.wait_for(lock, kDrain, [this] { return mInPool == 0; });
+  mThreads.awaitAtMost(0, SteadyClock::now() + kDrain);
 }
 
 void Server::stop() {
+  const LockGuard guard(mMutex);
   if (mStopping.exchange(true)) return;
-  eventfd_write(mStopEvent.get(), 1);
-  std::lock_guard guard(mMutex);
-  for (const auto& listener : mListeners) shutdown(listener->fd(), SHUT_RDWR);
-  if (mInPool != 0) return;
-  for (const auto& [key, connection] : mConnections) shutdown(connection->fd(), SHUT_RDWR);
+  for (const auto& listener : mListeners) shutdown(listener->socket.get(), SHUT_RDWR);
+  for (const auto& [binder, queue] : mOneWays) queue->stop();
+  mPool.close();
+  mConnections.giveUpAll();
+  mStopped.notify_all();
 }
 
-void Server::watch(int fd, uint32_t events, EventSource* source) {
-  source->handOver();
-  epoll_event event{};
-  event.events = events | EPOLLONESHOT;
-  event.data.ptr = source;
-  if (epoll_ctl(mEpoll.get(), EPOLL_CTL_ADD, fd, &event) != 0) logError("epoll: %s", strerror(errno));
+// While another uid waits, a uid gets no more than half of the slots; and it never gets the last quarter
+// beyond its half, so that another one finds a slot at once.
+void Server::updateSlots() {
+  const size_t slots = (mPoolStarted ? 1 + mMaxThreads : 0) + mJoined;
+  mPool.slots.setRule({.total = slots, .byUid = (slots + 1) / 2, .keptFree = slots / 4});
 }
 
-void Server::arm(int fd, uint32_t events, EventSource* source) {
-  source->handOver();
-  epoll_event event{};
-  event.events = events | EPOLLONESHOT;
-  event.data.ptr = source;
-  if (epoll_ctl(mEpoll.get(), EPOLL_CTL_MOD, fd, &event) != 0) logError("epoll: %s", strerror(errno));
-}
-
-StallWatch::Ticket Server::stalled(StallWatch::Clock::time_point now, size_t bytes, Connection& connection) {
-  const auto ticket = mStalls.add(now, bytes, [&connection] { connection.drop(); });
-  mTimer->start(mStalls.due(now));
-  return ticket;
-}
-
-void Server::releaseMemorySoon() {
-  if (!mKeepsMemory.exchange(true)) mTimer->start(StallWatch::Clock::now() + mMemoryKept);
-}
-
-void Server::acceptAll(Listener& listener) {
+// The loop of a listener's thread. Connections are accepted at once and then refused if need be: in the
+// kernel's queue the ones of a flood would keep all others waiting.
+void Server::acceptAll(const Listener& listener) {
   for (;;) {
-    const bool room = hasRoom();
-    unique_fd socket = room ? acceptFrom(listener.fd()) : unique_fd();
+    unique_fd socket(accept4(listener.socket.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    if (mStopping) return;
     if (socket.ok()) {
-      addConnection(listener, std::move(socket));
-    } else if (!room || errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS) {
-      waitForRoom(listener);
-      return;
-    } else if (errno != ECONNABORTED) {
-      if (!mStopping) arm(listener.fd(), EPOLLIN, &listener);
+      connect(listener, std::move(socket));
+    } else if (isShortage(errno)) {
+      warn("cannot accept a connection: the process has no descriptors or no memory left");
+      std::this_thread::sleep_for(kAcceptPause);
+    } else if (errno != ECONNABORTED && errno != EINTR) {
+      logError("%s is not served any more: %s", listener.service->name.c_str(), strerror(errno));
       return;
     }
   }
 }
 
-void Server::armWaitingListeners() {
-  std::vector<Listener*> waiting;
-  {
-    std::lock_guard guard(mMutex);
-    waiting.swap(mWaitingListeners);
+void Server::connect(const Listener& listener, unique_fd socket) {
+  mThreads.awaitAtMost(mConnections.most() + kClosingConnections);
+  const Peer peer = peerOf(socket.get());
+  if (!mConnections.reserve(peer.uid)) {
+    warn("a connection is refused, because all those of its uid are in use");
+    return;
   }
-  for (Listener* const listener : waiting) arm(listener->fd(), EPOLLIN, listener);
+  const auto connection = std::make_shared<Connection>(mPool, listener.service, std::move(socket), peer);
+  mConnections.add(*connection);
+  const auto started = mThreads.start("BinderClient", [this, connection] {
+    connection->run();
+    mConnections.remove(*connection);
+  });
+  if (started.ok()) {
+    if (mStopping) connection->giveUp();  // stop() may have been too early to see it
+    return;
+  }
+  warn(started.error().message());
+  mConnections.remove(*connection);
 }
 
-void Server::forget(const Connection& connection) {
-  // Closing alone leaves the socket open, and in the set, where a forked child has it too.
-  epoll_ctl(mEpoll.get(), EPOLL_CTL_DEL, connection.fd(), nullptr);
-  shutdown(connection.fd(), SHUT_RDWR);
-  {
-    std::lock_guard guard(mMutex);
-    mConnections.erase(&connection);
-  }
-  armWaitingListeners();
-}
-
-// The loop of a thread of the pool, which is counted in mInPool already.
-void Server::run() {
-  const auto worker = std::make_unique_for_overwrite<Worker>();
-  while (!mStopping.load(std::memory_order_relaxed)) {
-    epoll_event event{};
-    mIdle.fetch_add(1, std::memory_order_relaxed);
-    const int count = epoll_wait(mEpoll.get(), &event, 1, -1);
-    const bool lastIdle = mIdle.fetch_sub(1, std::memory_order_relaxed) == 1;
-    if (count != 1 || event.data.ptr == nullptr) continue;
-    if (lastIdle) growPool();
-    auto* const source = static_cast<EventSource*>(event.data.ptr);
-    source->takeOver();
-    source->onEvent(*worker);
-  }
-  leavePool();
-}
-
-void Server::growPool() {
-  {
-    std::lock_guard guard(mMutex);
-    if (!mPoolStarted || mStopping || mSpawned >= mMaxThreads) return;
-    ++mSpawned;
-  }
-  spawnThread();
-}
-
-void Server::spawnThread() {
-  {
-    std::lock_guard guard(mMutex);
-    ++mInPool;
-  }
-  try {
-    std::thread([this] {
-      android::ProcessState::self()->giveThreadPoolName();
-      run();
-    }).detach();
-  } catch (const std::system_error& error) {
-    logError("cannot start a thread: %s", error.what());
-    std::lock_guard guard(mMutex);
-    --mInPool;
-  }
-}
-
-void Server::leavePool() {
-  std::lock_guard guard(mMutex);
-  // The last one out sees to it that no client waits for a reply that nobody will send.
-  if (--mInPool == 0) {
-    for (const auto& [key, connection] : mConnections) shutdown(connection->fd(), SHUT_RDWR);
-  }
-  mPoolChanged.notify_all();
-}
-
-bool Server::hasRoom() {
-  std::lock_guard guard(mMutex);
-  return mConnections.size() < mMaxConnections;
-}
-
-// The connection that has been idle for longest is asked to go: its client notices when it sends next, and
-// connects anew. What it has sent by then is still served.
-void Server::waitForRoom(Listener& listener) {
-  {
-    std::lock_guard guard(mMutex);
-    mWaitingListeners.push_back(&listener);
-    const Connection* oldest = nullptr;
-    uint64_t since = UINT64_MAX;
-    for (const auto& [key, connection] : mConnections) {
-      const uint64_t idle = connection->idleSince();
-      if (idle != 0 && idle < since) {
-        since = idle;
-        oldest = key;
-      }
-    }
-    if (oldest != nullptr) shutdown(oldest->fd(), SHUT_RD);
-  }
-  // Room may also come from elsewhere in the process.
-  mTimer->start(StallWatch::Clock::now() + kRoomRetry);
-}
-
-void Server::addConnection(Listener& listener, unique_fd socket) {
-  auto connection = std::make_shared<Connection>(*this, listener.service(), std::move(socket));
-  Connection* const source = connection.get();
-  {
-    std::lock_guard guard(mMutex);
-    mConnections.emplace(source, std::move(connection));
-  }
-  watch(source->fd(), EPOLLIN, source);
+void Server::warn(const std::string& what) {
+  const uint64_t times = mPool.warnings.count();
+  if (times != 0) logWarning("%s%s", what.c_str(), warningsNote(times).c_str());
 }
 
 Server& processServer() {
-  static PerProcess<Server> server;
-  return server.get();
+  static Server& server = *new Server();
+  return server;
 }
 
 }  // namespace platform::binder

@@ -4,25 +4,26 @@
 
 #include <chrono>
 #include <map>
-#include <mutex>
 #include <thread>
 
-#include <android/log.h>
 #include <binder/IServiceManager.h>
 #include <binder/Status.h>
 #include <utils/String8.h>
 
-#include "Fork.h"
 #include "Log.h"
 #include "RemoteService.h"
 #include "Server.h"
 #include "ServiceDirectory.h"
+#include "Socket.h"
+#include "base/Mutex.h"
+#include "runtime/RuntimeDirectory.h"
 
 namespace android {
 namespace {
 
 using platform::binder::logError;
 using platform::binder::logWarning;
+using Torv::Base::LockGuard;
 
 // getService() asks this often, and for this long; a service that is being started takes a moment.
 constexpr std::chrono::milliseconds kPollPause{100};
@@ -30,24 +31,6 @@ constexpr int kPolls = 50;
 
 std::string text(const String16& name) {
   return String8(name).string();
-}
-
-// The services of this process, by the paths of their sockets: looked up, they are the objects themselves.
-struct LocalServices {
-  std::mutex mutex;
-  std::map<std::string, sp<IBinder>> services;  // guarded by mutex
-};
-
-LocalServices& localServices() {
-  static platform::binder::PerProcess<LocalServices> services;
-  return services.get();
-}
-
-sp<IBinder> localService(const std::string& path) {
-  LocalServices& local = localServices();
-  std::lock_guard guard(local.mutex);
-  const auto entry = local.services.find(path);
-  return entry != local.services.end() ? entry->second : nullptr;
 }
 
 class ServiceManager final : public IServiceManager {
@@ -64,38 +47,42 @@ class ServiceManager final : public IServiceManager {
 
   sp<IBinder> checkService(const String16& name) const override {
     const auto address = platform::binder::addressOf(text(name));
-    if (!address) return nullptr;
+    if (!address.ok()) return nullptr;
     if (sp<IBinder> local = localService(address->path()); local != nullptr) return local;
     return platform::binder::proxyFor(*address);
   }
 
   status_t addService(const String16& name, const sp<IBinder>& service, bool /*allowIsolated*/,
                       int /*dumpsysFlags*/) override {
-    const std::string nameText = text(name);
-    const auto address = platform::binder::addressOf(nameText);
+    const auto address = platform::binder::addressOf(text(name));
+    if (!address.ok()) return refuse(name, binder::Status::EX_ILLEGAL_ARGUMENT, address.error().message());
     BBinder* const local = service != nullptr ? service->localBinder() : nullptr;
-    if (!address || local == nullptr) {
-      logError("cannot publish \"%s\": %s", nameText.c_str(),
-               address ? "it is not an object of this process"
-                       : "a service's name is 1 to 127 letters, digits and _./- that fit a socket's name");
-      return binder::Status::EX_ILLEGAL_ARGUMENT;
+    if (local == nullptr) {
+      return refuse(name, binder::Status::EX_ILLEGAL_ARGUMENT, "it is not an object of this process");
     }
-    auto publication = platform::binder::publish(*address);
-    if (publication.status != OK) {
-      logError("cannot publish \"%s\": %s", nameText.c_str(), publication.error.c_str());
-      return publication.status;
+    if (const auto lock = platform::holdServiceLock(platform::runtimeDirectory()); !lock.ok()) {
+      return refuse(name, PERMISSION_DENIED, lock.error().message());
     }
-    platform::binder::processServer().serve(nameText, local, std::move(publication.listener));
-    LocalServices& services = localServices();
-    std::lock_guard guard(services.mutex);
-    services.services[address->path()] = service;
+    if (localService(address->path()) != nullptr) {
+      return refuse(name, ALREADY_EXISTS, "this process has a service of that name");
+    }
+    auto listener = platform::binder::listenAt(*address);
+    if (!listener.ok()) return refuse(name, PERMISSION_DENIED, listener.error().message());
+    {
+      const LockGuard guard(mMutex);
+      mLocal[address->path()] = service;
+    }
+    platform::binder::processServer().serve(text(name), local, std::move(*listener));
     return OK;
   }
 
   Vector<String16> listServices(int /*dumpsysFlags*/) override {
-    Vector<String16> names;
-    for (const std::string& name : platform::binder::liveServices()) names.add(String16(name.c_str()));
-    return names;
+    Vector<String16> live;
+    for (const std::string& name : platform::binder::publishedNames()) {
+      const String16 wide(name.c_str());
+      if (checkService(wide) != nullptr) live.add(wide);
+    }
+    return live;
   }
 
   sp<IBinder> waitForService(const String16& name) override {
@@ -110,17 +97,23 @@ class ServiceManager final : public IServiceManager {
 
  protected:
   IBinder* onAsBinder() override { return nullptr; }
-};
 
-struct DefaultManager {
-  std::mutex mutex;
-  sp<IServiceManager> manager;  // guarded by mutex
-};
+ private:
+  static status_t refuse(const String16& name, status_t status, const std::string& why) {
+    logError("cannot publish \"%s\": %s", text(name).c_str(), why.c_str());
+    return status;
+  }
 
-DefaultManager& defaultManager() {
-  static auto& holder = *new DefaultManager();
-  return holder;
-}
+  sp<IBinder> localService(const std::string& path) const {
+    const LockGuard guard(mMutex);
+    const auto entry = mLocal.find(path);
+    return entry != mLocal.end() ? entry->second : nullptr;
+  }
+
+  mutable Torv::Base::Mutex mMutex;
+  // The services of this process by the paths of their sockets. Looking one up gives the object itself.
+  std::map<std::string, sp<IBinder>> mLocal GUARDED_BY(mMutex);
+};
 
 }  // namespace
 
@@ -134,20 +127,8 @@ const String16& IServiceManager::getInterfaceDescriptor() const {
 }
 
 sp<IServiceManager> defaultServiceManager() {
-  DefaultManager& holder = defaultManager();
-  std::lock_guard guard(holder.mutex);
-  if (holder.manager == nullptr) holder.manager = new ServiceManager();
-  return holder.manager;
-}
-
-void setDefaultServiceManager(const sp<IServiceManager>& sm) {
-  DefaultManager& holder = defaultManager();
-  std::lock_guard guard(holder.mutex);
-  if (holder.manager != nullptr) {
-    __android_log_assert(nullptr, platform::binder::kLogTag,
-                         "setDefaultServiceManager() comes after a first use of the default one");
-  }
-  holder.manager = sm;
+  static const auto& kManager = *new sp<IServiceManager>(new ServiceManager());
+  return kManager;
 }
 
 }  // namespace android

@@ -8,15 +8,17 @@
 
 #include <gtest/gtest.h>
 
-#include "LocalSocket.h"
+#include "Limits.h"
+#include "Socket.h"
+#include "runtime/SocketPath.h"
 #include "support/TempDir.h"
 
 namespace {
 
+using platform::SocketPath;
 using platform::binder::addressOf;
-using platform::binder::contact;
-using platform::binder::liveServices;
-using platform::binder::publish;
+using platform::binder::connectTo;
+using platform::binder::listenAt;
 
 class ServiceDirectoryTest : public testing::Test {
  protected:
@@ -24,75 +26,65 @@ class ServiceDirectoryTest : public testing::Test {
   test::ScopedEnv mEnv{"TORV_RUNTIME_DIR", mRuntime.path()};
 };
 
-TEST_F(ServiceDirectoryTest, NamesBecomeFilesOfTheOneFolder) {
+TEST_F(ServiceDirectoryTest, namesBecomeFilesOfTheOneFolder) {
   EXPECT_EQ(addressOf("package.IService/default")->path(),
             mRuntime.path("binder/package.IService%2Fdefault"));
   EXPECT_EQ(addressOf("../..")->file, "%2E.%2F..");
-  EXPECT_EQ(addressOf(".lock")->file, "%2Elock");
-  for (const char* refused : {"", "a b", "a%2Fb", "\xc3\xa4"}) EXPECT_FALSE(addressOf(refused)) << refused;
-  EXPECT_FALSE(addressOf(std::string("a\0b", 3)));
-  EXPECT_TRUE(addressOf(std::string(platform::binder::kMaxSocketName, 'a')));
-  EXPECT_FALSE(addressOf(std::string(platform::binder::kMaxSocketName + 1, 'a')));
+  for (const char* refused : {"", "a b", "a%2Fb", "\xc3\xa4"})
+    EXPECT_FALSE(addressOf(refused).ok()) << refused;
+  EXPECT_FALSE(addressOf(std::string("a\0b", 3)).ok());
+  EXPECT_TRUE(addressOf(std::string(SocketPath::kMaxName, 'a')).ok());
+  EXPECT_FALSE(addressOf(std::string(SocketPath::kMaxName + 1, 'a')).ok());
 }
 
-TEST_F(ServiceDirectoryTest, TheLongestNameInADirectoryOfALongPathIsReached) {
+TEST_F(ServiceDirectoryTest, theLongestNameInADirectoryOfALongPathIsReached) {
   const std::string deep = mRuntime.path(std::string(150, 'd'));
   const test::ScopedEnv env("TORV_RUNTIME_DIR", deep);
-  const auto address = addressOf(std::string(platform::binder::kMaxSocketName, 'a'));
-  const auto publication = publish(*address);
-  ASSERT_EQ(publication.status, android::OK) << publication.error;
-  EXPECT_TRUE(contact(*address, /*wait=*/true)->socket.ok());
+  const auto address = addressOf(std::string(SocketPath::kMaxName, 'a'));
+  const auto listener = listenAt(*address);
+  ASSERT_TRUE(listener.ok()) << listener.error();
+  EXPECT_TRUE(connectTo(*address).ok());
 }
 
-TEST_F(ServiceDirectoryTest, OnlyASocketThatNobodyServesIsReplaced) {
+TEST_F(ServiceDirectoryTest, aStaleSocketIsReplaced) {
   const auto address = *addressOf("service");
-  platform::binder::ServiceIdentity first;
-  {
-    const auto publication = publish(address);
-    ASSERT_EQ(publication.status, android::OK);
-    first = contact(address, true)->identity;
-    const auto second = publish(address);
-    EXPECT_EQ(second.status, android::ALREADY_EXISTS);
-    EXPECT_NE(second.error.find(address.path()), std::string::npos);
-    EXPECT_TRUE(contact(address, true)->identity == first);
-  }
-  EXPECT_FALSE(contact(address, true));
-  const auto successor = publish(address);
-  ASSERT_EQ(successor.status, android::OK);
-  EXPECT_FALSE(contact(address, true)->identity == first);
+  { const auto dead = listenAt(address); }
+  EXPECT_FALSE(connectTo(address).ok());
+  const auto successor = listenAt(address);
+  ASSERT_TRUE(successor.ok()) << successor.error();
+  EXPECT_TRUE(connectTo(address).ok());
 }
 
-TEST_F(ServiceDirectoryTest, AServerThatIsTooBusyToTakeConnectionsIsAlive) {
+TEST_F(ServiceDirectoryTest, aServerThatDoesNotAcceptIsBusyAndNotDead) {
   const auto address = *addressOf("service");
-  const auto publication = publish(address);
-  ASSERT_EQ(listen(publication.listener.get(), 0), 0);
-  std::vector<platform::binder::Contact> waiting;
-  do waiting.push_back(std::move(*contact(address, /*wait=*/false)));
-  while (waiting.back().socket.ok() && waiting.size() < 16);
-  EXPECT_FALSE(waiting.back().socket.ok());
-  EXPECT_EQ(publish(address).status, android::ALREADY_EXISTS);
+  const auto listener = listenAt(address);
+  ASSERT_EQ(listen(listener->get(), 0), 0);
+  const auto first = connectTo(address);
+  EXPECT_TRUE(first.ok());
+  const auto second = connectTo(address);
+  ASSERT_FALSE(second.ok());
+  EXPECT_EQ(second.error().code(), EAGAIN);
 }
 
-TEST_F(ServiceDirectoryTest, ListsTheLiveOnesByName) {
-  EXPECT_TRUE(liveServices().empty());
-  const auto b = publish(*addressOf("b/2"));
-  const auto a = publish(*addressOf(".a"));
-  { const auto dead = publish(*addressOf("dead")); }
+TEST_F(ServiceDirectoryTest, namesAreListedInOrder) {
+  EXPECT_TRUE(platform::binder::publishedNames().empty());
+  const auto b = listenAt(*addressOf("b/2"));
+  const auto a = listenAt(*addressOf(".a"));
   std::ofstream(mRuntime.path("binder/text")) << "no socket";
-  EXPECT_EQ(liveServices(), (std::vector<std::string>{".a", "b/2"}));
+  EXPECT_EQ(platform::binder::publishedNames(), (std::vector<std::string>{".a", "b/2"}));
 }
 
-TEST_F(ServiceDirectoryTest, ADirectoryOfAnotherUserIsRefusedByName) {
+TEST_F(ServiceDirectoryTest, aDirectoryOfAnotherUserIsRefusedByName) {
+  ASSERT_TRUE(listenAt(*addressOf("service")).ok());
+  const std::string binder = mRuntime.path("binder");
   // Root may give a directory away; others find one of root's.
-  const std::string theirs = getuid() == 0 ? mRuntime.path() : "/usr";
+  const std::string theirs = getuid() == 0 ? binder : "/usr";
   if (getuid() == 0) {
-    ASSERT_EQ(chown(theirs.c_str(), 12345, 12345), 0);
+    ASSERT_EQ(chown(binder.c_str(), 12345, 12345), 0);
   }
-  const test::ScopedEnv env("TORV_RUNTIME_DIR", theirs);
-  const auto publication = publish(*addressOf("service"));
-  EXPECT_EQ(publication.status, android::PERMISSION_DENIED);
-  EXPECT_NE(publication.error.find(theirs), std::string::npos) << publication.error;
-  EXPECT_FALSE(std::filesystem::exists(theirs + "/binder"));
+  const auto refused = listenAt({theirs, "service"});
+  ASSERT_FALSE(refused.ok());
+  EXPECT_NE(refused.error().message().find(theirs), std::string::npos) << refused.error();
 }
 
 }  // namespace

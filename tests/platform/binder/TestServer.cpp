@@ -39,8 +39,8 @@ class Exchange final : public test::exchange::BnExchange {
 int main(int argc, char** argv) {
   if (argc < 2) return 2;
   const auto manager = android::defaultServiceManager();
-  manager->addService(String16(argv[1]), new test::TestService);
-  if (argc > 2) manager->addService(String16(argv[2]), new Exchange);
+  if (manager->addService(String16(argv[1]), new test::TestService) != android::OK) return 1;
+  if (argc > 2 && manager->addService(String16(argv[2]), new Exchange) != android::OK) return 1;
   android::ProcessState::self()->startThreadPool();
   android::IPCThreadState::self()->joinThreadPool();
 }

@@ -24,10 +24,10 @@ class TestService : public android::BBinder {
   enum Code : uint32_t {
     kWho = FIRST_CALL_TRANSACTION,  // -> int32 calling uid, int32 calling pid, int32 flags
     kReplyWith,                     // int32 n -> n bytes
-    kToilFor,                       // the same, by way of 32 MiB in small pieces, of which the last stays
     kKill,                          // kills its process
     kHold,                          // waits for kRelease
     kRelease,
+    kStop,        // stops the process's pool
     kNote,        // int32 number: added to the notes
     kAwaitNotes,  // int32 n -> int32[] the notes, when there are n of them or more
   };
@@ -38,6 +38,13 @@ class TestService : public android::BBinder {
     return mNotes;
   }
 
+  // Waits until a call waits in kHold.
+  void awaitHeld() {
+    std::unique_lock lock(mMutex);
+    mChanged.wait(lock, [this] { return mHeld > 0; });
+  }
+  void release() { change(kRelease, 0); }
+
   android::status_t onTransact(uint32_t code, const android::Parcel& data, android::Parcel* reply,
                                uint32_t flags) override {
     const auto* const thread = android::IPCThreadState::self();
@@ -46,15 +53,15 @@ class TestService : public android::BBinder {
         reply->writeInt32(static_cast<int32_t>(thread->getCallingUid()));
         reply->writeInt32(thread->getCallingPid());
         return reply->writeInt32(static_cast<int32_t>(flags));
-      case kToilFor:
-        toil();
-        [[fallthrough]];
       case kReplyWith:
         return reply->setDataSize(data.readInt32());
       case kKill:
         return kill(getpid(), SIGKILL);
       case kAwaitNotes:
         return reply->writeInt32Vector(awaitNotes(data.readInt32()));
+      case kStop:
+        android::IPCThreadState::self()->stopProcess();
+        return android::OK;
       case kHold:
       case kRelease:
       case kNote:
@@ -66,15 +73,13 @@ class TestService : public android::BBinder {
   }
 
  private:
-  void toil() {
-    std::vector<std::unique_ptr<std::string>> pieces;
-    for (int i = 0; i < 32 * 1024; ++i) pieces.push_back(std::make_unique<std::string>(1000, 'x'));
-    mLastPiece = std::move(pieces.back());
-  }
-
   void change(uint32_t code, int32_t number) {
     std::unique_lock lock(mMutex);
-    if (code == kHold) mChanged.wait(lock, [this] { return mReleased; });
+    if (code == kHold) {
+      ++mHeld;
+      mChanged.notify_all();
+      mChanged.wait(lock, [this] { return mReleased; });
+    }
     if (code == kRelease) mReleased = true;
     if (code == kNote) mNotes.push_back(number);
     mChanged.notify_all();
@@ -83,8 +88,8 @@ class TestService : public android::BBinder {
   std::mutex mMutex;
   std::condition_variable mChanged;
   std::vector<int32_t> mNotes;  // guarded by mMutex
+  int mHeld = 0;                // guarded by mMutex
   bool mReleased = false;       // guarded by mMutex
-  std::unique_ptr<std::string> mLastPiece;
 };
 
 }  // namespace test

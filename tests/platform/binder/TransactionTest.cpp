@@ -7,6 +7,7 @@
 #include <thread>
 
 #include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <binder/BpBinder.h>
@@ -77,12 +78,14 @@ class TransactionTest : public testing::Test {
   sp<IBinder> mService = lookUp("service");
 };
 
-TEST_F(TransactionTest, AThirdPartysServiceAndClientTalk) {
+TEST(ThirdPartyTest, aServiceAndAClientTalk) {
+  const test::TempDir runtime;
+  const test::ScopedEnv env("TORV_RUNTIME_DIR", runtime.path());
   const Process service({program("third_party_service")}, kAsMyself);
   EXPECT_EQ(fixture::run({program("third_party_client")}, kAsMyself).output, "0 hello you");
 }
 
-TEST_F(TransactionTest, GeneratedStubAndProxyAgree) {
+TEST_F(TransactionTest, generatedStubAndProxyAgree) {
   const auto exchange = android::interface_cast<test::exchange::IExchange>(lookUp("exchange"));
   String16 joined;
   EXPECT_TRUE(exchange->join(String16("a"), nullptr, "\xe2\x82\xac", &joined).isOk());
@@ -102,13 +105,13 @@ TEST_F(TransactionTest, GeneratedStubAndProxyAgree) {
   EXPECT_EQ(exchange->fail(7).serviceSpecificErrorCode(), 7);
 }
 
-TEST_F(TransactionTest, SpecialAndUnknownCodesAreAnsweredByTheBaseClass) {
+TEST_F(TransactionTest, specialAndUnknownCodesAreAnsweredByTheBaseClass) {
   EXPECT_EQ(mService->pingBinder(), android::OK);
   EXPECT_EQ(lookUp("exchange")->getInterfaceDescriptor(), String16("test.exchange.IExchange"));
   EXPECT_EQ(call(mService, 0x00ffffff), android::UNKNOWN_TRANSACTION);
 }
 
-TEST_F(TransactionTest, ParcelsUpToTheLimitPassAndLargerOnesFailAtTheirSender) {
+TEST_F(TransactionTest, parcelsUpToTheLimitPassAndLargerOnesFailAtTheirSender) {
   for (const size_t size : {size_t{0}, size_t{1}, kLimit}) {
     Parcel reply;
     EXPECT_EQ(call(mService, TestService::kReplyWith, static_cast<int32_t>(size), &reply), android::OK);
@@ -126,7 +129,7 @@ TEST_F(TransactionTest, ParcelsUpToTheLimitPassAndLargerOnesFailAtTheirSender) {
             android::FAILED_TRANSACTION);
 }
 
-TEST_F(TransactionTest, TheCallerIsWhoTheKernelSays) {
+TEST_F(TransactionTest, theCallerIsWhoTheKernelSays) {
   chmod(mRuntime.path().c_str(), 0755);
   fixture::actAs(fixture::applicationUid(), [&] {
     Parcel reply;
@@ -137,7 +140,7 @@ TEST_F(TransactionTest, TheCallerIsWhoTheKernelSays) {
   });
 }
 
-TEST_F(TransactionTest, ThreadsOfAClientDoNotQueueBehindEachOther) {
+TEST_F(TransactionTest, threadsOfAClientDoNotQueueBehindEachOther) {
   auto held = std::async(std::launch::async, [&] { return call(mService, TestService::kHold); });
   EXPECT_EQ(call(mService, TestService::kWho), android::OK);
   EXPECT_EQ(call(mService, TestService::kRelease), android::OK);
@@ -151,7 +154,7 @@ void inThreads(int count, const std::function<void(int)>& work) {
   for (std::thread& thread : threads) thread.join();
 }
 
-TEST_F(TransactionTest, OneWayCallsOfAClientRunInOrder) {
+TEST_F(TransactionTest, oneWayCallsOfAClientRunInOrder) {
   constexpr int kClients = 4;
   constexpr int kCalls = 200;
   inThreads(kClients, [&](int client) {
@@ -163,7 +166,7 @@ TEST_F(TransactionTest, OneWayCallsOfAClientRunInOrder) {
   for (const int32_t note : all) EXPECT_EQ(note % kCalls, next[static_cast<size_t>(note / kCalls)]++);
 }
 
-TEST_F(TransactionTest, AOneWayCallThatTakesItsTimeDelaysOnlyOneWayCalls) {
+TEST_F(TransactionTest, aSlowOneWayCallDelaysOnlyOneWayCalls) {
   // More of them than the pool has threads.
   for (int i = 0; i < 40; ++i) send(mService, TestService::kHold);
   send(mService, TestService::kNote, 1);
@@ -173,7 +176,7 @@ TEST_F(TransactionTest, AOneWayCallThatTakesItsTimeDelaysOnlyOneWayCalls) {
   EXPECT_EQ(awaitNotes(mService, 1), std::vector<int32_t>{1});
 }
 
-TEST_F(TransactionTest, AOneWayFloodBeyondTheBacklogIsRefusedAndNotLost) {
+TEST_F(TransactionTest, aOneWayFloodBeyondItsShareIsRefusedAndNothingAcceptedIsLost) {
   send(mService, TestService::kHold);
   int accepted = 0;
   status_t status = android::OK;
@@ -192,18 +195,51 @@ TEST_F(TransactionTest, AOneWayFloodBeyondTheBacklogIsRefusedAndNotLost) {
   EXPECT_EQ(awaitNotes(mService, accepted + 1).back(), -1);
 }
 
-TEST_F(TransactionTest, AServerKilledInMidCallIsDeadAndNotFoundAnyMore) {
+TEST_F(TransactionTest, aServerKilledInMidCallIsDeadAndNotFoundAnyMore) {
   EXPECT_EQ(call(mService, TestService::kKill), android::DEAD_OBJECT);
   EXPECT_FALSE(mService->isBinderAlive());
   EXPECT_EQ(android::defaultServiceManager()->checkService(String16("service")), nullptr);
 }
 
-TEST_F(TransactionTest, AProxyDoesNotTalkToItsServersSuccessor) {
+TEST_F(TransactionTest, aProxyDoesNotTalkToItsServersSuccessor) {
   mServer.signal(SIGKILL);
   mServer.wait();
   const Process successor = serve("service");
   EXPECT_EQ(lookUp("service")->pingBinder(), android::OK);
   EXPECT_EQ(mService->pingBinder(), android::DEAD_OBJECT);
+}
+
+TEST_F(TransactionTest, stoppingThePoolEndsTheServerThoughACallIsStuck) {
+  auto stuck = std::async(std::launch::async, [&] { return call(mService, TestService::kHold); });
+  auto unread = std::async(std::launch::async, [&] { return call(mService, TestService::kAwaitNotes, 1); });
+  EXPECT_EQ(call(mService, TestService::kStop), android::OK);
+  const auto status = mServer.wait(std::chrono::seconds(5));
+  ASSERT_TRUE(status);
+  EXPECT_TRUE(WIFEXITED(*status) && WEXITSTATUS(*status) == 0) << *status;
+  EXPECT_EQ(stuck.get(), android::DEAD_OBJECT);
+  EXPECT_EQ(unread.get(), android::DEAD_OBJECT);
+}
+
+TEST_F(TransactionTest, onlyOneProcessPublishesInADirectory) {
+  Process second = serve("other");
+  EXPECT_TRUE(second.wait(std::chrono::seconds(10)));
+  EXPECT_EQ(android::defaultServiceManager()->checkService(String16("other")), nullptr);
+  EXPECT_EQ(mService->pingBinder(), android::OK);
+}
+
+TEST_F(TransactionTest, aForkedChildCallsOverConnectionsOfItsOwn) {
+  ASSERT_EQ(mService->pingBinder(), android::OK);
+  const pid_t child = fork();
+  if (child == 0) {
+    Parcel reply;
+    const bool asItself = call(mService, TestService::kWho, 0, &reply) == android::OK &&
+                          (reply.readInt32(), reply.readInt32()) == getpid();
+    _exit(asItself ? 0 : 1);
+  }
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(mService->pingBinder(), android::OK);
 }
 
 class Recipient final : public IBinder::DeathRecipient {
@@ -215,7 +251,7 @@ class Recipient final : public IBinder::DeathRecipient {
   std::promise<IBinder*> mDied;
 };
 
-TEST_F(TransactionTest, ADeathIsToldToThoseWhoAreLinked) {
+TEST_F(TransactionTest, aDeathIsToldToThoseWhoAreLinked) {
   const sp<Recipient> linked = new Recipient;
   const sp<Recipient> unlinked = new Recipient;
   for (int i = 0; i < 3; ++i) {  // each time the last link goes

@@ -1,0 +1,87 @@
+// What clients may take from a process that serves binder objects. Every bound of the carrier stands here,
+// with its unit, its reason, and what happens beyond it.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+
+namespace platform::binder {
+
+// Bytes of a transaction or of a reply: the device's receive buffer, 1 MiB less two pages. The sender of more
+// gets FAILED_TRANSACTION; a frame that announces more ends its connection, and nothing is allocated for it.
+inline constexpr size_t kMaxPayload = 1024 * 1024 - 8 * 1024;
+
+// Bytes of payload that a frame carries free of charge. Larger ones count against Limits::requests.
+inline constexpr size_t kSmallPayload = size_t{8} * 1024;
+
+// Bytes that a waiting one-way call counts beside its payload: what the queue needs for it, so that the bound
+// on bytes bounds the number of calls too (4,096 empty ones for each uid).
+inline constexpr size_t kOneWayOverhead = 256;
+
+// A resource that the clients of a process share.
+struct Share {
+  size_t total;  // for all uids together
+  size_t byUid;  // for one uid; a client beyond it waits until its uid has given some back
+};
+
+// The bounds that tests make smaller.
+struct Limits {
+  // From the first byte of a frame to its last, and from a reply's first byte to its last: any honest client
+  // needs milliseconds. Beyond it the client's connection is closed, with one log line. Time in which the
+  // server itself does not read counts for nobody.
+  std::chrono::milliseconds transfer{5000};
+
+  // Connections at a time; 0 stands for RLIMIT_NOFILE less kReservedDescriptors, at most kMaxConnections.
+  // When they are full, the uid that holds most gives one up: the one that has stalled for longest, else the
+  // one that has been idle for longest. A client notices when it sends next, and connects again. If no
+  // connection can go, the new one is closed.
+  size_t connections = 0;
+
+  // Bytes of requests over kSmallPayload that are being read, wait for the pool, or run. Half a request may
+  // hold its bytes for `transfer`, so one uid never gets more than a quarter. Beyond it nothing more is read
+  // from that uid's connections.
+  Share requests{size_t{16} << 20, size_t{4} << 20};
+
+  // Bytes of replies that their clients have not taken yet, beyond what the socket holds. Beyond it the
+  // transaction keeps its slot of the pool until an earlier reply of the same uid is taken or given up.
+  Share replies{size_t{16} << 20, size_t{4} << 20};
+
+  // Bytes of one-way calls that wait to run, each with kOneWayOverhead: as much as one call of the largest
+  // size. Beyond it nothing more is read from the connection that sent the call.
+  Share oneWays{size_t{4} << 20, size_t{1} << 20};
+};
+
+// A uid holds at most one in so many of the connections. Beyond it, it gives up one of its own.
+inline constexpr size_t kConnectionShares = 4;
+// Descriptors that stay free for the files of the process and for connections that are being closed.
+inline constexpr size_t kReservedDescriptors = 128;
+// Each connection has a thread: 12 KiB of stack and buffer while it is idle.
+inline constexpr size_t kMaxConnections = 1024;
+// Connections that have been given up and are not closed yet. Beyond it the next one is accepted when one of
+// them has gone, which takes a moment of its thread.
+inline constexpr size_t kClosingConnections = 32;
+// How long a frame or a reply may be under way before its connection counts as stalled, and may be given up
+// for another one.
+inline constexpr std::chrono::milliseconds kStalledAfter{100};
+// The pause before the next accept(2) if the system refuses descriptors or memory; it could fail at once
+// again.
+inline constexpr std::chrono::milliseconds kAcceptPause{100};
+
+// How long the process waits for the calls under way when its pool is stopped. Then the pool ends without
+// them.
+inline constexpr std::chrono::milliseconds kDrain{3000};
+
+// How long a client waits for room for a one-way call before the call fails with FAILED_TRANSACTION.
+inline constexpr std::chrono::milliseconds kOneWayPatience{1000};
+// How long a client waits for a server to accept its connection. Beyond it the server counts as busy.
+inline constexpr std::chrono::milliseconds kConnectPatience{2000};
+
+// Bytes of stack for the thread of a connection: what a transaction may need, with room for the frames of a
+// sanitizer.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr size_t kStackSize = size_t{2} << 20;
+#else
+inline constexpr size_t kStackSize = size_t{256} << 10;
+#endif
+
+}  // namespace platform::binder

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+
+#include <android-base/result.h>
+
+#include "Frame.h"
+#include "base/Mutex.h"
+
+namespace platform::binder {
+
+// The detached threads of a server, counted. Thread-safe; must outlive its threads.
+class Threads {
+ public:
+  // Runs `body` on a new thread with a stack of kStackSize. Returns an error if the system has no thread
+  // left. `name` is for the kernel, at most 15 characters.
+  android::base::Result<void> start(const char* name, std::function<void()> body);
+
+  // Waits until at most `count` threads run. Returns false if the deadline passes first.
+  bool awaitAtMost(size_t count, SteadyClock::time_point deadline = SteadyClock::time_point::max());
+
+ private:
+  struct Task;
+  static void* run(void* task);
+
+  Torv::Base::Mutex mMutex;
+  Torv::Base::ConditionVariable mEnded;
+  size_t mCount GUARDED_BY(mMutex) = 0;
+};
+
+}  // namespace platform::binder
