@@ -108,7 +108,7 @@ void receiveRate(benchmark::State& state) {
   const unique_fd atoms = connectTo("statsdw");
   const unique_fd bare = connectTo("bare");
   bench::compare(
-      state, 1 / 0.6,
+      state, 1.3,
       [&] {
         sendAll(atoms);
         // Takes what is still in the socket, so all have been decoded and stored when it returns.
@@ -130,11 +130,10 @@ int main(int argc, char** argv) {
   char directory[] = "/tmp/statsd-bench.XXXXXX";
   if (mkdtemp(directory) == nullptr) die("mkdtemp");
   gDirectory = directory;
-  auto started = Statsd::start(gDirectory);
+  const auto started = Statsd::startIn(gDirectory);
   if (!started.ok()) die(started.error().message());
-  const std::unique_ptr<Statsd> statsd = *std::move(started);
-  statsd->configure(kKey, {{110010}, {"AID_APP"}});
-  gStatsd = statsd.get();
+  gStatsd = *started;
+  gStatsd->configure(kKey, {{110010}, {"AID_APP"}});
 
   bench::registerComparison("5,000 atoms received, decoded and stored", kIterations, receiveRate);
   benchmark::Initialize(&argc, argv);

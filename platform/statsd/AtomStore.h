@@ -3,38 +3,59 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <string>
-#include <string_view>
+#include <vector>
+
+#include <sys/types.h>
+
+#include "Limits.h"
 
 namespace libstatsd {
 
-// What a configuration may hold, as on the device; counted in encoded bytes.
-constexpr size_t kMaxStoreBytes = size_t{2} << 20;
+// An atom as a store keeps it and a fetch hands it over.
+struct AtomRecord {
+  int64_t elapsedTimestampNs = 0;  // CLOCK_BOOTTIME, as the publisher stamped it
+  int32_t atomId = 0;
+  std::string payload;  // the serialised atom message
 
-// The atoms kept for one configuration, in the order in which they came, already in the form in which a
-// report carries them: the `data` entries of EventMetricDataWrapper, one after the other. Not thread-safe.
+  size_t bytes() const { return kAtomBytes + payload.size(); }
+};
+
+// The atoms kept for one configuration between two fetches. Not thread-safe.
 class AtomStore {
  public:
+  // `maxBytes` is for tests; see Limits.h.
   explicit AtomStore(size_t maxBytes = kMaxStoreBytes) : mMaxBytes(maxBytes) {}
 
-  // Appends an atom whose serialised message is `fields`. Where it does not fit, the oldest go; returns how
-  // many went.
-  size_t append(int64_t elapsedTimestampNs, int32_t atomId, std::string_view fields);
+  // Adds an atom of `sender`. If it does not fit, drops the oldest atom of the uid that holds most bytes,
+  // until it does. Returns the sender of each dropped atom; in most cases that list is empty.
+  std::vector<uid_t> add(uid_t sender, AtomRecord atom);
+
+  // Removes and returns all atoms, in the order in which they were added.
+  std::vector<AtomRecord> take();
 
   size_t count() const { return mCount; }
-  size_t bytes() const { return mBytes; }
-
-  // Appends all entries to `out`.
-  void appendTo(std::string& out) const;
+  // How many atoms of `sender` are kept.
+  size_t countOf(uid_t sender) const;
 
  private:
-  void dropOldest();
+  struct Entry {
+    uint64_t sequence;  // counts all atoms added, so it gives the order between senders
+    AtomRecord atom;
+  };
+  struct Queue {
+    size_t bytes = 0;
+    std::deque<Entry> entries;  // never empty
+  };
+
+  uid_t dropOldest();
 
   size_t mMaxBytes;
   size_t mBytes = 0;
   size_t mCount = 0;
-  std::deque<std::string> mChunks;  // whole entries each
-  size_t mHead = 0;                 // what of the first chunk has been dropped already
+  uint64_t mSequence = 0;
+  std::map<uid_t, Queue> mQueues;
 };
 
 }  // namespace libstatsd

@@ -1,61 +1,81 @@
 #include "LogSources.h"
 
+#include <algorithm>
+#include <charconv>
+#include <cstdlib>
 #include <map>
+#include <utility>
 
+#include <android/log.h>
 #include <private/android_filesystem_config.h>
 
 namespace libstatsd {
+
+using android::base::Error;
+using android::base::Result;
+
 namespace {
 
-// The names that statsd knows by heart.
-const std::map<std::string, uid_t>& fixedUids() {
-  static const auto& uids = *new std::map<std::string, uid_t>{
-      {"AID_ROOT", AID_ROOT},
-      {"AID_SYSTEM", AID_SYSTEM},
-      {"AID_RADIO", AID_RADIO},
-      {"AID_BLUETOOTH", AID_BLUETOOTH},
-      {"AID_GRAPHICS", AID_GRAPHICS},
-      {"AID_INPUT", AID_INPUT},
-      {"AID_AUDIO", AID_AUDIO},
-      {"AID_CAMERA", AID_CAMERA},
-      {"AID_LOG", AID_LOG},
-      {"AID_COMPASS", AID_COMPASS},
-      {"AID_MOUNT", AID_MOUNT},
-      {"AID_WIFI", AID_WIFI},
-      {"AID_ADB", AID_ADB},
-      {"AID_INSTALL", AID_INSTALL},
-      {"AID_MEDIA", AID_MEDIA},
-      {"AID_DHCP", AID_DHCP},
-      {"AID_VPN", AID_VPN},
-      {"AID_KEYSTORE", AID_KEYSTORE},
-      {"AID_USB", AID_USB},
-      {"AID_DRM", AID_DRM},
-      {"AID_GPS", AID_GPS},
-      {"AID_NFC", AID_NFC},
-      {"AID_LOGD", AID_LOGD},
-      {"AID_CAMERASERVER", AID_CAMERASERVER},
-      {"AID_AUDIOSERVER", AID_AUDIOSERVER},
-      {"AID_MEDIA_CODEC", AID_MEDIA_CODEC},
-      {"AID_NETWORK_STACK", AID_NETWORK_STACK},
-      {"AID_STATSD", AID_STATSD},
-      {"AID_LMKD", AID_LMKD},
-      {"AID_SHELL", AID_SHELL},
-      {"AID_NOBODY", AID_NOBODY},
+constexpr char kVariable[] = "TORV_APP_UIDS";
+
+// Of the names with a fixed uid, those of processes that publish atoms.
+const std::map<std::string_view, uid_t>& fixedUids() {
+  static const auto& uids = *new std::map<std::string_view, uid_t>{
+      {"AID_ROOT", AID_ROOT},   {"AID_SYSTEM", AID_SYSTEM},       {"AID_RADIO", AID_RADIO},
+      {"AID_MEDIA", AID_MEDIA}, {"AID_BLUETOOTH", AID_BLUETOOTH}, {"AID_GRAPHICS", AID_GRAPHICS},
+      {"AID_SHELL", AID_SHELL}, {"AID_STATSD", AID_STATSD},       {"AID_LMKD", AID_LMKD},
   };
   return uids;
 }
 
-bool isApplication(uid_t uid) {
-  const uid_t withinUser = uid % AID_USER_OFFSET;
-  return withinUser >= AID_APP_START && withinUser <= AID_APP_END;
+bool parseUid(std::string_view text, uid_t* uid) {
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *uid);
+  return error == std::errc() && end == text.data() + text.size();
 }
 
 }  // namespace
 
-LogSources::LogSources(const std::vector<std::string>& names, uid_t serviceUid) {
+Result<ApplicationUids> ApplicationUids::parse(std::string_view text) {
+  ApplicationUids uids;
+  uids.mText = text;
+  for (size_t start = 0; start <= text.size();) {
+    const size_t end = std::min(text.find(',', start), text.size());
+    const std::string_view part = text.substr(start, end - start);
+    const size_t dash = part.find('-');
+    Range range{};
+    if (!parseUid(part.substr(0, dash), &range.first) ||
+        !parseUid(dash == std::string_view::npos ? part : part.substr(dash + 1), &range.last) ||
+        range.first > range.last) {
+      return Error() << '"' << part << "\" is neither a uid nor a range of uids, such as 1000-59999";
+    }
+    uids.mRanges.push_back(range);
+    start = end + 1;
+  }
+  return uids;
+}
+
+ApplicationUids ApplicationUids::ofThisHost() {
+  const char* value = getenv(kVariable);
+  if (value == nullptr || *value == '\0') return {};
+  auto uids = parse(value);
+  if (uids.ok()) return *std::move(uids);
+  __android_log_print(ANDROID_LOG_ERROR, "statsd", "%s=%s: %s; applications have the uids %s", kVariable,
+                      value, uids.error().message().c_str(), ApplicationUids().text().c_str());
+  return {};
+}
+
+bool ApplicationUids::contains(uid_t uid) const {
+  const uid_t ofUser = uid % AID_USER_OFFSET;
+  if (mRanges.empty()) return ofUser >= AID_APP_START && ofUser <= AID_APP_END;
+  return std::any_of(mRanges.begin(), mRanges.end(),
+                     [uid](const Range& range) { return uid >= range.first && uid <= range.last; });
+}
+
+LogSources::LogSources(const std::vector<std::string>& names, uid_t serviceUid, ApplicationUids applications)
+    : mApplications(std::move(applications)) {
   for (const std::string& name : names) {
     if (name == "AID_APP") {
-      mApplications = true;
+      mAllowApplications = true;
       mUids.insert(serviceUid);
     } else if (const auto found = fixedUids().find(name); found != fixedUids().end()) {
       mUids.insert(found->second);
@@ -64,7 +84,7 @@ LogSources::LogSources(const std::vector<std::string>& names, uid_t serviceUid) 
 }
 
 bool LogSources::allow(uid_t sender) const {
-  return (mApplications && isApplication(sender)) || mUids.count(sender) != 0;
+  return (mAllowApplications && mApplications.contains(sender)) || mUids.count(sender) != 0;
 }
 
 }  // namespace libstatsd

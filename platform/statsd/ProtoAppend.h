@@ -16,12 +16,6 @@ inline void appendVarint(std::string& out, uint64_t value) {
   out.push_back(static_cast<char>(value));
 }
 
-inline size_t varintBytes(uint64_t value) {
-  size_t bytes = 1;
-  for (; value >= 0x80; value >>= 7) bytes++;
-  return bytes;
-}
-
 inline uint32_t protoTag(int32_t field, WireType type) {
   return static_cast<uint32_t>(field) << 3 | static_cast<uint32_t>(type);
 }
@@ -43,14 +37,9 @@ inline void appendFloat(std::string& out, int32_t field, float value) {
   out.append(bytes, sizeof(bytes));
 }
 
-// The start of a length-delimited field, whose `size` bytes the caller appends next.
-inline void appendLength(std::string& out, int32_t field, size_t size) {
-  appendVarint(out, protoTag(field, WireType::LengthDelimited));
-  appendVarint(out, size);
-}
-
 inline void appendBytes(std::string& out, int32_t field, std::string_view bytes) {
-  appendLength(out, field, bytes.size());
+  appendVarint(out, protoTag(field, WireType::LengthDelimited));
+  appendVarint(out, bytes.size());
   out.append(bytes);
 }
 

@@ -9,7 +9,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "SocketNames.h"
 #include "runtime/SocketPath.h"
 
 namespace libstatsd {
@@ -53,10 +52,10 @@ Result<ServiceSockets> bindServiceSockets(const std::string& directory) {
 }
 
 size_t kernelQueueLength() {
-  constexpr size_t kOften = 512;
+  constexpr size_t kUsual = 512;
   size_t length = 0;
   std::ifstream setting("/proc/sys/net/unix/max_dgram_qlen");
-  return (setting >> length ? length : kOften) + 1;
+  return (setting >> length ? length : kUsual) + 1;
 }
 
 }  // namespace libstatsd

@@ -7,17 +7,21 @@
 
 namespace libstatsd {
 
-// What statsd receives on, bound in a runtime directory. Both are non-blocking.
+// Names of statsd's sockets in the runtime directory.
+inline constexpr char kAtomSocket[] = "statsdw";
+inline constexpr char kStatusSocket[] = "statsd-status";
+
+// What statsd receives on. Both sockets are non-blocking.
 struct ServiceSockets {
-  android::base::unique_fd atoms;   // datagrams, with their senders' credentials; write-only for all
-  android::base::unique_fd status;  // a listening stream socket, for all
+  android::base::unique_fd atoms;   // datagrams with their senders' credentials; every user may write
+  android::base::unique_fd status;  // a listening stream socket; every user may connect
 };
 
-// Binds both in the place of what a dead service left; the caller holds the directory's service lock. Returns
-// an error that names the socket if that fails.
+// Binds both in `directory`, and replaces what a dead service left there; the caller holds the directory's
+// service lock. Returns an error that names the socket if that fails.
 [[nodiscard]] android::base::Result<ServiceSockets> bindServiceSockets(const std::string& directory);
 
-// How many datagrams the kernel queues on a socket bound now: its setting, and one more.
+// How many datagrams the kernel queues on a socket that is bound now.
 size_t kernelQueueLength();
 
 }  // namespace libstatsd

@@ -1,22 +1,28 @@
 #include "statsd/StatsEventWriter.h"
 
 #include <cerrno>
-#include <cstring>
 #include <ctime>
 #include <string>
 #include <utility>
 
+#include <android-base/unique_fd.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
-#include "SocketNames.h"
+#include "AppendBytes.h"
+#include "ServiceSockets.h"
 #include "StatsEventFormat.h"
+#include "base/Clock.h"
+#include "base/Mutex.h"
 #include "runtime/RuntimeDirectory.h"
 #include "runtime/SocketPath.h"
 
 namespace libstatsd {
+
+using Torv::Base::bootTimeNs;
+using Torv::Base::LockGuard;
+
 namespace {
 
 constexpr int64_t kPatienceNs = 20'000'000;
@@ -24,24 +30,9 @@ constexpr int64_t kPatienceNs = 20'000'000;
 constexpr int32_t kApplicationStateData = 110010;  // {1 pid, 2 key, 3 value}
 constexpr int32_t kTelemetrySessionInfo = 111983;  // {1 service_session_id, 2 user_active_session_id}
 
-timespec timeOf(clockid_t clock) {
-  timespec time{};
-  clock_gettime(clock, &time);
-  return time;
-}
-
-int64_t nowNs() {
-  const timespec time = timeOf(CLOCK_MONOTONIC);
-  return int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
-}
-
-template <typename T>
-void append(std::string& out, T value) {
-  out.append(reinterpret_cast<const char*>(&value), sizeof(value));
-}
-
 std::string logHeader() {
-  const timespec time = timeOf(CLOCK_REALTIME);
+  timespec time{};
+  clock_gettime(CLOCK_REALTIME, &time);
   std::string header;
   append(header, kLogHeaderId);
   append(header, static_cast<uint16_t>(gettid()));
@@ -50,13 +41,13 @@ std::string logHeader() {
   return header;
 }
 
-// 0 or an errno.
+// Returns 0 or an errno, EAGAIN if the queue is full until the deadline.
 int sendBy(int fd, std::string_view datagram, int64_t deadlineNs) {
   for (;;) {
-    if (::send(fd, datagram.data(), datagram.size(), MSG_DONTWAIT | MSG_NOSIGNAL) >= 0) return 0;
+    if (send(fd, datagram.data(), datagram.size(), MSG_DONTWAIT | MSG_NOSIGNAL) >= 0) return 0;
     if (errno == EINTR) continue;
     if (errno != EAGAIN) return errno;
-    const int64_t leftNs = deadlineNs - nowNs();
+    const int64_t leftNs = deadlineNs - bootTimeNs();
     if (leftNs <= 0) return EAGAIN;
     pollfd writable{fd, POLLOUT, 0};
     const timespec left{.tv_sec = 0, .tv_nsec = leftNs};
@@ -66,18 +57,44 @@ int sendBy(int fd, std::string_view datagram, int64_t deadlineNs) {
 
 }  // namespace
 
+class StatsEventWriter::Connection {
+ public:
+  // Each sends a log header and `payload` as one datagram, and returns 0 or an errno. Waits until
+  // `deadlineNs` (CLOCK_BOOTTIME) at most.
+  int send(std::string_view payload, int64_t deadlineNs);
+  // Tells the service of events that did not reach it.
+  void sendLosses(int64_t deadlineNs);
+  void noteLoss(int32_t error, int32_t atomId);
+
+ private:
+  using Socket = std::shared_ptr<const android::base::unique_fd>;
+
+  struct Losses {
+    uint32_t count = 0;
+    int32_t lastErrno = 0;
+    int32_t lastAtomId = 0;
+  };
+
+  Socket connected();
+  void disconnect(const Socket& socket);
+
+  Torv::Base::Mutex mMutex;  // never held over a system call that can wait
+  Socket mSocket GUARDED_BY(mMutex);
+  Losses mLosses GUARDED_BY(mMutex);  // not told yet
+};
+
+StatsEventWriter::StatsEventWriter() : mConnection(std::make_unique<Connection>()) {}
+StatsEventWriter::~StatsEventWriter() = default;
+
 WriteResult StatsEventWriter::write(const StatsEvent& event) {
-  const int64_t deadlineNs = nowNs() + kPatienceNs;
-  tellLosses(deadlineNs);
+  const int64_t deadlineNs = bootTimeNs() + kPatienceNs;
+  mConnection->sendLosses(deadlineNs);
   std::string payload;
   append(payload, kStatsEventTag);
   payload += event.encoded();
-  if (const int error = send(payload, deadlineNs); error != 0) {
-    std::lock_guard lock(mMutex);
-    mLosses.count++;
-    mLosses.lastErrno = error;
-    mLosses.lastAtomId = event.atomId();
-    return WriteResult::Lost;
+  if (const int error = mConnection->send(payload, deadlineNs); error != 0) {
+    mConnection->noteLoss(error, event.atomId());
+    return error == EAGAIN ? WriteResult::QueueFull : WriteResult::NoService;
   }
   return event.complete() ? WriteResult::Sent : WriteResult::TooLarge;
 }
@@ -92,10 +109,15 @@ WriteResult StatsEventWriter::publishTelemetrySession(std::string_view serviceSe
   return write(StatsEvent(kTelemetrySessionInfo).addString(serviceSessionId).addString(userActiveSessionId));
 }
 
-void StatsEventWriter::tellLosses(int64_t deadlineNs) {
+void StatsEventWriter::Connection::noteLoss(int32_t error, int32_t atomId) {
+  const LockGuard lock(mMutex);
+  mLosses = {mLosses.count + 1, error, atomId};
+}
+
+void StatsEventWriter::Connection::sendLosses(int64_t deadlineNs) {
   Losses losses;
   {
-    std::lock_guard lock(mMutex);
+    const LockGuard lock(mMutex);
     losses = std::exchange(mLosses, {});
   }
   if (losses.count == 0) return;
@@ -104,17 +126,12 @@ void StatsEventWriter::tellLosses(int64_t deadlineNs) {
   append(note, kDropNoteType);
   append(note, static_cast<int64_t>(losses.lastAtomId) << 32 | losses.count);
   if (send(note, deadlineNs) == 0) return;
-  std::lock_guard lock(mMutex);
+  const LockGuard lock(mMutex);
   losses.count += mLosses.count;
-  if (mLosses.count != 0) {
-    losses.lastErrno = mLosses.lastErrno;
-    losses.lastAtomId = mLosses.lastAtomId;
-  }
-  mLosses = losses;
+  mLosses = mLosses.count == 0 ? losses : Losses{losses.count, mLosses.lastErrno, mLosses.lastAtomId};
 }
 
-// Header and payload as one datagram; 0 or an errno.
-int StatsEventWriter::send(std::string_view payload, int64_t deadlineNs) {
+int StatsEventWriter::Connection::send(std::string_view payload, int64_t deadlineNs) {
   const std::string datagram = logHeader().append(payload);
   constexpr int kAttempts = 2;  // the second on a new connection: the service may have been restarted
   int error = 0;
@@ -128,10 +145,10 @@ int StatsEventWriter::send(std::string_view payload, int64_t deadlineNs) {
   return error;
 }
 
-// Null, with errno set, where there is no service.
-StatsEventWriter::Socket StatsEventWriter::connected() {
+// Returns null and sets errno if there is no service.
+StatsEventWriter::Connection::Socket StatsEventWriter::Connection::connected() {
   constexpr int kSendBufferBytes = 1 << 20;
-  std::lock_guard lock(mMutex);
+  const LockGuard lock(mMutex);
   if (mSocket != nullptr) return mSocket;
   auto path = platform::SocketPath::of(platform::runtimeDirectory(), kAtomSocket);
   if (!path.ok()) {
@@ -146,8 +163,8 @@ StatsEventWriter::Socket StatsEventWriter::connected() {
   return mSocket;
 }
 
-void StatsEventWriter::disconnect(const Socket& socket) {
-  std::lock_guard lock(mMutex);
+void StatsEventWriter::Connection::disconnect(const Socket& socket) {
+  const LockGuard lock(mMutex);
   if (mSocket == socket) mSocket = nullptr;
 }
 

@@ -1,81 +1,73 @@
 #pragma once
 
-#include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
-#include <utility>
 #include <vector>
 
 #include <android-base/result.h>
-#include <android-base/unique_fd.h>
 
+#include "AtomIntake.h"
 #include "DatagramBatch.h"
-#include "EventProcessor.h"
-#include "ReportEncoder.h"
 #include "ServiceSockets.h"
+#include "base/Mutex.h"
 
 namespace libstatsd {
 
-// A lock that is taken in turn: whoever waits for it gets it before a thread that just gave it up can take
-// it again. A receiver under a flood would else keep a fetch out.
-class TurnLock {
+// A mutex that threads get in turn: a thread that waits gets it before the thread that just released it can
+// lock it again. With a plain one, a receiver under a flood of atoms would keep a fetch waiting.
+class CAPABILITY("mutex") TurnLock {
  public:
-  void lock() {
-    std::lock_guard turn(mTurn);
+  void lock() ACQUIRE() {
+    const Torv::Base::LockGuard turn(mTurn);
     mLock.lock();
   }
-  void unlock() { mLock.unlock(); }
+  void unlock() RELEASE() { mLock.unlock(); }
 
  private:
-  std::mutex mTurn;  // held only while waiting for mLock
-  std::mutex mLock;
+  Torv::Base::Mutex mTurn;  // held only while waiting for mLock
+  Torv::Base::Mutex mLock;
 };
 
-// The statistics daemon of a host, one in a process and runtime directory. It owns the atom socket and the
-// status socket of the directory, and a thread that sleeps in poll(2) until one of them has something.
+// The statistics daemon of a host, inside the service's process: one for each runtime directory. It owns the
+// directory's atom socket and status socket, and a thread that sleeps until one of them is readable.
 //
-// Whoever takes datagrams from the socket (the thread in batches, or a fetch) holds mLock from the receiving
-// to the storing, so a fetch that holds it sees all that was sent before: what is not stored yet is in the
-// socket, and the fetch takes that itself. Nothing under the lock waits for anything.
+// Whoever takes datagrams from the socket, the thread or a fetch, holds the lock until they are stored. A
+// fetch that holds the lock therefore gets all atoms sent before it: what is not stored yet is still in the
+// socket, and the fetch receives that itself. Nothing under the lock waits. Thread-safe.
 class Statsd {
  public:
-  // Becomes the service of `directory` and starts to receive. Returns an error if another process is that
-  // service, or if a socket cannot be made.
-  [[nodiscard]] static android::base::Result<std::unique_ptr<Statsd>> start(const std::string& directory);
+  // Returns the statsd of `directory` in this process, which lives until the process ends; starts it if this
+  // is the first call for the directory. Returns an error if another process is the directory's service, or
+  // if a socket cannot be made.
+  [[nodiscard]] static android::base::Result<Statsd*> startIn(const std::string& directory);
+  // Returns the one that has been started, or null.
+  [[nodiscard]] static Statsd* runningIn(const std::string& directory);
 
-  // What start() ends with, on sockets of its making.
-  Statsd(ServiceSockets sockets, android::base::unique_fd stop);
-  // Stops the thread and closes the sockets.
-  ~Statsd();
+  explicit Statsd(ServiceSockets sockets);  // for startIn()
+  Statsd(const Statsd&) = delete;
+  Statsd& operator=(const Statsd&) = delete;
 
-  // All three are thread-safe.
+  // Adds a configuration, or replaces its rules.
   void configure(ConfigKey key, const ConfigRules& rules);
-  // The serialised ConfigMetricsReportList of all atoms sent before the call and not fetched yet; it is
-  // empty, and so are its bytes, where there are none.
-  std::string fetch(ConfigKey key);
+  // Removes and returns the atoms of a configuration that were sent before the call, in order of arrival.
+  std::vector<AtomRecord> fetch(ConfigKey key);
+  // `asker` is the uid that wants to know whether it is heard.
   StatsdStatus status(uid_t asker);
 
  private:
   void run();
   bool receiveAndLog();
-  void drain();                          // needs mLock
-  std::optional<size_t> receiveBatch();  // needs mLock
-  void logNotices(const std::vector<std::string>& notices);
+  void drain() REQUIRES(mLock);
+  std::optional<size_t> receiveBatch() REQUIRES(mLock);
   bool answerStatus();
 
   const ServiceSockets mSockets;
-  const android::base::unique_fd mStop;  // an eventfd
-  const size_t mQueueLength;             // datagrams that the kernel holds for us
+  const size_t mQueueLength = kernelQueueLength();
 
   TurnLock mLock;
-  EventProcessor mProcessor;  // guarded by mLock, as are the next two
-  std::unique_ptr<DatagramBatch> mBatch;
-  std::map<ConfigKey, std::pair<int64_t, int64_t>> mLastReport;  // elapsed and wall-clock ns
-
-  std::thread mThread;
+  AtomIntake mIntake GUARDED_BY(mLock);
+  const std::unique_ptr<DatagramBatch> mBatch PT_GUARDED_BY(mLock) = std::make_unique<DatagramBatch>();
 };
 
 }  // namespace libstatsd

@@ -1,13 +1,25 @@
 #include "statsd/StatsdCollection.h"
 
-#include <iterator>
-#include <optional>
-
-#include "ProcessStatsd.h"
-#include "ReportDecoder.h"
+#include "Statsd.h"
 #include "runtime/RuntimeDirectory.h"
 
 namespace libstatsd {
+namespace {
+
+Report reportOf(std::vector<AtomRecord> atoms) {
+  Report report;
+  report.reserve(atoms.size());
+  for (AtomRecord& atom : atoms) {
+    AtomReport& entry = report.emplace_back();
+    entry.elapsedTimestampNs = atom.elapsedTimestampNs;
+    // As on a device, the atom of an event without fields is empty.
+    if (atom.payload.empty()) continue;
+    *entry.atom.mutable_unknown_fields()->AddLengthDelimited(atom.atomId) = std::move(atom.payload);
+  }
+  return report;
+}
+
+}  // namespace
 
 void StatsdCollection::addConfiguration(int32_t configId, int32_t uid) {
   mConfigurations.emplace_back(configId, uid);
@@ -15,15 +27,14 @@ void StatsdCollection::addConfiguration(int32_t configId, int32_t uid) {
 
 std::variant<std::vector<Report>, Error> StatsdCollection::fetchReportsBlocked() {
   const std::string directory = platform::runtimeDirectory();
-  Statsd* statsd = runningStatsdOf(directory);
+  Statsd* statsd = Statsd::runningIn(directory);
   if (statsd == nullptr) return Error{"no configuration has been published in " + directory};
-  std::vector<Report> all;
+  std::vector<Report> reports;
   for (const auto& [configId, uid] : mConfigurations) {
-    std::optional<std::vector<Report>> reports = decodeReportList(statsd->fetch({uid, configId}));
-    if (!reports) return Error{"the reports of configuration " + std::to_string(configId) + " do not decode"};
-    all.insert(all.end(), std::move_iterator(reports->begin()), std::move_iterator(reports->end()));
+    std::vector<AtomRecord> atoms = statsd->fetch({uid, configId});
+    if (!atoms.empty()) reports.push_back(reportOf(std::move(atoms)));
   }
-  return all;
+  return reports;
 }
 
 }  // namespace libstatsd

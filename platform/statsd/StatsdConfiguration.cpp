@@ -5,7 +5,7 @@
 
 #include <android/log.h>
 
-#include "ProcessStatsd.h"
+#include "Statsd.h"
 #include "runtime/HeapPolicy.h"
 #include "runtime/HostLog.h"
 #include "runtime/RuntimeDirectory.h"
@@ -37,7 +37,7 @@ PublishStatus StatsdConfiguration::publishConfigurationBlocked(int32_t configId,
   if (mAtomIds.empty() || mAllowedLogSources.empty() || mAllowedLogSources.size() > kMaxLogSources) {
     return PublishStatus::ConfigurationFailure;
   }
-  auto statsd = statsdOf(platform::runtimeDirectory());
+  auto statsd = Statsd::startIn(platform::runtimeDirectory());
   if (!statsd.ok()) {
     __android_log_print(ANDROID_LOG_ERROR, "statsd", "cannot start: %s", statsd.error().message().c_str());
     return PublishStatus::FailedToReachService;

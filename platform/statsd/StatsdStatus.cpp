@@ -7,7 +7,8 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include "SocketNames.h"
+#include "ServiceSockets.h"
+#include "base/Files.h"
 #include "runtime/RuntimeDirectory.h"
 #include "runtime/SocketPath.h"
 
@@ -19,21 +20,34 @@ using android::base::Result;
 
 namespace {
 
-template <typename Number>
-bool parseNumber(std::string_view text, Number* number) {
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *number);
-  return error == std::errc() && end == text.data() + text.size();
+// Parses one number for each pointer, separated by single spaces.
+template <typename... Numbers>
+bool parseNumbers(std::string_view text, Numbers*... numbers) {
+  const char* at = text.data();
+  const char* const end = at + text.size();
+  const auto parseOne = [&](auto* number) {
+    if (at != text.data() && (at == end || *at++ != ' ')) return false;
+    const auto [next, error] = std::from_chars(at, end, *number);
+    at = next;
+    return error == std::errc();
+  };
+  return (parseOne(numbers) && ...) && at == end;
 }
 
 bool parseValue(std::string_view name, std::string_view value, StatsdStatus* status) {
-  if (name == "service_pid") return parseNumber(value, &status->servicePid);
-  if (name == "service_uid") return parseNumber(value, &status->serviceUid);
-  if (name == "asker_uid") return parseNumber(value, &status->askerUid);
-  if (name == "allowed_sources") status->allowedSources = value;
+  if (name == "service_pid") return parseNumbers(value, &status->servicePid);
+  if (name == "service_uid") return parseNumbers(value, &status->serviceUid);
+  if (name == "asker_uid") return parseNumbers(value, &status->askerUid);
   if (name == "asker_heard") status->askerHeard = value == "1";
+  if (name == "allowed_sources") status->allowedSources = value;
+  if (name == "application_uids") status->applicationUids = value;
+  if (name == "uid") {
+    UidCounters& of = status->uids.emplace_back();
+    return parseNumbers(value, &of.uid, &of.received, &of.notHeard, &of.droppedFull, &of.held);
+  }
   bool ok = true;
   forEachCounter(status->counters, [&](const char* counter, uint64_t& count) {
-    if (name == counter) ok = parseNumber(value, &count);
+    if (name == counter) ok = parseNumbers(value, &count);
   });
   return ok;
 }
@@ -43,30 +57,43 @@ bool parseValue(std::string_view name, std::string_view value, StatsdStatus* sta
 std::string formatStatsdStatus(const StatsdStatus& status) {
   std::string text;
   const auto line = [&](const char* name, const std::string& value) {
-    text.append(name) += " " + value + "\n";
+    text.append(name).append(" ").append(value).append("\n");
   };
   line("service_pid", std::to_string(status.servicePid));
   line("service_uid", std::to_string(status.serviceUid));
   line("asker_uid", std::to_string(status.askerUid));
   line("asker_heard", status.askerHeard ? "1" : "0");
   line("allowed_sources", status.allowedSources);
+  line("application_uids", status.applicationUids);
   forEachCounter(status.counters,
                  [&](const char* name, uint64_t count) { line(name, std::to_string(count)); });
+  for (const UidCounters& of : status.uids) {
+    std::string values = std::to_string(of.uid);
+    for (const uint64_t count : {of.received, of.notHeard, of.droppedFull, of.held}) {
+      values.append(" ").append(std::to_string(count));
+    }
+    line("uid", values);
+  }
   return text;
 }
 
-bool parseStatsdStatus(std::string_view text, StatsdStatus* status) {
-  bool ok = !text.empty();
-  while (!text.empty() && ok) {
+Result<StatsdStatus> parseStatsdStatus(std::string_view text) {
+  StatsdStatus status;
+  if (text.empty()) return Error() << "the status is empty";
+  while (!text.empty()) {
     const std::string_view line = text.substr(0, text.find('\n'));
     text.remove_prefix(std::min(line.size() + 1, text.size()));
     const size_t space = line.find(' ');
-    ok = space != std::string_view::npos && parseValue(line.substr(0, space), line.substr(space + 1), status);
+    if (space == std::string_view::npos ||
+        !parseValue(line.substr(0, space), line.substr(space + 1), &status)) {
+      return Error() << "the line \"" << line << "\" is malformed";
+    }
   }
-  return ok;
+  return status;
 }
 
 Result<StatsdStatus> readStatsdStatus(std::chrono::milliseconds patience) {
+  constexpr size_t kMaxBytes = size_t{64} << 10;
   const std::string directory = platform::runtimeDirectory();
   auto path = platform::SocketPath::of(directory, kStatusSocket);
   if (!path.ok()) return path.error();
@@ -78,13 +105,10 @@ Result<StatsdStatus> readStatsdStatus(std::chrono::milliseconds patience) {
       connect(fd.get(), path->address(), path->size()) != 0) {
     return ErrnoError() << "cannot reach " << shown;
   }
-  std::string text;
-  char buffer[4096];
-  ssize_t size = 0;
-  while ((size = TEMP_FAILURE_RETRY(read(fd.get(), buffer, sizeof(buffer)))) > 0) text.append(buffer, size);
-  if (size < 0) return ErrnoError() << "no answer from " << shown;
-  StatsdStatus status;
-  if (!parseStatsdStatus(text, &status)) return Error() << "the answer of " << shown << " cannot be read";
+  const auto text = Torv::Base::readToEnd(fd.get(), kMaxBytes);
+  if (!text.ok()) return Error() << "no answer from " << shown << ": " << text.error();
+  auto status = parseStatsdStatus(*text);
+  if (!status.ok()) return Error() << "the answer of " << shown << " cannot be read: " << status.error();
   return status;
 }
 

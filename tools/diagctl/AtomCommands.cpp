@@ -41,8 +41,8 @@ int publish(const Options& options, const Publish& send) {
   const StatsdStatus& status = *answer;
   if (!status.askerHeard) {
     return refuse("the service does not take atoms of uid " + std::to_string(status.askerUid) +
-                  ". It takes those of " + status.allowedSources +
-                  "; AID_APP is uids 10000 to 19999 and its own, " + std::to_string(status.serviceUid) + ".");
+                  ". It takes those of " + status.allowedSources + "; AID_APP is uids " +
+                  status.applicationUids + " and its own, " + std::to_string(status.serviceUid) + ".");
   }
   StatsEventWriter writer;
   switch (send(writer)) {
@@ -50,10 +50,12 @@ int publish(const Options& options, const Publish& send) {
       return kDone;
     case WriteResult::TooLarge:
       return refuse("not published: an atom holds at most 4064 bytes, shorten the texts.");
-    case WriteResult::Lost:
+    case WriteResult::QueueFull:
+      return refuse("not published: the service's queue is full, try again.");
+    case WriteResult::NoService:
       break;
   }
-  return refuse("not published: the service's queue is full, try again.");
+  return refuse("not published: the service has just ended.");
 }
 
 int showStatus(const Options& options) {

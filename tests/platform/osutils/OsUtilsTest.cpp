@@ -40,7 +40,7 @@ class OsUtilsTest : public testing::Test {
 };
 
 // In a process of its own: a pool that was stopped does not start again.
-TEST_F(OsUtilsTest, ThePoolServesEveryNameUntilItIsStopped) {
+TEST_F(OsUtilsTest, thePoolServesEveryNameUntilItIsStopped) {
   const pid_t child = fork();
   if (child == 0) {
     ServiceHost host({{"first", new Stoppable()}, {"second", new Stoppable()}});
@@ -60,7 +60,7 @@ TEST_F(OsUtilsTest, ThePoolServesEveryNameUntilItIsStopped) {
 
 using OsUtilsDeathTest = OsUtilsTest;
 
-TEST_F(OsUtilsDeathTest, ANameThatIsTakenEndsTheProcess) {
+TEST_F(OsUtilsDeathTest, aNameThatIsTakenEndsTheProcess) {
   const sp<android::IBinder> binder = new Stoppable();
   const ServiceHost first({{"taken", binder}});
   EXPECT_EQ(android::defaultServiceManager()->checkService(String16("taken")), binder);
@@ -70,7 +70,7 @@ TEST_F(OsUtilsDeathTest, ANameThatIsTakenEndsTheProcess) {
               "Cannot register service \"ndk\"");
 }
 
-TEST(ThreadTest, CutsANameToWhatTheKernelKeeps) {
+TEST(ThreadTest, cutsANameToWhatTheKernelKeeps) {
   std::promise<void> done;
   std::thread thread([end = done.get_future()] { end.wait(); });
   const std::string_view longest = "ApplicationStateManagerCleanupThread";
@@ -85,7 +85,7 @@ TEST(ThreadTest, CutsANameToWhatTheKernelKeeps) {
   Torv::OS::Thread::setName(thread, "no thread");
 }
 
-TEST(TelemetryTest, FindsTheVendorAtomInAReportsAtom) {
+TEST(TelemetryTest, findsTheVendorAtomInAReportsAtom) {
   android::os::statsd::Atom atom;
   EXPECT_EQ(parseAtom(atom).id, 0);
   ASSERT_TRUE(atom.ParseFromString("\x08\x01\xd2\xdb\x35\x02\x08\x05"));  // a stray number, then the atom
@@ -95,7 +95,7 @@ TEST(TelemetryTest, FindsTheVendorAtomInAReportsAtom) {
   EXPECT_EQ(parseAtom(atom).id, 110010) << "an empty payload is one too";
 }
 
-TEST_F(OsUtilsTest, GivesPropertiesOfAnyLength) {
+TEST_F(OsUtilsTest, givesPropertiesOfAnyLength) {
   const std::string tags(64 << 10, 't');
   mRuntime.write("properties", "ro.tags=" + tags + "\n");
   EXPECT_EQ(Torv::Utils::getSystemProperty("ro.tags"), tags);

@@ -42,7 +42,7 @@ std::string read(const char* name) {
   return value;
 }
 
-TEST_F(PropertiesTest, ReadsTheFileAsItIsNow) {
+TEST_F(PropertiesTest, readsTheFileAsItIsNow) {
   EXPECT_EQ(read("a.b"), "none") << "no file";
   write("a.b=1");
   EXPECT_EQ(read("a.b"), "1");
@@ -52,7 +52,7 @@ TEST_F(PropertiesTest, ReadsTheFileAsItIsNow) {
   EXPECT_EQ(read("a.b"), "none");
 }
 
-TEST_F(PropertiesTest, TakesLinesAsBuildPropDoesAndLogsEachBadOneOnce) {
+TEST_F(PropertiesTest, takesLinesAsBuildPropDoesAndLogsEachBadOneOnce) {
   const std::string longName(300, 'n');
   const std::string longValue(1 << 20, 'v');
   const std::string good =
@@ -71,7 +71,7 @@ TEST_F(PropertiesTest, TakesLinesAsBuildPropDoesAndLogsEachBadOneOnce) {
               testing::Contains(HasSubstr("/properties: ignoring the line \"a..b=1\": the name")));
 }
 
-TEST_F(PropertiesTest, AFileCutAnywhereGivesWhatIsWhole) {
+TEST_F(PropertiesTest, aFileCutAnywhereGivesWhatIsWhole) {
   const std::string text = "first=1\r\n# c\nro.second=two=2\nthird=3\n";
   for (size_t size = 0; size <= text.size(); size++) {
     write(text.substr(0, size));
@@ -82,21 +82,21 @@ TEST_F(PropertiesTest, AFileCutAnywhereGivesWhatIsWhole) {
   }
 }
 
-TEST_F(PropertiesTest, AFileThatCannotBeReadIsAnEmptyAreaAndSaysSoOnce) {
+TEST_F(PropertiesTest, aFileThatCannotBeReadIsAnEmptyAreaAndSaysSoOnce) {
   std::filesystem::create_directory(mDirectory.path("properties"));
   for (int i = 0; i < 2; i++) EXPECT_EQ(read("a"), "none");
   EXPECT_THAT(mLog.texts(ANDROID_LOG_WARN), ElementsAre(HasSubstr(mDirectory.path("properties"))));
   EXPECT_THAT(errorOf(setProperty("a", "1")), HasSubstr("is not a regular file"));
 }
 
-TEST_F(PropertiesTest, SetRewritesItsLineAndNoOther) {
+TEST_F(PropertiesTest, setRewritesItsLineAndNoOther) {
   write("# head\na=1\nb=1\na=2\n\njunk\nlast=x");
   EXPECT_EQ(__system_property_set("a", "3"), 0);
   EXPECT_EQ(__system_property_set("c", nullptr), 0);
   EXPECT_EQ(test::readFile(mDirectory.path("properties")), "# head\na=1\nb=1\na=3\n\njunk\nlast=x\nc=\n");
 }
 
-TEST_F(PropertiesTest, SetRefusesWhatTheDeviceOrTheFileCannotHold) {
+TEST_F(PropertiesTest, setRefusesWhatTheDeviceOrTheFileCannotHold) {
   for (const char* name : {"", ".a", "a.", "a..b", "a b", "a=b", "ä"}) {
     EXPECT_NE(errorOf(setProperty(name, "1")), "") << name;
   }
@@ -115,7 +115,7 @@ TEST_F(PropertiesTest, SetRefusesWhatTheDeviceOrTheFileCannotHold) {
 }
 
 // Writers lose nothing of each other's, and no reader sees a part of a file.
-TEST_F(PropertiesTest, WritersAndReadersDoNotDisturbEachOther) {
+TEST_F(PropertiesTest, writersAndReadersDoNotDisturbEachOther) {
   write("ro.guard=" + std::string(1000, 'g') + "\n");
   std::vector<std::thread> writers;
   for (const std::string name : {"one.", "two.", "three."}) {
@@ -128,7 +128,7 @@ TEST_F(PropertiesTest, WritersAndReadersDoNotDisturbEachOther) {
   EXPECT_EQ(parseProperties(platform::readPropertyFile()).size(), 301U);
 }
 
-TEST_F(PropertiesTest, RootLeavesTheFileToItsOwner) {
+TEST_F(PropertiesTest, rootLeavesTheFileToItsOwner) {
   if (getuid() != 0) GTEST_SKIP() << "only root writes other users' files";
   constexpr uid_t kOwner = 4711;
   ASSERT_EQ(chown(mDirectory.path().c_str(), kOwner, kOwner), 0);

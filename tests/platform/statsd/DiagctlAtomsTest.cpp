@@ -21,7 +21,7 @@ std::string refusal(const std::vector<std::string>& arguments) {
 
 using DiagctlAtomsTest = StatsdTest;
 
-TEST_F(DiagctlAtomsTest, PushedAtomsArriveFieldForField) {
+TEST_F(DiagctlAtomsTest, pushedAtomsArriveFieldForField) {
   ASSERT_EQ(publish(), PublishStatus::Success);
   EXPECT_EQ(diagctl({"push", "--pid", "1234", "screen", "home"}).exitCode(), 0);
   EXPECT_EQ(diagctl({"push", "screen", ""}).exitCode(), 0);
@@ -37,7 +37,7 @@ TEST_F(DiagctlAtomsTest, PushedAtomsArriveFieldForField) {
                                     bytes("0a 03 732d31 12 03 752d32")));
 }
 
-TEST_F(DiagctlAtomsTest, APushThatCannotArriveIsRefusedInASentence) {
+TEST_F(DiagctlAtomsTest, aPushThatCannotArriveIsRefusedInASentence) {
   EXPECT_THAT(refusal({"push", "k", "v"}), HasSubstr("Start one with ./run serve"));
   EXPECT_THAT(refusal({"status"}), HasSubstr(mDirectory.path()));
   ASSERT_EQ(publish({"AID_LMKD"}), PublishStatus::Success);
@@ -49,7 +49,7 @@ TEST_F(DiagctlAtomsTest, APushThatCannotArriveIsRefusedInASentence) {
   EXPECT_EQ(diagctl({"push", "--pid", "0", "k", "v"}).exitCode(), 2);
 }
 
-TEST_F(DiagctlAtomsTest, PropertiesAreSetReadAndListed) {
+TEST_F(DiagctlAtomsTest, propertiesAreSetReadAndListed) {
   EXPECT_EQ(diagctl({"prop", "set", "a.b", "one two"}).exitCode(), 0);
   EXPECT_EQ(diagctl({"prop", "set", "ro.x", "1"}).exitCode(), 0);
   EXPECT_EQ(Torv::Utils::getSystemProperty("a.b"), "one two");

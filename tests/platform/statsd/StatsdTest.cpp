@@ -6,8 +6,10 @@
 
 #include <statsd/StatsEventWriter.h>
 #include <statsd/StatsdStatus.h>
+#include <statsd/diagnostics_publisher.h>
 #include <sys/socket.h>
 
+#include "ProtoAppend.h"
 #include "StatsdFixture.h"
 #include "runtime/SocketPath.h"
 #include "support/LogCapture.h"
@@ -29,7 +31,7 @@ std::vector<std::string> receiveAll(const unique_fd& sink) {
   return all;
 }
 
-TEST_F(StatsdTest, AQuerySeesWhatWasPushedJustBefore) {
+TEST_F(StatsdTest, aQuerySeesWhatWasPushedJustBefore) {
   ASSERT_EQ(publish(), PublishStatus::Success);
   StatsEventWriter writer;
   for (int i = 0; i < 2000; i++) {
@@ -38,7 +40,7 @@ TEST_F(StatsdTest, AQuerySeesWhatWasPushedJustBefore) {
   }
 }
 
-TEST_F(StatsdTest, HearsOnlyTheUidsThatTheConfigurationAllows) {
+TEST_F(StatsdTest, hearsOnlyTheUidsThatTheConfigurationAllows) {
   if (getuid() != 0) GTEST_SKIP() << "only root can send as other users";
   std::filesystem::permissions(mDirectory.path(), std::filesystem::perms(0755));
   test::LogCapture log;
@@ -55,8 +57,23 @@ TEST_F(StatsdTest, HearsOnlyTheUidsThatTheConfigurationAllows) {
   EXPECT_THAT(log.texts(ANDROID_LOG_WARN), ElementsAre(HasSubstr("uid 4711 is not heard")));
 }
 
+TEST_F(StatsdTest, cProgramsPublishAndLearnWhyNothingWasPublished) {
+  EXPECT_EQ(diagnostics_publish_state(1, "k", "v"), -ENOTCONN);
+  ASSERT_EQ(publish(), PublishStatus::Success);
+  EXPECT_EQ(diagnostics_publish_state(1, "k", nullptr), -EINVAL);
+  EXPECT_EQ(diagnostics_publish_state(1, "k", std::string(5000, 'x').c_str()), -EMSGSIZE);
+  EXPECT_EQ(diagnostics_publish_state(0, "k", "v"), 0);
+  EXPECT_EQ(diagnostics_publish_session("s", "u"), 0);
+  const Report report = fetch();
+  ASSERT_EQ(report.size(), 2U);
+  std::string ownState;
+  appendInt32(ownState, 1, getpid());
+  EXPECT_EQ(payloadOf(report[0]), ownState + bytes("12 01 6b 1a 01 76"));
+  EXPECT_EQ(payloadOf(report[1]), bytes("0a 01 73 12 01 75"));
+}
+
 // Senders flood, two threads fetch at once: each atom that was sent is handed over, to one of them.
-TEST_F(StatsdTest, LosesAndDoublesNothingUnderAFlood) {
+TEST_F(StatsdTest, losesAndDoublesNothingUnderAFlood) {
   constexpr int kEach = 3000;
   ASSERT_EQ(publish(), PublishStatus::Success);
   std::vector<std::thread> senders;
@@ -91,7 +108,7 @@ TEST_F(StatsdTest, LosesAndDoublesNothingUnderAFlood) {
   EXPECT_EQ(seen.size(), senders.size() * kEach);
 }
 
-TEST_F(StatsdTest, RandomDatagramsCostOneLogLineAndNobodyElsesAtom) {
+TEST_F(StatsdTest, randomDatagramsCostOneLogLineAndNobodyElsesAtom) {
   test::LogCapture log;
   ASSERT_EQ(publish(), PublishStatus::Success);
   const auto path = platform::SocketPath::of(mDirectory.path(), "statsdw").value();
@@ -114,7 +131,7 @@ TEST_F(StatsdTest, RandomDatagramsCostOneLogLineAndNobodyElsesAtom) {
   EXPECT_EQ(log.texts(ANDROID_LOG_WARN).size(), 2U) << "one for each kind";
 }
 
-TEST_F(StatsdTest, AStatusAskerWhoDoesNotReadHoldsNothingUp) {
+TEST_F(StatsdTest, aStatusAskerWhoDoesNotReadHoldsNothingUp) {
   ASSERT_EQ(publish(), PublishStatus::Success);
   const auto path = platform::SocketPath::of(mDirectory.path(), "statsd-status").value();
   std::vector<unique_fd> askers;
@@ -126,7 +143,7 @@ TEST_F(StatsdTest, AStatusAskerWhoDoesNotReadHoldsNothingUp) {
   EXPECT_EQ(status().counters.held, 1U);
 }
 
-TEST_F(StatsdTest, WorksInADirectoryWhosePathNoSocketAddressHolds) {
+TEST_F(StatsdTest, worksInADirectoryWhosePathNoSocketAddressHolds) {
   // The atom socket's path fits its address exactly, is a byte too long, and far too long.
   for (const size_t length : {99, 100, 250}) {
     const std::string deep = mDirectory.path(std::string(length - mDirectory.path("").size(), 'd'));
@@ -138,7 +155,7 @@ TEST_F(StatsdTest, WorksInADirectoryWhosePathNoSocketAddressHolds) {
   }
 }
 
-TEST_F(StatsdTest, AWriterGivesUpOnAFullQueueAndTellsTheServiceAfterwards) {
+TEST_F(StatsdTest, aWriterGivesUpOnAFullQueueAndTellsTheServiceAfterwards) {
   // A datagram socket at the atom socket's place: a service that takes nothing by itself.
   const auto path = platform::SocketPath::of(mDirectory.path(), "statsdw").value();
   const unique_fd sink(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
@@ -146,7 +163,7 @@ TEST_F(StatsdTest, AWriterGivesUpOnAFullQueueAndTellsTheServiceAfterwards) {
   StatsEventWriter writer;
   size_t sent = 0;
   while (writer.write(StatsEvent(kStateAtom, 1)) == WriteResult::Sent) ASSERT_LT(sent++, 100'000U);
-  EXPECT_EQ(writer.write(StatsEvent(kSessionAtom, 1)), WriteResult::Lost);
+  EXPECT_EQ(writer.write(StatsEvent(kSessionAtom, 1)), WriteResult::QueueFull);
   EXPECT_EQ(receiveAll(sink).size(), sent);
 
   EXPECT_EQ(writer.write(StatsEvent(kStateAtom, 1)), WriteResult::Sent);

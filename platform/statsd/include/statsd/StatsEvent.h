@@ -1,44 +1,31 @@
 #pragma once
 
 #include <cstdint>
-#include <span>
 #include <string>
 #include <string_view>
-#include <variant>
 
 namespace libstatsd {
 
-struct KeyValue {
-  int32_t key = 0;
-  std::variant<int32_t, int64_t, float, std::string_view> value;
-};
-
-struct AttributionNode {
-  int32_t uid = 0;
-  std::string_view tag;
-};
-
 // An event for statsd, built field by field in the order of the atom's field numbers, from 1 up, in the
-// encoding of libstatssocket (StatsEventFormat.h says it). An event holds at most 125 fields and 4064 bytes;
-// one that would hold more is given up: it becomes a notice of that, which the service counts. Not
-// thread-safe.
+// encoding of libstatssocket. An event holds at most 125 fields and 4064 bytes. If it would hold more it is
+// given up: the encoded event then only says so, and the service counts it. Not thread-safe.
 class StatsEvent {
  public:
   // Stamped with the present boot time.
   explicit StatsEvent(int32_t atomId);
+  // `elapsedTimestampNs` is a reading of CLOCK_BOOTTIME in nanoseconds.
   StatsEvent(int32_t atomId, int64_t elapsedTimestampNs);
 
+  // Each adds one field and returns this event. The event keeps a copy of a text.
   StatsEvent& addInt32(int32_t value);
   StatsEvent& addInt64(int64_t value);
   StatsEvent& addFloat(float value);
   StatsEvent& addBool(bool value);
   StatsEvent& addString(std::string_view utf8);
   StatsEvent& addBytes(std::string_view bytes);
-  StatsEvent& addKeyValues(std::span<const KeyValue> pairs);                // up to 127
-  StatsEvent& addAttributionChain(std::span<const AttributionNode> nodes);  // up to 127
 
   int32_t atomId() const { return mAtomId; }
-  // Everything added fits.
+  // Returns false if the event has been given up.
   bool complete() const { return mErrors == 0; }
 
   // The encoded event, without log header and tag.

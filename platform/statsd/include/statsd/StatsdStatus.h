@@ -1,20 +1,21 @@
-// What the host's statsd tells anyone who asks: its counters and whether it takes the asker's atoms. It is
-// served on the stream socket <runtime>/statsd-status to any uid: whoever connects gets lines of
-// "<name> <value>" and end of file.
+// What the host's statsd tells every user who asks: its counters, and whether it takes the asker's atoms.
+// Whoever connects to the stream socket <runtime>/statsd-status gets lines of "<name> <value>", and then the
+// end of the file.
 #pragma once
 
 #include <chrono>
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <android-base/result.h>
 #include <sys/types.h>
 
 namespace libstatsd {
 
-// Counts since the service started, except `held`. Every datagram received is in exactly one of decoded, drop
-// notes, and dropped as malformed, too long, given up, or its sender's.
+// Counts since the service started, except `held`. Every received datagram counts once: as decoded, as a drop
+// note, or as dropped because it is malformed, too long, given up, or its sender is not heard.
 struct StatsdCounters {
   uint64_t received = 0;          // datagrams
   uint64_t decoded = 0;           // events
@@ -25,28 +26,39 @@ struct StatsdCounters {
   uint64_t droppedUnwanted = 0;   // decoded, but no configuration wants this atom of this sender
   uint64_t droppedFull = 0;       // pushed out of a full store by newer ones
   uint64_t dropNotes = 0;         // datagrams in which writers tell of atoms they could not send
-  uint64_t lostBySenders = 0;     // the atoms those tell of
+  uint64_t lostBySenders = 0;     // atoms that those notes report
   uint64_t fetched = 0;           // handed over
   uint64_t held = 0;              // atoms in the stores now
 };
 
+// The same by uid, where it matters who it was.
+struct UidCounters {
+  uid_t uid = 0;
+  uint64_t received = 0;     // datagrams
+  uint64_t notHeard = 0;     // of these, dropped because no configuration takes atoms of the uid
+  uint64_t droppedFull = 0;  // atoms pushed out of a full store
+  uint64_t held = 0;         // atoms in the stores now
+};
+
 struct StatsdStatus {
   StatsdCounters counters;
+  std::vector<UidCounters> uids;  // at most 16, those that lost most first
   pid_t servicePid = 0;
   uid_t serviceUid = 0;
-  uid_t askerUid = 0;          // as the kernel gave it to the service
-  bool askerHeard = false;     // a configuration takes atoms of askerUid
-  std::string allowedSources;  // the names of all configurations, separated by spaces
+  uid_t askerUid = 0;           // as the kernel gave it to the service
+  bool askerHeard = false;      // a configuration takes atoms of askerUid
+  std::string allowedSources;   // the names of all configurations, separated by spaces
+  std::string applicationUids;  // what AID_APP among them stands for, beside serviceUid; see TORV_APP_UIDS
 };
 
 // Asks the service of the current runtime directory for its status, and waits for the answer. Returns an
 // error that names the socket if there is no service, or no answer within `patience`.
 [[nodiscard]] android::base::Result<StatsdStatus> readStatsdStatus(std::chrono::milliseconds patience);
 
-// The text on the socket. Parsing skips names that it does not know; false where a value is not what it
-// should be.
+// Writes and reads the text on the socket. Reading skips names that it does not know, and returns an error
+// that names the line if a value is malformed.
 std::string formatStatsdStatus(const StatsdStatus& status);
-[[nodiscard]] bool parseStatsdStatus(std::string_view text, StatsdStatus* status);
+[[nodiscard]] android::base::Result<StatsdStatus> parseStatsdStatus(std::string_view text);
 
 // Calls visit(name, value) for every counter, in the order in which they are shown.
 template <typename Counters, typename Visit>
