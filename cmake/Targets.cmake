@@ -74,6 +74,22 @@ function(diag_fuzz name)
   target_link_options(${name} PRIVATE -fsanitize=fuzzer)
 endfunction()
 
+# diag_embed(<output> NAMESPACE <name> TEXTS <variable> <file> ...)
+# A source file in the build folder that holds files as std::string_view constants. It includes the header of
+# the same name, which declares them.
+function(diag_embed output)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "NAMESPACE" "TEXTS")
+  string(REGEX REPLACE "\\.cpp$" ".h" header ${CMAKE_CURRENT_SOURCE_DIR}/${output})
+  set(files ${arg_TEXTS})
+  list(FILTER files INCLUDE REGEX "/")
+  add_custom_command(
+    OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/${output}
+    COMMAND ${CMAKE_COMMAND} -D OUT=${CMAKE_CURRENT_BINARY_DIR}/${output} -D HEADER=${header}
+            -D NAMESPACE=${arg_NAMESPACE} -D "TEXTS=${arg_TEXTS}" -P ${PROJECT_SOURCE_DIR}/cmake/Embed.cmake
+    DEPENDS ${files} ${PROJECT_SOURCE_DIR}/cmake/Embed.cmake
+    VERBATIM)
+endfunction()
+
 function(diag_folder_program name folder sources libs dirs)
   list(TRANSFORM sources PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/${folder}/)
   list(TRANSFORM dirs PREPEND ${PROJECT_SOURCE_DIR}/)

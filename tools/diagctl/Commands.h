@@ -40,6 +40,12 @@ void addRecordCommand(CLI::App& app, const Options& options, int& exitCode);
 // export: a trace of an answer, a crash report or a recording.
 void addExportCommand(CLI::App& app, const Options& options, int& exitCode);
 
+// report: a page about a process, for a browser.
+void addReportCommand(CLI::App& app, const Options& options, int& exitCode);
+
+// top: a live view on the terminal.
+void addTopCommand(CLI::App& app, const Options& options, int& exitCode);
+
 // doctor, runtime-dir: what the service and diagctl work with.
 void addEnvironmentCommands(CLI::App& app, const Options& options, int& exitCode);
 

@@ -1,25 +1,18 @@
 // diagctl record: asks the service again and again and writes what changed.
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <fstream>
-#include <future>
 #include <memory>
 #include <optional>
 #include <set>
 #include <string>
-#include <thread>
 
-#include <android-base/unique_fd.h>
-#include <poll.h>
-#include <signal.h>
-#include <sys/signalfd.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
 #include "Calls.h"
 #include "Commands.h"
 #include "Output.h"
+#include "Watch.h"
 #include "timeline/Recorder.h"
 
 namespace diagctl {
@@ -36,62 +29,6 @@ struct Arguments {
   int64_t forMs = 0;  // 0: until a signal ends it
   uint64_t maxBytes = uint64_t{64} << 20;
 };
-
-// Asks on a thread of its own, because a call into a stopped service does not return. One call at a time.
-class Asker {
- public:
-  // Returns nullopt if no answer came within `patience`. The next call then waits for the same answer.
-  std::optional<Result<timeline::Answer>> ask(bool withContext, milliseconds patience) {
-    if (!mAnswer.valid()) {
-      std::packaged_task<Result<timeline::Answer>()> task([withContext] { return askService(withContext); });
-      mAnswer = task.get_future();
-      std::thread(std::move(task)).detach();
-    }
-    if (mAnswer.wait_for(patience) == std::future_status::timeout) return std::nullopt;
-    return mAnswer.get();
-  }
-
-  bool isStuck() const { return mAnswer.valid(); }
-
- private:
-  std::future<Result<timeline::Answer>> mAnswer;
-};
-
-// The signals that end a recording, as something to wait for.
-class EndSignals {
- public:
-  EndSignals() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&signals, number);
-    // Threads that are started later inherit the mask, so none of them is ended by these signals.
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    mFd.reset(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
-  }
-
-  // Returns true if one has come by `until`.
-  bool waitUntil(SteadyClock::time_point until) const {
-    while (true) {
-      const auto left = std::chrono::ceil<milliseconds>(until - SteadyClock::now());
-      pollfd wait{.fd = mFd.get(), .events = POLLIN, .revents = 0};
-      const int ready = poll(&wait, 1, static_cast<int>(std::max<int64_t>(left.count(), 0)));
-      if (ready > 0) return true;
-      if (SteadyClock::now() >= until) return false;
-    }
-  }
-
- private:
-  android::base::unique_fd mFd;
-};
-
-std::set<int32_t> deadOf(const std::map<int32_t, timeline::Texts>& processes) {
-  std::set<int32_t> dead;
-  for (const auto& [pid, states] : processes) {
-    // Only ESRCH says that there is no such process: others' processes answer with EPERM.
-    if (pid > 0 && kill(pid, 0) != 0 && errno == ESRCH) dead.insert(pid);
-  }
-  return dead;
-}
 
 std::string machineName() {
   utsname name{};
@@ -135,22 +72,7 @@ class Recording {
     if (const auto added = mRecorder.add(seen, dead); !added.ok()) return added;
     mSeenMs = seen.clocks.bootMs;
     mLast = seen.processes;
-    return mRecorder.addNames(seen.clocks.bootMs, newNames());
-  }
-
-  // The short names of processes that are seen for the first time and run on this machine.
-  std::map<int32_t, std::string> newNames() {
-    std::map<int32_t, std::string> names;
-    std::set<int32_t> seen;
-    for (const auto& [pid, states] : mLast) {
-      seen.insert(pid);
-      if (mNamed.contains(pid)) continue;
-      std::string name;
-      std::getline(std::ifstream("/proc/" + std::to_string(pid) + "/comm"), name);
-      if (!name.empty()) names[pid] = name;
-    }
-    mNamed = std::move(seen);
-    return names;
+    return mRecorder.addNames(seen.clocks.bootMs, mNames.newOf(mLast));
   }
 
   const Arguments mArguments;
@@ -160,7 +82,7 @@ class Recording {
   timeline::Recorder mRecorder;
   std::optional<int64_t> mSeenMs;  // of the last answer
   std::map<int32_t, timeline::Texts> mLast;
-  std::set<int32_t> mNamed;
+  Names mNames;
 };
 
 int record(const Arguments& arguments, const Options& options) {

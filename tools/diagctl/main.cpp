@@ -77,6 +77,8 @@ int main(int argc, char** argv) {
   diagctl::addContextCommand(app, options, exitCode);
   diagctl::addRecordCommand(app, options, exitCode);
   diagctl::addExportCommand(app, options, exitCode);
+  diagctl::addReportCommand(app, options, exitCode);
+  diagctl::addTopCommand(app, options, exitCode);
   diagctl::addEnvironmentCommands(app, options, exitCode);
   diagctl::addAtomCommands(app, options, exitCode);
   diagctl::addPropertyCommands(app, options, exitCode);

@@ -7,7 +7,7 @@ build_packages=(
   g++ cmake ninja-build protobuf-compiler aidl
   android-liblog-dev android-libutils-dev android-libbase-dev android-libcutils-dev
   android-platform-frameworks-native-headers android-platform-system-core-headers
-  libjsoncpp-dev libprotobuf-dev libfmt-dev libcli11-dev util-linux)
+  libjsoncpp-dev libprotobuf-dev libfmt-dev libcli11-dev libncurses-dev libjs-dygraphs util-linux)
 test_packages=(libgtest-dev libgmock-dev clang checkpolicy m4 python3)
 bench_packages=(libbenchmark-dev)
 check_packages=(clang clang-format clang-tidy libclang-rt-14-dev libc++-dev libc++abi-dev)

@@ -1,0 +1,56 @@
+#include <limits>
+#include <memory>
+#include <string>
+
+#include "Calls.h"
+#include "Commands.h"
+#include "Output.h"
+#include "report/Page.h"
+
+namespace diagctl {
+namespace {
+
+using android::base::Error;
+
+struct Arguments {
+  std::string from;
+  std::string to;
+  int32_t pid = 0;  // 0: none was given
+  int64_t lastMs = report::Choice{}.lastMs;
+};
+
+Result<void> writeReport(const Arguments& arguments) {
+  const auto timeline = timelineFrom(arguments.from);
+  if (!timeline.ok()) return Error() << timeline.error();
+  report::Choice choice;
+  if (arguments.pid != 0) choice.pid = arguments.pid;
+  choice.lastMs = arguments.lastMs;
+  const auto page = report::page(*timeline, choice);
+  if (!page.ok()) return Error() << page.error();
+  return writeFile(arguments.to, *page);
+}
+
+}  // namespace
+
+void addReportCommand(CLI::App& app, const Options& options, int& exitCode) {
+  const std::map<std::string, int64_t> times = {{"s", 1000}, {"m", 60'000}, {"h", 3'600'000}};
+  const auto arguments = std::make_shared<Arguments>();
+  CLI::App* command =
+      app.add_subcommand("report", "Write a page with charts about a process to open in a browser");
+  command->add_option("--pid", arguments->pid, "The process; without it, the one that died last")
+      ->check(CLI::Range(1, std::numeric_limits<int32_t>::max()));
+  command->add_option("--from", arguments->from,
+                      "A recording or a crash report; without it, the service is asked");
+  command->add_option("--last", arguments->lastMs, "How much time before the end the page shows: 30s, 10m")
+      ->transform(CLI::AsNumberWithUnit(times, CLI::AsNumberWithUnit::UNIT_REQUIRED))
+      ->check(CLI::Range(int64_t{1000}, int64_t{31'536'000'000}))
+      ->default_str("2m");
+  command->add_option("-o,--output", arguments->to, "The file to write (.html)")->required();
+  command->callback([arguments, &options, &exitCode] {
+    const auto work = [arguments] { return writeReport(*arguments); };
+    // The time-out is for calls into the service. A large file may take longer.
+    exitCode = arguments->from.empty() ? within(options.timeoutSeconds, work) : exitCodeOf(work());
+  });
+}
+
+}  // namespace diagctl

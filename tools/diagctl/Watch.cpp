@@ -1,0 +1,74 @@
+#include "Watch.h"
+
+#include <cerrno>
+#include <fstream>
+#include <thread>
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/signalfd.h>
+
+#include "Calls.h"
+
+namespace diagctl {
+
+using std::chrono::milliseconds;
+using SteadyClock = std::chrono::steady_clock;
+
+std::optional<Result<timeline::Answer>> Asker::ask(bool withContext, milliseconds patience) {
+  if (!mAnswer.valid()) {
+    std::packaged_task<Result<timeline::Answer>()> task([withContext] {
+      sigset_t all;
+      sigfillset(&all);
+      pthread_sigmask(SIG_SETMASK, &all, nullptr);
+      return askService(withContext);
+    });
+    mAnswer = task.get_future();
+    std::thread(std::move(task)).detach();
+  }
+  if (mAnswer.wait_for(patience) == std::future_status::timeout) return std::nullopt;
+  return mAnswer.get();
+}
+
+EndSignals::EndSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&signals, number);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  mFd.reset(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+}
+
+bool EndSignals::waitUntil(SteadyClock::time_point until) const {
+  while (true) {
+    const auto left = std::chrono::ceil<milliseconds>(until - SteadyClock::now());
+    pollfd wait{.fd = mFd.get(), .events = POLLIN, .revents = 0};
+    const int ready = poll(&wait, 1, static_cast<int>(std::max<int64_t>(left.count(), 0)));
+    if (ready > 0) return true;
+    if (SteadyClock::now() >= until) return false;
+  }
+}
+
+std::set<int32_t> deadOf(const std::map<int32_t, timeline::Texts>& processes) {
+  std::set<int32_t> dead;
+  for (const auto& [pid, states] : processes) {
+    // Only ESRCH says that there is no such process: others' processes answer with EPERM.
+    if (pid > 0 && kill(pid, 0) != 0 && errno == ESRCH) dead.insert(pid);
+  }
+  return dead;
+}
+
+std::map<int32_t, std::string> Names::newOf(const std::map<int32_t, timeline::Texts>& processes) {
+  std::map<int32_t, std::string> names;
+  std::set<int32_t> seen;
+  for (const auto& [pid, states] : processes) {
+    seen.insert(pid);
+    if (mNamed.contains(pid)) continue;
+    std::string name;
+    std::getline(std::ifstream("/proc/" + std::to_string(pid) + "/comm"), name);
+    if (!name.empty()) names[pid] = name;
+  }
+  mNamed = std::move(seen);
+  return names;
+}
+
+}  // namespace diagctl

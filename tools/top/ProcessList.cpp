@@ -1,0 +1,95 @@
+#include "ProcessList.h"
+
+#include <algorithm>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "text/Text.h"
+
+namespace top {
+namespace {
+
+using timeline::KeyState;
+using timeline::ProcessState;
+
+constexpr char kHead[] = "{:>9} {:<16} {:>11}  ";
+constexpr size_t kNameColumns = 16;
+
+bool matches(const ProcessState& process, const std::string& filter) {
+  const auto holds = [&](const std::string& text) { return text.find(filter) != std::string::npos; };
+  if (filter.empty() || holds(std::to_string(process.pid)) || holds(process.name)) return true;
+  return std::any_of(process.keys.begin(), process.keys.end(),
+                     [&](const auto& key) { return holds(key.first) || holds(key.second.value); });
+}
+
+bool isFresh(const KeyState& state, const Moment& moment) {
+  return !state.known && moment.atMs - state.changedMs <= moment.freshMs;
+}
+
+// The star also marks fresh keys on terminals without colours.
+Span keySpan(const std::string& key, const KeyState& state, const Moment& moment) {
+  const bool fresh = isFresh(state, moment);
+  return {fmt::format("{}{}=", fresh ? "*" : "", text::printable(key)),
+          fresh ? Style::Changed : Style::Faint};
+}
+
+std::string changedText(const ProcessState& process, int64_t atMs) {
+  if (process.deadMs) return "dead " + agoText(atMs - *process.deadMs);
+  int64_t newest = 0;
+  for (const auto& [key, state] : process.keys) {
+    if (!state.known) newest = std::max(newest, state.changedMs);
+  }
+  return newest == 0 ? "-" : agoText(atMs - newest);
+}
+
+}  // namespace
+
+std::vector<ProcessState> matchingProcesses(const timeline::Timeline& timeline, int64_t atMs,
+                                            const std::string& filter) {
+  std::vector<ProcessState> processes = processesAt(timeline, atMs);
+  std::erase_if(processes, [&](const ProcessState& process) { return !matches(process, filter); });
+  return processes;
+}
+
+Line processLine(const ProcessState& process, bool open, const Moment& moment) {
+  const std::string name = text::cutTo(kNameColumns, text::printable(process.name), "~");
+  const std::string padded = name + std::string(kNameColumns - text::columnsOf(name), ' ');
+  const Style style = process.deadMs ? Style::Dead : Style::Plain;
+  Line line = {{fmt::format("{} {:>7} {} {:>11}  ", open ? '-' : '+', process.pid, padded,
+                            changedText(process, moment.atMs)),
+                style}};
+  if (open) return line;
+  std::vector<std::pair<std::string, KeyState>> keys(process.keys.begin(), process.keys.end());
+  std::stable_sort(keys.begin(), keys.end(),
+                   [](const auto& a, const auto& b) { return a.second.changedMs > b.second.changedMs; });
+  for (const auto& [key, state] : keys) {
+    line.push_back(keySpan(key, state, moment));
+    line.push_back({text::printable(state.value) + "  ", style});
+  }
+  return line;
+}
+
+Line keyLine(const std::string& key, const KeyState& state, const Moment& moment) {
+  const std::string ago = state.known ? "-" : agoText(moment.atMs - state.changedMs);
+  return {{fmt::format(kHead, "", "", ago), Style::Plain},
+          keySpan(key, state, moment),
+          {text::printable(state.value), Style::Plain}};
+}
+
+Line processHeads(const std::vector<ProcessState>& processes) {
+  const auto dead = std::count_if(processes.begin(), processes.end(),
+                                  [](const ProcessState& process) { return process.deadMs.has_value(); });
+  return {{fmt::format(kHead, "PID", "NAME", "CHANGED") +
+               fmt::format("STATES of {} processes, {} dead", processes.size(), dead),
+           Style::Title}};
+}
+
+std::string agoText(int64_t ms) {
+  const int64_t seconds = std::max<int64_t>(ms, 0) / 1000;
+  if (seconds < 100) return fmt::format("{} s", seconds);
+  if (seconds < 100 * 60) return fmt::format("{} min", seconds / 60);
+  return fmt::format("{} h", seconds / 3600);
+}
+
+}  // namespace top

@@ -1,0 +1,37 @@
+// A picture of a terminal as plain values.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace top {
+
+enum class Style {
+  Plain,
+  Strong,
+  Faint,
+  Title,    // a line of its own that parts the screen
+  Cursor,   // the row that keys act on
+  Changed,  // has just changed
+  Dead,     // of dead processes, and what is wrong
+  Chart,
+};
+
+struct Span {
+  std::string text;  // printable; in ASCII if the terminal has no UTF-8
+  Style style = Style::Plain;
+
+  bool operator==(const Span&) const = default;
+};
+
+using Line = std::vector<Span>;
+
+struct Size {
+  size_t columns = 80;
+  size_t rows = 24;
+
+  bool operator==(const Size&) const = default;
+};
+
+}  // namespace top

@@ -1,0 +1,40 @@
+// The terminal that a view is drawn on.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include <android-base/result.h>
+
+#include "top/Lines.h"
+#include "top/View.h"
+
+namespace top {
+
+// While one lives, the terminal shows the view and gives keys as they are typed; its destructor restores it.
+// SIGTSTP and SIGCONT restore it and draw it again. Signals that end the process must be handled by the
+// owner, who destroys the terminal. At most one at a time; not thread-safe.
+class Terminal {
+ public:
+  // Returns an error if standard input or output is no terminal, or none that can be drawn on. Sets the
+  // process's locale for characters to that of the environment.
+  [[nodiscard]] static android::base::Result<std::unique_ptr<Terminal>> open();
+
+  ~Terminal();
+  Terminal(const Terminal&) = delete;
+  Terminal& operator=(const Terminal&) = delete;
+
+  // Blocks where the environment's locale is UTF-8.
+  timeline::Glyphs glyphs() const;
+  // Of the terminal now; it changes when the window does.
+  Size size() const;
+  void draw(const std::vector<Line>& lines);
+  // Returns the next key that was typed, or nullopt if there is none. Does not block.
+  std::optional<Input> read();
+
+ private:
+  Terminal() = default;
+};
+
+}  // namespace top

@@ -1,0 +1,89 @@
+// The live view without a terminal: keys go in, lines come out.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "timeline/Chart.h"
+#include "timeline/Timeline.h"
+#include "top/Lines.h"
+
+namespace top {
+
+enum class Key { Up, Down, Left, Right, PageUp, PageDown, Home, End, Enter, Escape, Backspace, Character };
+
+struct Input {
+  Key key = Key::Character;
+  std::string character;  // of Key::Character: one character in UTF-8
+};
+
+// What the view shows beside the timeline.
+struct Surroundings {
+  std::string source;  // "live", or the name of the file
+  std::string counts;  // a line about statsd's counters; empty if there are none
+  std::string notice;  // what is wrong at the moment; empty if nothing is
+};
+
+// Not thread-safe.
+class View {
+ public:
+  // A live view follows the end of the timeline; another one stands at its end and walks through it.
+  View(bool live, timeline::Glyphs glyphs) : mLive(live), mGlyphs(glyphs) {}
+
+  // Returns false if the key ends the view.
+  [[nodiscard]] bool handle(const Input& input, const timeline::Timeline& timeline);
+
+  // One period has passed. A recording that is being played moves on.
+  void tick(const timeline::Timeline& timeline);
+
+  // Returns the screen: at most size.rows lines, none wider than size.columns. Moves the list so that the
+  // cursor is on the screen.
+  std::vector<Line> render(const timeline::Timeline& timeline, const Surroundings& surroundings, Size size);
+
+  // The time between two looks at the service, or two steps of a recording.
+  int64_t periodMs() const;
+  // True if the view does not move on by itself.
+  bool isPaused() const { return mLive ? mAtMs.has_value() : !mPlaying; }
+
+ private:
+  // The row under the cursor: a process, or a key of an open one.
+  struct Place {
+    int32_t pid = 0;
+    std::string key;  // empty: the process
+
+    bool operator==(const Place&) const = default;
+  };
+
+  int64_t timeOf(const timeline::Timeline& timeline) const;
+  void goTo(int64_t atMs, const timeline::Timeline& timeline);
+  void goToDeath(bool forward, const timeline::Timeline& timeline);
+  void togglePause(const timeline::Timeline& timeline);
+  void type(const Input& input);
+  [[nodiscard]] bool handleCharacter(char character, const timeline::Timeline& timeline);
+  void moveCursor(int64_t rows);
+  std::vector<Line> listLines(const timeline::Timeline& timeline,
+                              const std::vector<timeline::ProcessState>& processes, Size size);
+  void showCursor(size_t rows);
+  Line titleLine(const timeline::Timeline& timeline, const Surroundings& surroundings) const;
+  Line footLine(const Surroundings& surroundings) const;
+
+  bool mLive;
+  timeline::Glyphs mGlyphs;
+  size_t mPeriod = 2;            // an index into the periods
+  std::optional<int64_t> mAtMs;  // empty: the end of the timeline
+  bool mPlaying = false;
+  bool mTyping = false;  // keys go into the filter
+  std::string mFilter;
+  std::set<int32_t> mOpen;  // processes whose keys have rows of their own
+
+  std::vector<Place> mPlaces;  // the rows of the list when it was last rendered
+  Place mCursor;
+  size_t mCursorRow = 0;
+  size_t mFirstRow = 0;  // on the screen
+  size_t mListRows = 0;  // on the screen
+};
+
+}  // namespace top
