@@ -11,14 +11,14 @@ bool isBetween(unsigned char byte, unsigned char low, unsigned char high) {
   return byte >= low && byte <= high;
 }
 
-// The length in bytes of the well-formed character that `text` begins with (Unicode, table 3-7); 0 where it
-// does not begin with one.
+// Returns the length in bytes of the character that `text` begins with, or 0 if those bytes are malformed
+// (Unicode, table 3-7). `text` is not empty.
 size_t characterLength(std::string_view text) {
   const auto at = [text](size_t index) { return static_cast<unsigned char>(text[index]); };
   const unsigned char first = at(0);
   if (first < 0x80) return 1;
   size_t length = 0;
-  unsigned char low = 0x80;  // the bounds of the second byte keep out overlong forms and surrogates
+  unsigned char low = 0x80;  // the bounds of the second byte exclude overlong forms and surrogates
   unsigned char high = 0xbf;
   if (isBetween(first, 0xc2, 0xdf)) {
     length = 2;
@@ -38,6 +38,7 @@ size_t characterLength(std::string_view text) {
   return length;
 }
 
+// Returns how many bytes at the beginning of `text` are well-formed characters.
 size_t wellFormedPrefix(std::string_view text) {
   size_t end = 0;
   while (end < text.size()) {
@@ -48,6 +49,7 @@ size_t wellFormedPrefix(std::string_view text) {
   return end;
 }
 
+// Returns `text` with U+FFFD instead of each malformed byte.
 std::string repaired(std::string_view text) {
   std::string result;
   while (!text.empty()) {
@@ -61,11 +63,10 @@ std::string repaired(std::string_view text) {
   return result;
 }
 
-// The greater part of all text is short and ASCII: widened here in one pass, where the platform's conversion
-// walks over it twice.
 constexpr size_t kShortText = 256;
 
-// Widens `text` into `out`; false where it holds more than ASCII.
+// Writes each byte of `text` as a UTF-16 unit to `out`. Returns false if a byte is not ASCII; `out` is then
+// of no use.
 bool widenAscii(std::string_view text, char16_t* out) {
   unsigned seen = 0;
   for (size_t i = 0; i < text.size(); ++i) {
@@ -79,10 +80,12 @@ bool widenAscii(std::string_view text, char16_t* out) {
 }  // namespace
 
 android::String16 toString16(std::string_view utf8) {
-  if (utf8.size() <= kShortText) {
-    char16_t wide[kShortText];
-    if (widenAscii(utf8, wide)) return android::String16(wide, utf8.size());
-  }
+  // Almost all text is ASCII, which one pass widens. The platform's conversion makes two, and the search for
+  // malformed bytes is a third. Most text is short and needs no memory from the heap to be widened in.
+  char16_t forShort[kShortText];
+  std::u16string forLong(utf8.size() <= kShortText ? 0 : utf8.size(), u'\0');
+  char16_t* const wide = forLong.empty() ? forShort : forLong.data();
+  if (widenAscii(utf8, wide)) return android::String16(wide, utf8.size());
   if (wellFormedPrefix(utf8) == utf8.size()) return android::String16(utf8.data(), utf8.size());
   const std::string text = repaired(utf8);
   return android::String16(text.data(), text.size());

@@ -9,7 +9,7 @@ namespace {
 
 using android::String16;
 
-// The String16 that text with these bytes is carried as.
+// Returns the UTF-16 text that a bundle carries for these bytes.
 String16 carried(const std::string& bytes) {
   android::os::PersistableBundle bundle;
   packMapToBundle({{"key", bytes}}, &bundle);
@@ -25,8 +25,18 @@ TEST(BundlePackingTest, wellFormedTextIsCarriedUnchanged) {
   EXPECT_EQ(carried(std::string("a\0b", 3)), String16(u"a\0b", 3));
 }
 
-// An application that cuts its text at a byte count must not lose all of it.
-TEST(BundlePackingTest, malformedBytesCostThemselvesOnly) {
+// Short and long text take different memory on the way; 256 bytes are the last short text.
+TEST(BundlePackingTest, textOfAnyLengthIsCarriedWhole) {
+  for (const size_t size : {255, 256, 257, 10'000}) {
+    const std::string text(size, 'x');
+    EXPECT_EQ(carried(text), String16(text.data(), size)) << size;
+    EXPECT_EQ(carried(text + "\u65e5").size(), size + 1) << size;
+    EXPECT_EQ(carried(text + "\xe6\x97"), String16(text.data(), size) + String16(u"\ufffd\ufffd")) << size;
+  }
+}
+
+// An application that cuts its text at a number of bytes must not lose all of it.
+TEST(BundlePackingTest, onlyMalformedBytesAreReplaced) {
   EXPECT_EQ(carried("caf\xc3"), String16(u"caf\ufffd"));
   EXPECT_EQ(carried("\xf0\x9f\x98"), String16(u"\ufffd\ufffd\ufffd"));
   EXPECT_EQ(carried("\xe2z\xc3\xa9"), String16(u"\ufffdz\u00e9"));
