@@ -25,11 +25,13 @@ Result<unique_fd> openForReading(const std::string& path) {
 }
 
 Result<std::string> readToEnd(int fd, size_t maxBytes) {
-  constexpr size_t kStep = size_t{64} << 10;
+  // Most files are small. A string's new bytes are cleared before they are read into, so a first step of 64
+  // KiB would cost more than the reading.
+  constexpr size_t kFirstRead = 4096;
   std::string text;
   size_t length = 0;
   while (length <= maxBytes) {
-    text.resize(std::min(length + kStep, maxBytes + 1));
+    if (length == text.size()) text.resize(std::min(std::max(2 * length, kFirstRead), maxBytes + 1));
     const ssize_t got = TEMP_FAILURE_RETRY(read(fd, text.data() + length, text.size() - length));
     if (got < 0) return ErrnoError() << "cannot read";
     if (got == 0) break;

@@ -26,6 +26,7 @@
 #include <binder/ProcessState.h>
 
 #include "support/Compare.h"
+#include "support/Limits.h"
 
 namespace {
 
@@ -197,13 +198,12 @@ int main(int argc, char** argv) {
   bench::registerComparison("round trip, 100 B to 4 KiB, 500 calls", kIterations, roundTrip4KiB);
   bench::registerComparison("round trip, 100 B to 64 KiB, 500 calls", kIterations, roundTrip64KiB);
   bench::registerComparison("16 threads, 100 B to 4 KiB, 250 calls each", kIterations, sixteenThreads);
-  benchmark::Initialize(&argc, argv);
-  benchmark::RunSpecifiedBenchmarks();
+  const int status = bench::runAll(argc, argv);
 
   for (const pid_t server : {bareServer, binderServer}) {
     kill(server, SIGKILL);
     waitpid(server, nullptr, 0);
   }
   std::filesystem::remove_all(gDirectory);
-  return 0;
+  return status;
 }

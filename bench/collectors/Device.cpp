@@ -9,7 +9,7 @@ namespace bench {
 namespace {
 
 constexpr int kProcessors = 8;
-constexpr int kInterrupts = 640;  // as many numbers has an arm64 device's intr line
+constexpr int kInterrupts = 640;  // numbers in the intr line of an arm64 device
 
 std::string pressureText(int second) {
   const std::string n = std::to_string(second);

@@ -4,7 +4,8 @@
 
 namespace bench {
 
-// A device root (TORV_DEVICE_ROOT) with the seven sources as a device of eight processors has them.
+// A directory for TORV_DEVICE_ROOT with the seven sources of a device of eight processors. Removed with the
+// object.
 class Device {
  public:
   Device();
@@ -13,7 +14,7 @@ class Device {
   Device& operator=(const Device&) = delete;
 
   const std::string& path() const { return mPath; }
-  // Writes all texts anew, with the counters of second `second`.
+  // Rewrites all files with the counters that they have `second` seconds after the first.
   void advanceTo(int second) const;
 
  private:

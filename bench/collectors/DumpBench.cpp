@@ -19,6 +19,7 @@
 #include "SystemMemInfoCollector.h"
 #include "TextScanner.h"
 #include "support/Compare.h"
+#include "support/Limits.h"
 #include "systemstatecollector/SystemStateCollectorManager.h"
 
 namespace bench {
@@ -28,7 +29,7 @@ using namespace Torv::OS::Diagnostics;
 
 constexpr int kDumpsPerRound = 3;
 
-// A metric's number as it goes into a report, ready.
+// The metrics of one sample as numbers that need no parsing.
 using Metrics = std::vector<std::pair<Json::StaticString, Json::Value>>;
 
 std::string readText(const Device& device, const std::string& name) {
@@ -53,7 +54,7 @@ Metrics oneMetric(const char* name) {
   return {{Json::StaticString(name), 39.9987}};
 }
 
-// The least a report can cost: its tree from ready numbers, and its text.
+// The reference: builds the JSON tree of a report from ready numbers and prints it.
 std::string reportOf(const Metrics& metrics, const Json::StreamWriterBuilder& writer) {
   static const Json::StaticString version("version");
   static const Json::StaticString time("report_time_ms");
@@ -74,7 +75,7 @@ std::string reportOf(const Metrics& metrics, const Json::StreamWriterBuilder& wr
   return Json::writeString(writer, report);
 }
 
-void dumpBesideReadyNumbers(benchmark::State& state) {
+void dumpAgainstReadyNumbers(benchmark::State& state) {
   const Histories histories;
   const std::vector<Metrics> ready = {pressureMetrics(),
                                       pressureMetrics(),
@@ -118,7 +119,7 @@ void parseAll(const std::string& pressure, const std::string& stat, const std::s
   }
 }
 
-void parsingBesideDump(benchmark::State& state) {
+void parsingAgainstDump(benchmark::State& state) {
   const Histories histories;
   const std::string pressure = readText(histories.device, "proc/pressure/cpu");
   const std::string stat = readText(histories.device, "proc/stat");
@@ -129,8 +130,8 @@ void parsingBesideDump(benchmark::State& state) {
       [&] { benchmark::DoNotOptimize(histories.manager->dumpSystemStateHistory()); });
 }
 
-// How long the longest of many polls took while dumps ran, beside the longest dump: a poll may wait for one
-// dump, not for more. Both in wall time, so on a busy machine both have outliers.
+// Prints the longest of many polls while dumps run, and the longest dump. A poll may wait for one dump, not
+// for more. Both are wall times, and a busy machine lengthens either, so there is no limit.
 void pollWhileDumping(benchmark::State& state) {
   using Clock = std::chrono::steady_clock;
   using Us = std::chrono::duration<double, std::micro>;
@@ -161,11 +162,10 @@ void pollWhileDumping(benchmark::State& state) {
 }  // namespace
 
 void registerDumpBenches() {
-  registerComparison("dump/sixty_samples", 51, dumpBesideReadyNumbers);
-  registerComparison("dump/parsing", 101, parsingBesideDump);
-  const bool once = std::getenv("DIAG_BENCH_ONCE") != nullptr;
+  registerComparison("dump/sixty_samples", 51, dumpAgainstReadyNumbers);
+  registerComparison("dump/parsing", 101, parsingAgainstDump);
   benchmark::RegisterBenchmark("dump/poll_meanwhile", pollWhileDumping)
-      ->Iterations(once ? 10 : 2000)
+      ->Iterations(rounds(2000, 10))
       ->UseRealTime();
 }
 

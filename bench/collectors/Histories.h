@@ -9,7 +9,7 @@
 
 namespace bench {
 
-// The histories of 60 samples of every source of a device.
+// A manager whose seven histories hold 60 samples each, from a Device. Aborts if the manager cannot be built.
 struct Histories {
   static constexpr int kSamples = 60;
 
@@ -18,7 +18,7 @@ struct Histories {
     manager = Torv::OS::Diagnostics::SystemStateCollectorManager::makeDefaultManager(statistics, chargeFiles);
     unsetenv("TORV_DEVICE_ROOT");
     if (manager == nullptr) abort();
-    // The slower sources are sampled on every second poll.
+    // Some sources are sampled on every second poll only.
     for (int second = 0; second < 2 * kSamples; ++second) {
       device.advanceTo(second);
       manager->pollCollectors();

@@ -1,4 +1,5 @@
-// A bundle through a parcel beside copying its strings into a map, and the allocations of reading.
+// A bundle written to a parcel and read back, against copying its strings into a map; and the allocations of
+// reading values of fixed size.
 
 #include <limits>
 #include <memory>
@@ -14,6 +15,7 @@
 #include <binder/PersistableBundle.h>
 
 #include "support/Compare.h"
+#include "support/Limits.h"
 
 extern "C" void* __libc_malloc(size_t size);  // NOLINT(bugprone-reserved-identifier)
 
@@ -23,7 +25,7 @@ std::atomic<size_t> gAllocations{0};
 
 }  // namespace
 
-// In the place of the C library's, which operator new and Parcel end in.
+// Replaces the function of the C library, which operator new and Parcel call.
 extern "C" void* malloc(size_t size) {
   gAllocations.fetch_add(1, std::memory_order_relaxed);
   return __libc_malloc(size);
@@ -71,7 +73,7 @@ void thousandStrings(benchmark::State& state) {
     }
   }
   bench::compare(
-      state, 3,
+      state, 1.1,
       [&] {
         Parcel parcel;
         source.writeToParcel(&parcel);
@@ -106,10 +108,7 @@ void fixedSizeReads(benchmark::State& state) {
       benchmark::DoNotOptimize(parcel.readBool());
     }
   }
-  const auto allocations = static_cast<double>(gAllocations - before);
-  state.counters["allocations"] = allocations;
-  state.counters["at_most"] = 0;
-  if (allocations > 0) state.SetLabel("OVER");
+  bench::requireAtMost(state, "allocations", static_cast<double>(gAllocations - before), 0);
 }
 
 BENCHMARK(fixedSizeReads)->Name("4,000 reads of fixed size");
@@ -119,7 +118,5 @@ BENCHMARK(fixedSizeReads)->Name("4,000 reads of fixed size");
 int main(int argc, char** argv) {
   bench::pinToCore(0);
   bench::registerComparison("write and read a tree of 1,000 strings", 201, thousandStrings);
-  benchmark::Initialize(&argc, argv);
-  benchmark::RunSpecifiedBenchmarks();
-  return 0;
+  return bench::runAll(argc, argv);
 }

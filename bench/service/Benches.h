@@ -4,6 +4,6 @@ namespace servicebench {
 
 void registerTransactionBenches();
 void registerStepsBench();
-void registerIdleBenches();
+void registerMemoryBenches();
 
 }  // namespace servicebench

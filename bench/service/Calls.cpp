@@ -6,6 +6,8 @@
 #include <string>
 
 #include <sched.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <statsd/StatsEventWriter.h>
 #include <support/Compare.h>
@@ -19,7 +21,7 @@ using android::String16;
 using android::os::PersistableBundle;
 using fixture::IDiagnosticsCollectorService;
 
-constexpr int kOnePid = kFirstPid + kProcesses / 2;
+constexpr int kOnePid = kFirstPid;
 
 [[noreturn]] void fail(const char* what, int status) {
   fprintf(stderr, "service_bench: %s: %d\n", what, status);
@@ -46,29 +48,35 @@ void useAllCores() {
   if (sched_setaffinity(0, sizeof(all), &all) != 0) fail("sched_setaffinity", errno);
 }
 
-void publishStates() {
+void publishStates(int processes, int updates) {
   libstatsd::StatsEventWriter writer;
-  for (int i = 0; i < kProcesses * kKeys; ++i) {
-    const auto result = writer.publishApplicationState(kFirstPid + i / kKeys, keyName(i % kKeys), kValue);
+  for (int i = 0; i < updates * processes * kKeys; ++i) {
+    const int pid = kFirstPid + i / kKeys % processes;
+    // The writer gives up after 20 ms. A service under valgrind can take longer.
+    auto result = libstatsd::WriteResult::Lost;
+    for (int attempt = 0; attempt < 100 && result == libstatsd::WriteResult::Lost; ++attempt) {
+      result = writer.publishApplicationState(pid, keyName(i % kKeys), kValue);
+    }
     if (result != libstatsd::WriteResult::Sent) fail("publish", static_cast<int>(result));
   }
 }
 
-Scene::Scene() {
-  mDaemon.start();
-  publishStates();
-  mEcho = helper({"echo"});
-  fixture::eventually([] { return fixture::Daemon::binder("echo") != nullptr; });
-}
-
-std::unique_ptr<fixture::Process> Scene::helper(std::vector<std::string> arguments) const {
+std::unique_ptr<fixture::Process> startHelper(const fixture::Daemon& daemon,
+                                              std::vector<std::string> arguments) {
   arguments.insert(arguments.begin(), fixture::staged("service_bench_helper"));
-  fixture::ProcessOptions options = mDaemon.client(fixture::serviceUid());
-  options.output = mDaemon.dir().path("helper.log");
+  fixture::ProcessOptions options = daemon.client(fixture::serviceUid());
+  options.output = daemon.dir().path("helper.log");
   return std::make_unique<fixture::Process>(arguments, options);
 }
 
-Call Call::forOne(const char* service) {
+ServiceAndEcho::ServiceAndEcho() {
+  mDaemon.start();
+  publishStates();
+  mEcho = startHelper(mDaemon, {"echo"});
+  if (!fixture::eventually([] { return fixture::Daemon::binder("echo") != nullptr; })) fail("no echo", 0);
+}
+
+Call Call::oneProcess(const char* service) {
   const auto proxy = android::interface_cast<IDiagnosticsCollectorService>(fixture::Daemon::binder(service));
   return Call([proxy] {
     PersistableBundle process;
@@ -77,12 +85,21 @@ Call Call::forOne(const char* service) {
   });
 }
 
-Call Call::forAll(const char* service) {
+Call Call::allProcesses(const char* service) {
   const auto proxy = android::interface_cast<IDiagnosticsCollectorService>(fixture::Daemon::binder(service));
   return Call([proxy] {
     PersistableBundle all;
     const auto status = proxy->getAllAvailableApplicationStateData(&all);
     return status.isOk() && all.size() == kProcesses ? OK : android::FAILED_TRANSACTION;
+  });
+}
+
+Call Call::systemContext(const char* service) {
+  const auto proxy = android::interface_cast<IDiagnosticsCollectorService>(fixture::Daemon::binder(service));
+  return Call([proxy] {
+    PersistableBundle context;
+    const auto status = proxy->getSystemContextData(&context);
+    return status.isOk() && !context.empty() ? OK : android::FAILED_TRANSACTION;
   });
 }
 
@@ -94,13 +111,13 @@ Call Call::unread(uint32_t code) {
   });
 }
 
-Call Call::forBytes(size_t size) {
+Call Call::plainBytes(size_t size) {
   const auto binder = fixture::Daemon::binder("bytes");
   return Call([binder, size] {
     Parcel request;
     Parcel reply;
     request.writeInt32(static_cast<int32_t>(size));
-    // As long as a request of the service.
+    // Makes the request as long as a request to the service.
     request.writeInterfaceToken(IDiagnosticsCollectorService::descriptor);
     return binder->transact(1, request, &reply);
   });
@@ -133,8 +150,17 @@ double nowNs() {
   return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
 }
 
-int rounds(int full) {
-  return getenv("DIAG_BENCH_ONCE") != nullptr ? 1 : full;
+std::optional<int> runAsServiceUser(const std::string& program, int argc, char** argv) {
+  for (const char* needed : {"diagnostics_collector_service", "service_bench_helper"})
+    fixture::staged(needed);
+  if (getuid() != 0) return std::nullopt;
+  std::vector<std::string> arguments(argv, argv + argc);
+  arguments[0] = fixture::staged(program);
+  fixture::ProcessOptions options;
+  options.output = "";  // this program's own
+  fixture::Process process(arguments, options);
+  const int status = process.wait(std::chrono::hours(1)).value_or(-1);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
 }
 
 }  // namespace servicebench

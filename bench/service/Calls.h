@@ -1,4 +1,4 @@
-// What the benchmarks of the service share: the service with its data, the echo beside it, and timed calls.
+// What the benchmarks of the service share: the service with its states, the echo service, and timed calls.
 #pragma once
 
 #include <functional>
@@ -14,37 +14,44 @@
 
 namespace servicebench {
 
-// Pins this process, and those it starts from now on, to one core; or frees it for all.
+// Keeps this process, and those that it starts from now on, on the last core.
 void useOneCore();
+// Lets them use all cores again.
 void useAllCores();
 
-// Publishes 300 processes of 20 keys to the service of the current runtime directory.
-void publishStates();
+// Publishes the states of the first `processes` processes to the service of the current runtime directory,
+// each key `updates` times. Ends the program if a state cannot be sent.
+void publishStates(int processes = kProcesses, int updates = 1);
 
-// The daemon with those states, and the echo service in the same directory.
-class Scene {
+// Starts service_bench_helper with `arguments` as a client of `daemon`.
+std::unique_ptr<fixture::Process> startHelper(const fixture::Daemon& daemon,
+                                              std::vector<std::string> arguments);
+
+// A running daemon with the states of all processes, and the echo service in the same runtime directory.
+class ServiceAndEcho {
  public:
-  Scene();
+  ServiceAndEcho();
 
-  std::unique_ptr<fixture::Process> helper(std::vector<std::string> arguments) const;
+  const fixture::Daemon& daemon() const { return mDaemon; }
 
  private:
   fixture::Daemon mDaemon;
   std::unique_ptr<fixture::Process> mEcho;
 };
 
-// A call that can be made again and again, from any thread.
+// A call that can be repeated, from any thread.
 class Call {
  public:
-  // Through the real proxy to a service with the collector's interface: for one process, or for all.
-  static Call forOne(const char* service);
-  static Call forAll(const char* service);
-  // Transaction `code` of the service, without a proxy: the reply is not unpacked.
+  // These use the proxy, as clients do. `service` is the name of a service with the collector's interface.
+  static Call oneProcess(const char* service);
+  static Call allProcesses(const char* service);
+  static Call systemContext(const char* service);
+  // Sends transaction `code` to the service without the proxy and does not read the reply.
   static Call unread(uint32_t code);
-  // To the service "bytes", without a proxy: a reply of so many bytes that nobody reads.
-  static Call forBytes(size_t size);
+  // Asks the service "bytes" for a reply of `size` bytes and does not read it.
+  static Call plainBytes(size_t size);
 
-  // One round trip, in nanoseconds; a failed one ends the benchmark.
+  // Makes one round trip and returns its time in nanoseconds. Ends the program if the call fails.
   double timeNs() const;
 
  private:
@@ -53,15 +60,17 @@ class Call {
   std::function<android::status_t()> mCall;
 };
 
-// The size of what the service replies to transaction `code`.
+// Returns the size in bytes of the service's reply to transaction `code`.
 size_t replyBytes(uint32_t code);
 
-// Of sorted or unsorted times, the one below which `share` of them lie.
+// Returns the time that `share` (0 to 1) of the times do not exceed. `times` is not empty.
 double percentile(std::vector<double> times, double share);
 
+// Returns the monotonic clock's time.
 double nowNs();
 
-// A round's length, short where DIAG_BENCH_ONCE is set.
-int rounds(int full);
+// The service does not run as root. If root runs this program, runs a copy of it, and of the service and its
+// helper, as the service's user, and returns the copy's exit status. Returns nullopt for any other user.
+std::optional<int> runAsServiceUser(const std::string& program, int argc, char** argv);
 
 }  // namespace servicebench

@@ -1,4 +1,4 @@
-// What the service holds while it is measured.
+// The states that the service holds during the measurements.
 #pragma once
 
 #include <string>
@@ -7,7 +7,8 @@ namespace servicebench {
 
 inline constexpr int kProcesses = 300;
 inline constexpr int kKeys = 20;
-inline constexpr int kFirstPid = 1'000'000;  // no such processes; nobody looks for them within the first 30 s
+// No such processes exist. The service looks for them 30 s after its start, at its first clean-up.
+inline constexpr int kFirstPid = 1'000'000;
 inline constexpr char kValue[] = "a value of today";
 
 inline std::string keyName(int number) {

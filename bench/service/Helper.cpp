@@ -1,8 +1,13 @@
 // The other processes of the benchmarks.
 //
-//   service_bench_helper echo          two binder services: "echo" answers as the service would, with bundles
-//                                      that stand ready; "bytes" with as many bytes as the first word asks
-//                                      for
+//   service_bench_helper echo          serves two binder services: "echo" answers like the service, with
+//   bundles
+//                                      that were made before; "bytes" replies with as many bytes as the
+//                                      request asks for
+//   service_bench_helper histories     serves as the daemon does, but all seven histories are full from the
+//   start,
+//                                      and no periodic work changes them
+//   service_bench_helper poll N        fills seven histories and polls them N times more
 //   service_bench_helper publish N     publishes N states a second
 //   service_bench_helper churn WHAT    keeps the machine busy: memory, disk or cores
 
@@ -29,12 +34,19 @@
 #include <binder/ProcessState.h>
 #include <statsd/StatsEventWriter.h>
 
+#include <android/log.h>
+#include <osutils/ServiceHost.h>
+
 #include "Data.h"
+#include "collectors/Histories.h"
+#include "configuration/ConfigurationChain.h"
 #include "service/BundlePacking.h"
+#include "service/DiagnosticsCollectorService.h"
+#include "service/DiagnosticsNotificationService.h"
 
 namespace {
 
-// The bundle stands ready: what is left is the request, the parcel and the carrier.
+// Answers with a bundle made before, so a call costs only the request, the parcel and the carrier.
 class Echo : public android::BBinder {
  public:
   Echo() {
@@ -78,6 +90,29 @@ int echo() {
   if (manager->addService(android::String16("echo"), new Echo) != android::OK) return 1;
   android::ProcessState::self()->startThreadPool();
   android::IPCThreadState::self()->joinThreadPool();
+  return 0;
+}
+
+int serveHistories() {
+  using namespace Torv::OS::Diagnostics;
+  const auto configuration =
+      Torv::buildConfigurationChain();  // before Histories, which takes its device root away
+  bench::Histories histories;
+  const auto handler = std::make_shared<DiagnosticsCollectorServiceHandler>(
+      ApplicationStateManager::makeDefaultManager(),
+      std::make_unique<SystemContextManager>(configuration, std::move(histories.manager)));
+  const android::sp<android::IBinder> collector = new DiagnosticsCollectorService(handler);
+  const android::sp<android::IBinder> notification =
+      new DiagnosticsNotificationService(std::vector<std::shared_ptr<Observer>>{handler});
+  Torv::OS::ServiceHost host({{DiagnosticsCollectorService::kServiceName, collector},
+                              {DiagnosticsNotificationService::kServiceName, notification}});
+  host.startThreadPool();
+  return 0;
+}
+
+int poll(int times) {
+  const bench::Histories histories;
+  for (int i = 0; i < times; ++i) histories.manager->pollCollectors();
   return 0;
 }
 
@@ -127,9 +162,12 @@ int publish(int perSecond) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  __android_log_set_minimum_priority(ANDROID_LOG_WARN);
   const std::string mode = argc > 1 ? argv[1] : "";
   const std::string what = argc > 2 ? argv[2] : "";
   if (mode == "echo") return echo();
+  if (mode == "histories") return serveHistories();
+  if (mode == "poll") return poll(std::stoi(what));
   if (mode == "publish") return publish(std::stoi(what));
   if (what == "memory") churnMemory();
   if (what == "disk") churnDisk();

@@ -1,5 +1,5 @@
-// Where the time of transactions 1 and 2 goes: their steps one by one, in this process. What is left of a
-// round trip is the carrier and the client's reading.
+// The steps of transactions 1 and 2, each timed in this process. The rest of a round trip is the carrier and
+// the client's reading. And an event's notification, which is fetching alone.
 
 #include <functional>
 #include <optional>
@@ -8,7 +8,10 @@
 #include "Benches.h"
 #include "Calls.h"
 #include "service/BundlePacking.h"
+#include "service/DiagnosticsCollectorServiceHandler.h"
 #include "state/ApplicationStateManager.h"
+#include "support/Compare.h"
+#include "support/Limits.h"
 #include "telemetry/DiagnosticsCollectorTelemetry.h"
 
 namespace servicebench {
@@ -26,7 +29,7 @@ struct Step {
 
 double medianUs(const std::function<void()>& step) {
   std::vector<double> times;
-  for (int i = 0; i < rounds(500); ++i) {
+  for (int i = 0; i < bench::rounds(500); ++i) {
     const double start = nowNs();
     step();
     times.push_back(nowNs() - start);
@@ -34,7 +37,7 @@ double medianUs(const std::function<void()>& step) {
   return percentile(times, 0.5) / 1000;
 }
 
-// Times each step by itself.
+// Times each step alone.
 void timeSteps(benchmark::State& state, const std::vector<Step>& steps) {
   for (auto _ : state) {
     double totalUs = 0;
@@ -47,7 +50,7 @@ void timeSteps(benchmark::State& state, const std::vector<Step>& steps) {
   }
 }
 
-// A manager with the states of the benchmarks, over a statsd of this process.
+// A manager with the states of the benchmarks, and a statsd in this process that it gets atoms from.
 class Manager {
  public:
   Manager() : mRuntime("TORV_RUNTIME_DIR", mDir.path("runtime")) {
@@ -101,11 +104,50 @@ void allProcesses(benchmark::State& state) {
                      }}});
 }
 
+class NoReports : public LibstatsdWrapper {
+ public:
+  std::variant<std::vector<ApplicationState>, libstatsd::Error> fetchReports() override {
+    return std::vector<ApplicationState>();
+  }
+};
+
+// A handler without system context, whose black box holds `processes` processes.
+class Handler {
+ public:
+  explicit Handler(int processes) {
+    auto box = std::make_unique<BlackBox>();
+    for (int i = 0; i < processes * kKeys; ++i)
+      box->addProcessState(kFirstPid + i / kKeys, keyName(i % kKeys), i + 1, kValue);
+    auto states = std::make_unique<ApplicationStateManager>(
+        std::move(box), std::make_unique<StatsManager>(std::make_unique<NoReports>()), 60);
+    mHandler = std::make_unique<DiagnosticsCollectorServiceHandler>(std::move(states), nullptr);
+  }
+  DiagnosticsCollectorServiceHandler* operator->() { return mHandler.get(); }
+
+ private:
+  std::unique_ptr<DiagnosticsCollectorServiceHandler> mHandler;
+};
+
+// A notification must not cost more because the black box is full.
+void notification(benchmark::State& state) {
+  useOneCore();
+  Handler full(2000);
+  Handler empty(0);
+  constexpr int kEvents = 500;
+  const auto notify = [](Handler& handler) {
+    return [&handler] {
+      for (int i = 0; i < kEvents; ++i) handler->onEvent(0, std::nullopt);
+    };
+  };
+  bench::compare(state, 1.5, notify(full), notify(empty));
+}
+
 }  // namespace
 
 void registerStepsBench() {
   benchmark::RegisterBenchmark("one_process_steps", oneProcess)->Iterations(1)->UseManualTime();
   benchmark::RegisterBenchmark("all_processes_steps", allProcesses)->Iterations(1)->UseManualTime();
+  bench::registerComparison("notification_over_2000_processes", 101, notification);
 }
 
 }  // namespace servicebench

@@ -1,4 +1,4 @@
-// Round trips, beside an echo of the same reply size over the same carrier.
+// Round trips to the service, against those to an echo service over the same carrier.
 
 #include <algorithm>
 #include <atomic>
@@ -7,6 +7,8 @@
 
 #include "Benches.h"
 #include "Calls.h"
+#include "collectors/Histories.h"
+#include "support/Limits.h"
 
 namespace servicebench {
 namespace {
@@ -25,23 +27,21 @@ struct Limits {
   double p99;
 };
 
-// One iteration is a call to the service and one to the echo, which answers the same bundle ready made; then
-// the same without the client's reading: a bare transaction, and one for as many bytes that were never a
-// bundle. The limits are for the bundle's echo. Against the bytes, which nobody packs or reads, the ratio is
-// printed.
+// One iteration makes four calls: to the service; to the echo, which answers with the same bundle but has it
+// ready; to the service without reading the reply; and for a reply of as many bytes that are no bundle. The
+// limits are for the service against the echo. The ratio to the plain bytes, which nobody packs or reads, is
+// only printed.
 void compareCalls(benchmark::State& state, uint32_t code, Call (*to)(const char*), const Limits& atMost) {
   useOneCore();
-  const Scene scene;
+  const ServiceAndEcho servers;
   const size_t size = replyBytes(code);
-  const Call calls[] = {to(kService), to(kEcho), Call::unread(code), Call::forBytes(size)};
+  const Call calls[] = {to(kService), to(kEcho), Call::unread(code), Call::plainBytes(size)};
   std::vector<double> ns[std::size(calls)];
   for (auto _ : state) {
     for (size_t i = 0; i < std::size(calls); ++i) ns[i].push_back(calls[i].timeNs());
     state.SetIterationTime(ns[0].back() / 1e9);
   }
   const auto& [ours, echo, unread, bytes] = ns;
-  const double p50 = percentile(ours, 0.5) / percentile(echo, 0.5);
-  const double p99 = percentile(ours, 0.99) / percentile(echo, 0.99);
   state.counters["reply_bytes"] = static_cast<double>(size);
   state.counters["p50_us"] = us(percentile(ours, 0.5));
   state.counters["p99_us"] = us(percentile(ours, 0.99));
@@ -52,21 +52,42 @@ void compareCalls(benchmark::State& state, uint32_t code, Call (*to)(const char*
   state.counters["bytes_p50_us"] = us(percentile(bytes, 0.5));
   state.counters["ratio_to_bytes_p50"] = percentile(ours, 0.5) / percentile(bytes, 0.5);
   state.counters["ratio_to_bytes_p99"] = percentile(ours, 0.99) / percentile(bytes, 0.99);
-  state.counters["ratio_p50"] = p50;
-  state.counters["at_most_p50"] = atMost.p50;
-  state.counters["ratio_p99"] = p99;
-  state.counters["at_most_p99"] = atMost.p99;
-  if (p50 > atMost.p50 || p99 > atMost.p99) state.SetLabel("OVER");
+  bench::requireAtMost(state, "ratio_p50", percentile(ours, 0.5) / percentile(echo, 0.5), atMost.p50);
+  bench::requireAtMost(state, "ratio_p99", percentile(ours, 0.99) / percentile(echo, 0.99), atMost.p99);
 }
 
 void oneProcess(benchmark::State& state) {
-  compareCalls(state, IDiagnosticsCollectorService::kGetApplicationStateDataForProcess, &Call::forOne,
-               {2, 4});
+  compareCalls(state, IDiagnosticsCollectorService::kGetApplicationStateDataForProcess, &Call::oneProcess,
+               {1.8, 4});
 }
 
 void allProcesses(benchmark::State& state) {
-  compareCalls(state, IDiagnosticsCollectorService::kGetAllAvailableApplicationStateData, &Call::forAll,
-               {3, 4});
+  compareCalls(state, IDiagnosticsCollectorService::kGetAllAvailableApplicationStateData, &Call::allProcesses,
+               {2.5, 4});
+}
+
+// A system context with seven full histories, against making their reports in this process: what the service
+// adds is packing them, the carrier and the client's reading.
+void systemContext(benchmark::State& state) {
+  useOneCore();
+  fixture::Daemon daemon;
+  const auto service = startHelper(daemon, {"histories"});
+  if (!fixture::eventually([] { return fixture::Daemon::answers(); })) state.SkipWithError("no service");
+  const bench::Histories histories;
+  const Call call = Call::systemContext(kService);
+  std::vector<double> callNs;
+  std::vector<double> dumpNs;
+  for (auto _ : state) {
+    callNs.push_back(call.timeNs());
+    const double start = nowNs();
+    benchmark::DoNotOptimize(histories.manager->dumpSystemStateHistory());
+    dumpNs.push_back(nowNs() - start);
+    state.SetIterationTime(callNs.back() / 1e9);
+  }
+  state.counters["p50_us"] = us(percentile(callNs, 0.5));
+  state.counters["p99_us"] = us(percentile(callNs, 0.99));
+  state.counters["dump_p50_us"] = us(percentile(dumpNs, 0.5));
+  bench::requireAtMost(state, "ratio_p50", percentile(callNs, 0.5) / percentile(dumpNs, 0.5), 1.6);
 }
 
 struct Throughput {
@@ -74,7 +95,7 @@ struct Throughput {
   double longestNs = 0;
 };
 
-// `call` by 16 threads at once.
+// Makes `call` in 16 threads at the same time, again and again for `seconds`.
 Throughput throughput(const Call& call, double seconds) {
   constexpr int kThreads = 16;
   std::atomic<long> calls = 0;
@@ -96,14 +117,14 @@ Throughput throughput(const Call& call, double seconds) {
 void sixteenClients(benchmark::State& state) {
   constexpr double kAtLeast = 0.6;
   useOneCore();
-  const Scene scene;
-  const Call ours = Call::forOne(kService);
-  const Call echo = Call::forOne(kEcho);
+  const ServiceAndEcho servers;
+  const Call ours = Call::oneProcess(kService);
+  const Call echo = Call::oneProcess(kEcho);
   std::vector<double> ratios;
   double longestNs = 0;
   Throughput last;
-  const double seconds = rounds(2);
-  throughput(ours, seconds / 4);  // lets the pools of both grow to their size
+  const double seconds = bench::rounds(2);
+  throughput(ours, seconds / 4);  // the pools of both grow to their size
   throughput(echo, seconds / 4);
   for (auto _ : state) {
     last = throughput(ours, seconds);
@@ -113,27 +134,26 @@ void sixteenClients(benchmark::State& state) {
   }
   state.counters["calls_per_s"] = last.callsPerSecond;
   state.counters["longest_us"] = us(longestNs);
-  state.counters["ratio"] = percentile(ratios, 0.5);
-  state.counters["at_least"] = kAtLeast;
-  if (percentile(ratios, 0.5) < kAtLeast) state.SetLabel("UNDER");
+  bench::requireAtLeast(state, "ratio", percentile(ratios, 0.5), kAtLeast);
 }
 
-// One iteration is one call; a failed one would end the program.
-void underLoad(benchmark::State& state, const std::vector<std::vector<std::string>>& company) {
+// Times calls while other processes, one for each list of the helper's arguments, keep the machine or the
+// service busy. A failed call ends the program.
+void underLoad(benchmark::State& state, const std::vector<std::vector<std::string>>& loads) {
   useAllCores();
-  const Scene scene;
+  const ServiceAndEcho servers;
   std::vector<std::unique_ptr<fixture::Process>> others;
-  others.reserve(company.size());
-  for (const auto& arguments : company) others.push_back(scene.helper(arguments));
-  const Call call = Call::forOne(kService);
+  others.reserve(loads.size());
+  for (const auto& arguments : loads) others.push_back(startHelper(servers.daemon(), arguments));
+  const Call call = Call::oneProcess(kService);
   std::vector<double> times;
   for (auto _ : state) {
     times.push_back(call.timeNs());
     state.SetIterationTime(times.back() / 1e9);
-    usleep(2000);  // a reporter now and then, not a flood
+    usleep(2000);  // like a reporter that calls now and then
   }
   for (const auto& other : others) {
-    if (!other->running()) state.SkipWithError("a process that was to make the load has ended");
+    if (!other->running()) state.SkipWithError("a process that makes the load has ended");
   }
   state.counters["p50_us"] = us(percentile(times, 0.5));
   state.counters["p99_us"] = us(percentile(times, 0.99));
@@ -152,10 +172,11 @@ void whileTheMachineChurns(benchmark::State& state) {
 
 void registerTransactionBenches() {
   const auto add = [](const char* name, void (*body)(benchmark::State&), int iterations) {
-    benchmark::RegisterBenchmark(name, body)->Iterations(rounds(iterations))->UseManualTime();
+    benchmark::RegisterBenchmark(name, body)->Iterations(bench::rounds(iterations))->UseManualTime();
   };
   add("one_process_vs_echo", oneProcess, 5000);
   add("all_processes_vs_echo", allProcesses, 500);
+  add("system_context_vs_dump", systemContext, 301);
   add("sixteen_clients_vs_echo", sixteenClients, 5);
   add("one_process_at_5000_atoms_a_second", whileAtomsArrive, 3000);
   add("one_process_while_the_machine_churns", whileTheMachineChurns, 3000);

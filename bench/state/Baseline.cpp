@@ -7,7 +7,7 @@
 namespace bench {
 namespace {
 
-// Names such as applications choose, some too long for a string's own buffer.
+// Names as applications choose them. Some exceed the buffer inside std::string, so they allocate.
 const std::vector<std::string>& keys() {
   static const std::vector<std::string> all = [] {
     std::vector<std::string> names;

@@ -1,4 +1,4 @@
-// What the black box is measured against: plain maps of three values that do the same work.
+// The reference for the black box: plain maps that keep three values for each key and do the same work.
 #pragma once
 
 #include <array>
@@ -20,12 +20,12 @@ class Baseline {
     int64_t timestamp = INT64_MIN;
     std::string value;
   };
-  using History = std::array<Entry, 3>;  // oldest first; a place never filled has the least timestamp
+  using History = std::array<Entry, 3>;  // oldest first; an unused entry has the least timestamp
 
   std::unordered_map<int, std::unordered_map<std::string, History>> mProcesses;
 };
 
-// One update of the load that both sides take.
+// One update. The black box and the reference get the same ones.
 struct Update {
   int pid;
   const std::string* key;

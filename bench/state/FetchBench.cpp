@@ -1,4 +1,5 @@
-// A fetch of 10,000 atoms, from the report's bytes to the black box.
+// A fetch of 10,000 atoms from the report into the black box, against decoding the same atoms into plain
+// maps.
 #include <memory>
 #include <string>
 #include <utility>
@@ -44,9 +45,9 @@ void fetch(benchmark::State& state) {
     reports[0].back().atom.mutable_unknown_fields()->AddLengthDelimited(kApplicationStateAtomId,
                                                                         payloads.back());
   }
-  // Decoding consumes the reports: every iteration has its own, made before the clock runs.
+  // Decoding consumes a report, so each iteration gets its own, made before the clock starts.
   std::vector<std::unique_ptr<StatsManager>> feeds;
-  for (size_t i = 0; i < state.max_iterations; i++) {
+  for (benchmark::IterationCount i = 0; i < state.max_iterations; i++) {
     feeds.push_back(std::make_unique<StatsManager>(std::make_unique<GivenReports>(reports)));
   }
   bench::compare(

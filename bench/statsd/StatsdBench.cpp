@@ -1,5 +1,5 @@
-// How fast atoms are received, everything on one core: the receiver with decoding and storing beside a bare
-// loop over recvmmsg(2) that throws the same datagrams away.
+// Receiving, decoding and storing atoms, against a loop over recvmmsg(2) that drops the same datagrams. All
+// on one core.
 #include <array>
 #include <atomic>
 #include <cstdio>
@@ -18,6 +18,7 @@
 #include "runtime/SocketPath.h"
 #include "statsd/StatsEvent.h"
 #include "support/Compare.h"
+#include "support/Limits.h"
 
 namespace {
 
@@ -62,7 +63,7 @@ void sendAll(const unique_fd& fd) {
   }
 }
 
-// The limit: a thread that only receives, in batches as large as ours.
+// The reference: a thread that only receives, in batches as large as ours.
 class BareReceiver {
  public:
   BareReceiver() : mSocket(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
@@ -111,7 +112,8 @@ void receiveRate(benchmark::State& state) {
       state, 1.3,
       [&] {
         sendAll(atoms);
-        // Takes what is still in the socket, so all have been decoded and stored when it returns.
+        // The fetch first takes what is still in the socket, so every atom is decoded and stored when it
+        // returns.
         benchmark::DoNotOptimize(gStatsd->fetch(kKey));
       },
       [&] {
@@ -136,8 +138,7 @@ int main(int argc, char** argv) {
   gStatsd->configure(kKey, {{110010}, {"AID_APP"}});
 
   bench::registerComparison("5,000 atoms received, decoded and stored", kIterations, receiveRate);
-  benchmark::Initialize(&argc, argv);
-  benchmark::RunSpecifiedBenchmarks();
+  const int status = bench::runAll(argc, argv);
   std::filesystem::remove_all(gDirectory);
-  return 0;
+  return status;
 }

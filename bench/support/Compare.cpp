@@ -8,6 +8,8 @@
 
 #include <sched.h>
 
+#include "support/Limits.h"
+
 namespace bench {
 namespace {
 
@@ -33,25 +35,21 @@ double median(std::vector<double> values) {
 }  // namespace
 
 void compare(benchmark::State& state, double atMost, const std::function<void()>& ours,
-             const std::function<void()>& limit, Clock clock) {
+             const std::function<void()>& reference, Clock clock) {
   std::vector<double> oursNs;
-  std::vector<double> limitNs;
+  std::vector<double> referenceNs;
   for (auto _ : state) {
     oursNs.push_back(timeOf(ours, clock));
-    limitNs.push_back(timeOf(limit, clock));
+    referenceNs.push_back(timeOf(reference, clock));
     state.SetIterationTime(oursNs.back() / 1e9);
   }
-  const double ratio = median(oursNs) / median(limitNs);
   state.counters["median_ns"] = median(oursNs);
-  state.counters["limit_ns"] = median(limitNs);
-  state.counters["ratio"] = ratio;
-  state.counters["at_most"] = atMost;
-  if (ratio > atMost) state.SetLabel("OVER");
+  state.counters["reference_ns"] = median(referenceNs);
+  requireAtMost(state, "ratio", median(oursNs) / median(referenceNs), atMost);
 }
 
 void registerComparison(const char* name, int iterations, void (*body)(benchmark::State&)) {
-  const bool once = getenv("DIAG_BENCH_ONCE") != nullptr;
-  benchmark::RegisterBenchmark(name, body)->Iterations(once ? 1 : iterations)->UseManualTime();
+  benchmark::RegisterBenchmark(name, body)->Iterations(rounds(iterations))->UseManualTime();
 }
 
 void pinToCore(int core) {

@@ -18,7 +18,7 @@ std::filesystem::path directoryOf(pid_t pid) {
   return "/proc/" + std::to_string(pid);
 }
 
-// The number behind "name:" in a file of lines.
+// Returns the number after "name:" in a file of lines.
 long field(const std::filesystem::path& file, const std::string& name) {
   std::ifstream words(file);
   std::string word;
@@ -28,7 +28,7 @@ long field(const std::filesystem::path& file, const std::string& name) {
   return value;
 }
 
-// The sum of what `read` makes of each thread's directory.
+// Returns the sum of `read` over the directories of all threads.
 template <typename Read>
 auto sumOverThreads(pid_t pid, Read read) {
   decltype(read(std::filesystem::path())) sum = 0;

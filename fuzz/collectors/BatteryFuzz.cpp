@@ -5,8 +5,8 @@
 
 namespace {
 
-// scanf, over a copy that ends with a NUL. A NUL within the text ends the number like any other character,
-// but not the white space before it.
+// Reads the number with scanf. A NUL ends scanf's text, so after white space it means "no digits", like any
+// other character.
 std::optional<int64_t> scanNumber(const std::string& text) {
   if (text.find_first_not_of(" \t\n\v\f\r") == std::string::npos) return std::nullopt;
   long value = 0;

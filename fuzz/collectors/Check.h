@@ -1,4 +1,4 @@
-// Helpers of the targets of this folder.
+// Compares the parsers of the collectors with plain readings of the same text, by streams or scanf.
 #pragma once
 
 #include <cstddef>
@@ -10,14 +10,14 @@
 
 #include "TextScanner.h"
 
-// Ends the process, so that the fuzzer keeps the input, unless the two readings are the `same`.
+// Aborts, so that the fuzzer keeps the input, unless both readings are the `same`.
 inline void check(bool same, const char* what) {
   if (same) return;
   std::fprintf(stderr, "differs from the plain reading: %s\n", what);
   std::abort();
 }
 
-// Calls `compare` with each line of the input, found by the scanner and by a stream, which must agree.
+// Calls `compare` with each line as the scanner finds it and as a stream finds it. Aborts if they differ.
 template <typename Compare>
 void forEachLine(const uint8_t* data, size_t size, Compare compare) {
   const std::string text(reinterpret_cast<const char*>(data), size);

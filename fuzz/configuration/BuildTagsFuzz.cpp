@@ -5,7 +5,7 @@
 
 using Torv::OS::Diagnostics::SystemContextManager;
 
-// Every piece between commas must come out as it stands, and nothing else may.
+// Every flag and value that the parser returns must stand between two commas of the input, unchanged.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string tags(reinterpret_cast<const char*>(data), size);
   std::unordered_set<std::string> flags;

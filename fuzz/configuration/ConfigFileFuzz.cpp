@@ -1,5 +1,5 @@
-// A configuration file of any bytes: what the reader takes can be asked for anything, and both grammars agree
-// on what they both take.
+// A configuration file of any bytes. Every getter can be called for every member of a file that is accepted,
+// and a text that both grammars accept has the same value in both.
 #include <cstdint>
 #include <cstdlib>
 #include <memory>

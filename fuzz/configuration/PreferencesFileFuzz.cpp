@@ -1,4 +1,5 @@
-// A preferences file of any bytes: it is read or set aside, and storing a value loses no other.
+// A preferences file of any bytes. The store reads it or sets it aside, and storing one value keeps all
+// others.
 #include <cstdint>
 #include <cstdlib>
 
@@ -23,7 +24,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (before->empty() && access(path.c_str(), F_OK) != 0) return 0;  // set aside
   Json::Value expected = *before;
   expected["key"] = "value";
-  if (!file.update([](Json::Value& values) { values["key"] = "value"; }).ok()) return 0;  // passes a limit
+  if (!file.update([](Json::Value& values) { values["key"] = "value"; }).ok())
+    return 0;  // the file would exceed a limit
   const auto after = file.read();
   if (after == nullptr || *after != expected) abort();
   return 0;

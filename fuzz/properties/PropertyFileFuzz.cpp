@@ -1,5 +1,5 @@
-// A property file of any bytes: a look-up agrees with the whole list, and setting one property changes it and
-// no other.
+// A property file of any bytes. Looking one property up gives the value that the list of all has, and setting
+// one changes no other.
 #include <cstdint>
 #include <cstdlib>
 #include <string_view>

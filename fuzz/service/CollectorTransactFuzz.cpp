@@ -10,7 +10,7 @@ namespace {
 
 using namespace Torv::OS::Diagnostics;  // NOLINT(google-build-using-namespace): the service's own sources do
 
-// States of process 1, and of a namespace.
+// Returns a state of process 1 and a state of a namespace at the first fetch, and nothing later.
 class OneBatch : public LibstatsdWrapper {
  public:
   std::variant<std::vector<ApplicationState>, libstatsd::Error> fetchReports() override {

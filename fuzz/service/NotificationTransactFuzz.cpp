@@ -11,7 +11,7 @@ namespace {
 
 using namespace Torv::OS::Diagnostics;  // NOLINT(google-build-using-namespace): the service's own sources do
 
-// Aborts where an event gets through that is none.
+// Aborts if the service passes on a code that is no event.
 class StrictObserver : public Observer {
  public:
   void onEvent(int eventId, std::optional<std::unordered_map<std::string, std::string>> data) override {

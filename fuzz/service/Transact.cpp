@@ -17,7 +17,7 @@ void require(bool condition) {
   if (!condition) abort();
 }
 
-// Codes near those of the interface, those of every binder object, and the extremes.
+// Codes of the interface and next to them, codes of every binder object, and the largest.
 constexpr uint32_t kCodes[] = {0,
                                1,
                                2,

@@ -1,4 +1,4 @@
-// Sends what a fuzzer makes up to a binder object, as the binder would hand it over.
+// Sends a fuzzer's input to a binder object, as the binder library calls it.
 #pragma once
 
 #include <cstddef>
@@ -11,13 +11,14 @@
 
 namespace fuzz {
 
-// The first byte says whether the request begins with the interface's token and is one-way, the second what
-// code it has; the rest is its body. An answer that its client could not read aborts.
+// The first byte decides whether the request begins with the interface's token and whether the call is
+// one-way. The second chooses the code. The rest is the request's body. Aborts if the reply is one that a
+// client cannot read.
 void transact(android::BBinder& service, const uint8_t* data, size_t size);
 
 namespace Telemetry = Torv::OS::Diagnostics::Telemetry;
 
-// A `Base` whose reports to telemetry succeed and go nowhere.
+// A `Base` that drops its telemetry events and reports success.
 template <typename Base>
 class Silent : public Base {
  public:

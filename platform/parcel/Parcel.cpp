@@ -55,10 +55,6 @@ size_t Parcel::dataPosition() const {
   return mDataPos;
 }
 
-size_t Parcel::dataCapacity() const {
-  return mDataCapacity;
-}
-
 // New bytes are zero. The position stays within the data.
 status_t Parcel::setDataSize(size_t size) {
   if (const status_t status = setDataCapacity(size); status != OK) return status;

@@ -9,7 +9,7 @@ build_packages=(
   android-platform-frameworks-native-headers android-platform-system-core-headers
   libjsoncpp-dev libprotobuf-dev libfmt-dev libcli11-dev libncurses-dev libjs-dygraphs util-linux)
 test_packages=(libgtest-dev libgmock-dev clang checkpolicy m4 python3)
-bench_packages=(libbenchmark-dev)
+bench_packages=(libbenchmark-dev valgrind)
 check_packages=(clang clang-format clang-tidy libclang-rt-14-dev libc++-dev libc++abi-dev)
 
 say() { printf '\n\033[1m== %s\033[0m\n' "$*"; }

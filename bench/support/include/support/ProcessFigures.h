@@ -1,5 +1,5 @@
-// What /proc tells of a process. Where it tells nothing the program ends: a figure of 0 would pass every
-// limit.
+// Figures of a process from /proc. Each function ends the program if the figure is not there, because 0 would
+// pass every limit.
 #pragma once
 
 #include <cstdint>
@@ -8,13 +8,13 @@
 
 namespace bench {
 
-// The memory that it shares with nobody and has written to.
+// Returns the memory that the process has written to and shares with nobody.
 long privateDirtyKib(pid_t pid);
 
-// The processor time of all its threads so far, as the scheduler accounts for it.
+// Returns the processor time of all threads that the process has now, as the kernel's scheduler counts it.
 uint64_t processorNs(pid_t pid);
 
-// How often its threads have gone to sleep so far, and so woken up again.
+// Returns how often the threads that the process has now have gone to sleep, each time to be woken up again.
 long sleeps(pid_t pid);
 
 }  // namespace bench
