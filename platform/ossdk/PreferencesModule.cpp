@@ -1,7 +1,6 @@
 // The module's preferences: each manager is a view of the runtime directory's preferences file.
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -11,6 +10,7 @@
 
 #include "EntryPoint.h"
 #include "base/Json.h"
+#include "base/Mutex.h"
 #include "ossdkhost/PreferencesFile.h"
 #include "ossdkhost/PreferencesWatch.h"
 #include "runtime/RuntimeDirectory.h"
@@ -58,11 +58,11 @@ class PreferencesManager final : public v4::IPreferencesManager {
   v4::Status setBool(OSSDK::String key, bool value) override { return set(key, value); }
 
   v4::Status registerListener(v4::IPreferencesListener* listener, OSSDK::Array<OSSDK::String> keys) override {
-    std::lock_guard lock(mMutex);
+    const Torv::Base::LockGuard lock(mMutex);
     if (mWatch == nullptr) {
-      auto watch = std::make_unique<platform::PreferencesWatch>(mDirectory, mFile);
-      if (watch->error()) return refuse(*watch->error());
-      mWatch = std::move(watch);
+      auto watch = platform::PreferencesWatch::start(mDirectory, mFile);
+      if (!watch.ok()) return refuse(watch.error().message());
+      mWatch = *std::move(watch);
     }
     std::vector<std::string> names;
     for (const OSSDK::String& key : keys) names.emplace_back(key.view());
@@ -87,14 +87,14 @@ class PreferencesManager final : public v4::IPreferencesManager {
   }
 
   static v4::Status refuse(const std::string& problem) {
-    __android_log_write(ANDROID_LOG_ERROR, platform::PreferencesFile::kLogTag, problem.c_str());
+    __android_log_print(ANDROID_LOG_ERROR, platform::PreferencesFile::kLogTag, "%s", problem.c_str());
     return v4::kStoreError;
   }
 
   const std::string mDirectory;
   const std::shared_ptr<platform::PreferencesFile> mFile;
-  std::mutex mMutex;
-  std::unique_ptr<platform::PreferencesWatch> mWatch;  // guarded by mMutex; made with the first listener
+  Torv::Base::Mutex mMutex;
+  std::unique_ptr<platform::PreferencesWatch> mWatch GUARDED_BY(mMutex);  // started with the first listener
 };
 
 }  // namespace

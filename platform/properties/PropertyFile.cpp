@@ -66,15 +66,20 @@ std::string_view trimmed(std::string_view text) {
   return text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
-// Once for each thing to say; a file that is read at every query would repeat itself. The bound keeps a file
-// that is rewritten with ever new faults from filling the memory: past it the process says no more.
+struct LoggedMessages {
+  Torv::Base::Mutex mutex;
+  std::set<size_t> hashes GUARDED_BY(mutex);
+};
+
+// Logs each message once, because the file is read at every query. After 64 different ones the process logs
+// no more, so that a file that is rewritten with ever new faults does not fill the memory.
 void logOnce(const std::string& message) {
   constexpr size_t kMaxMessages = 64;
-  static std::mutex mutex;
-  static auto& said = *new std::set<size_t>();
+  static auto& logged = *new LoggedMessages();
   {
-    std::lock_guard lock(mutex);
-    if (said.size() >= kMaxMessages || !said.insert(std::hash<std::string>()(message)).second) return;
+    const Torv::Base::LockGuard lock(logged.mutex);
+    const bool isFull = logged.hashes.size() >= kMaxMessages;
+    if (isFull || !logged.hashes.insert(std::hash<std::string>()(message)).second) return;
   }
   __android_log_print(ANDROID_LOG_WARN, kLogTag, "%s", message.c_str());
 }

@@ -2,12 +2,12 @@
 
 #include <cstring>
 #include <functional>
-#include <mutex>
 #include <set>
 #include <string>
 
 #include <android/log.h>
 
+#include "base/Mutex.h"
 #include "properties/PropertyFile.h"
 
 struct prop_info {
@@ -20,12 +20,16 @@ namespace {
 
 constexpr char kLongValueText[] = "Must use __system_property_read_callback() to read";
 
-// One prop_info for each name that was ever found, kept for good: whoever found it may have kept it too.
+// One prop_info for each name that was ever found. Never destroyed, because callers may keep the pointers.
+struct KnownNames {
+  Torv::Base::Mutex mutex;
+  std::set<prop_info> names GUARDED_BY(mutex);
+};
+
 const prop_info* intern(const std::string& name) {
-  static std::mutex mutex;
-  static auto& known = *new std::set<prop_info>();
-  std::lock_guard lock(mutex);
-  return &*known.insert({name}).first;
+  static auto& known = *new KnownNames();
+  const Torv::Base::LockGuard lock(known.mutex);
+  return &*known.names.insert({name}).first;
 }
 
 uint32_t serialOf(const std::string& value) {

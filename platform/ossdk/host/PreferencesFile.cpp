@@ -2,46 +2,51 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <ctime>
 #include <map>
 #include <utility>
 
-#include <android-base/unique_fd.h>
 #include <android/log.h>
-#include <fcntl.h>
 #include <json/writer.h>
+#include <sys/stat.h>
 
+#include "base/Clock.h"
 #include "base/Files.h"
 #include "base/Json.h"
 #include "runtime/Files.h"
 
 namespace platform {
 
+using android::base::ErrnoError;
 using android::base::Error;
 using android::base::Result;
+using Torv::Base::LockGuard;
+using Torv::Base::toNanoseconds;
 
 namespace {
 
-const std::shared_ptr<const Json::Value>& noValues() {
-  static const auto values = std::make_shared<const Json::Value>(Json::objectValue);
-  return values;
-}
+struct Files {
+  Torv::Base::Mutex mutex;
+  std::map<std::string, std::shared_ptr<PreferencesFile>> byDirectory GUARDED_BY(mutex);
+};
 
-// File times advance with the kernel's tick, 10 ms at the longest: a file that was changed this recently may
+// File times advance with the kernel's tick, of 10 ms at most: a file that was changed this recently may
 // change again and look the same.
 bool isSettled(const timespec& changed) {
   constexpr int64_t kTickNs = 20'000'000;
   timespec now{};
   clock_gettime(CLOCK_REALTIME_COARSE, &now);
-  return (now.tv_sec - changed.tv_sec) * 1'000'000'000 + (now.tv_nsec - changed.tv_nsec) > kTickNs;
+  return toNanoseconds(now) - toNanoseconds(changed) > kTickNs;
 }
 
-bool sameTime(const timespec& a, const timespec& b) {
-  return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+Result<Json::Value> parseObject(const std::string& text) {
+  if (text.find_first_not_of(" \t\r\n") == std::string::npos) return Json::Value(Json::objectValue);
+  auto values = Torv::Base::parseJson(text);
+  if (values.ok() && !values->isObject()) return Error() << "not a JSON object";
+  return values;
 }
 
-// One member a line; bytes that are not UTF-8 stay as they are.
+// Returns one member a line. Bytes that are not UTF-8 stay as they are.
 std::string toText(const Json::Value& values) {
   Json::StreamWriterBuilder builder;
   builder["indentation"] = "  ";
@@ -51,31 +56,23 @@ std::string toText(const Json::Value& values) {
 
 }  // namespace
 
+// What the file holds. A missing file, and a damaged one, hold no values.
 struct PreferencesFile::Reading {
-  enum class Kind { Values, Missing, Damaged, Unreadable };
-
-  Kind kind = Kind::Unreadable;
   Json::Value values{Json::objectValue};
-  std::string problem;  // what is wrong with a damaged or unreadable file
-  Identity identity;
+  std::string damage;  // what is wrong with a damaged file, else empty
+  Identity identity{};
   bool settled = false;
 };
 
-PreferencesFile::Identity PreferencesFile::Identity::of(const struct stat& status) {
-  return {status.st_dev, status.st_ino, status.st_size, status.st_mtim, status.st_ctim};
-}
-
-bool PreferencesFile::Identity::operator==(const Identity& other) const {
-  return device == other.device && inode == other.inode && size == other.size &&
-         sameTime(modified, other.modified) && sameTime(changed, other.changed);
+PreferencesFile::Identity PreferencesFile::identityOf(const struct stat& status) {
+  return {static_cast<int64_t>(status.st_dev), static_cast<int64_t>(status.st_ino), status.st_size,
+          toNanoseconds(status.st_mtim), toNanoseconds(status.st_ctim)};
 }
 
 std::shared_ptr<PreferencesFile> PreferencesFile::of(const std::string& directory) {
-  static std::mutex mutex;
-  // Never destroyed: threads may look up until the process is gone.
-  static auto& files = *new std::map<std::string, std::shared_ptr<PreferencesFile>>();
-  std::lock_guard lock(mutex);
-  std::shared_ptr<PreferencesFile>& file = files[directory];
+  static auto& files = *new Files();  // never destroyed: threads look up until the process is gone
+  const LockGuard lock(files.mutex);
+  std::shared_ptr<PreferencesFile>& file = files.byDirectory[directory];
   if (file == nullptr) file = std::make_shared<PreferencesFile>(directory);
   return file;
 }
@@ -85,32 +82,25 @@ PreferencesFile::PreferencesFile(const std::string& directory)
 
 std::shared_ptr<const Json::Value> PreferencesFile::read() {
   struct stat status {};
-  if (stat(mPath.c_str(), &status) != 0) {
-    if (errno == ENOENT) {
-      mComplaint.clear();
-      return noValues();
-    }
+  if (stat(mPath.c_str(), &status) == 0) {
+    const LockGuard lock(mMutex);
+    if (mCached != nullptr && mCachedIdentity == identityOf(status)) return mCached;
+  }
+  Result<Reading> reading = readFile();
+  if (!reading.ok()) {
+    complain(reading.error().message());
+    return nullptr;
+  }
+  if (reading->damage.empty()) {
+    mComplaint.clear();
   } else {
-    std::lock_guard lock(mMutex);
-    if (mCached.values != nullptr && mCached.identity == Identity::of(status)) return mCached.values;
+    setAside(*reading);
   }
-  Reading reading = readFile();
-  switch (reading.kind) {
-    case Reading::Kind::Unreadable:
-      complain(mPath + ": " + reading.problem);
-      return nullptr;
-    case Reading::Kind::Damaged:
-      setAside(reading);
-      break;
-    case Reading::Kind::Values:
-    case Reading::Kind::Missing:
-      mComplaint.clear();
-      break;
-  }
-  auto values = std::make_shared<const Json::Value>(std::move(reading.values));
-  if (reading.settled) {
-    std::lock_guard lock(mMutex);
-    mCached = {reading.identity, values};
+  auto values = std::make_shared<const Json::Value>(std::move(reading->values));
+  if (reading->settled) {
+    const LockGuard lock(mMutex);
+    mCachedIdentity = reading->identity;
+    mCached = values;
   }
   return values;
 }
@@ -118,76 +108,62 @@ std::shared_ptr<const Json::Value> PreferencesFile::read() {
 Result<void> PreferencesFile::update(const std::function<void(Json::Value&)>& change) {
   auto lock = lockFile(mLockPath);
   if (!lock.ok()) return lock.error();
-  Reading reading = readFile();
-  if (reading.kind == Reading::Kind::Unreadable) return Error() << mPath << ": " << reading.problem;
-  if (reading.kind == Reading::Kind::Damaged) setAsideLocked(reading);
-  change(reading.values);
-  const std::string text = toText(reading.values);
-  const auto reread = Torv::Base::parseJson(text);
-  if (!reread.ok()) return Error() << mPath << " would be " << reread.error().message();
+  Result<Reading> reading = readFile();
+  if (!reading.ok()) return reading.error();
+  if (!reading->damage.empty()) setAsideLocked(*reading);
+  change(reading->values);
+  const std::string text = toText(reading->values);
+  if (const auto reread = parseObject(text); !reread.ok()) {
+    return Error() << mPath << " would be " << reread.error().message();
+  }
   return replaceFile(mPath, text);
 }
 
-PreferencesFile::Reading PreferencesFile::readFile() const {
+Result<PreferencesFile::Reading> PreferencesFile::readFile() const {
   Reading reading;
-  // Not to wait for a writer where somebody has put a named pipe here.
-  const android::base::unique_fd fd(open(mPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  auto fd = Torv::Base::openForReading(mPath);
+  if (!fd.ok() && fd.error().code() == ENOENT) return reading;
+  if (!fd.ok()) return fd.error();
   struct stat status {};
-  if (!fd.ok() || fstat(fd.get(), &status) != 0) {
-    reading.kind = errno == ENOENT ? Reading::Kind::Missing : Reading::Kind::Unreadable;
-    reading.problem = strerror(errno);
-    return reading;
-  }
-  if (!S_ISREG(status.st_mode)) {
-    reading.problem = "not a regular file";
-    return reading;
-  }
-  reading.identity = Identity::of(status);
+  if (fstat(fd->get(), &status) != 0) return ErrnoError() << "cannot look at " << mPath;
+  reading.identity = identityOf(status);
   reading.settled = isSettled(status.st_ctim);
-  const auto text = Torv::Base::readToEnd(fd.get(), Torv::Base::kMaxJsonBytes);
-  if (!text.ok()) {
-    if (text.error().code() == EFBIG) reading.kind = Reading::Kind::Damaged;
-    reading.problem = text.error().message();
-    return reading;
-  }
-  reading.kind = Reading::Kind::Values;
-  if (text->find_first_not_of(" \t\r\n") == std::string::npos) return reading;
-  auto values = Torv::Base::parseJson(*text);
-  if (values.ok() && values->isObject()) {
-    reading.values = std::move(*values);
+  const auto text = Torv::Base::readToEnd(fd->get(), Torv::Base::kMaxJsonBytes);
+  if (!text.ok() && text.error().code() != EFBIG) return Error() << mPath << ": " << text.error();
+  auto values = text.ok() ? parseObject(*text) : Result<Json::Value>(Error() << text.error().message());
+  if (values.ok()) {
+    reading.values = *std::move(values);
   } else {
-    reading.kind = Reading::Kind::Damaged;
-    reading.problem = values.ok() ? "not a JSON object" : values.error().message();
+    reading.damage = values.error().message();
   }
   return reading;
 }
 
 void PreferencesFile::setAside(const Reading& damaged) {
-  // A reader does not wait: whoever holds the lock is about to replace the file.
-  auto lock = tryLockFile(mLockPath);
+  // A reader does not wait: if another process holds the lock, that one is about to replace the file.
+  const auto lock = tryLockFile(mLockPath);
   if (lock.ok()) {
     setAsideLocked(damaged);
   } else {
-    complain(mPath + " is damaged (" + damaged.problem +
+    complain(mPath + " is damaged (" + damaged.damage +
              ") and cannot be set aside: " + lock.error().message());
   }
 }
 
 void PreferencesFile::setAsideLocked(const Reading& damaged) {
   struct stat status {};
-  // Somebody has put another file in its place, or has set it aside already.
-  if (stat(mPath.c_str(), &status) != 0 || !(Identity::of(status) == damaged.identity)) return;
+  // Another process may have set it aside already, or put another file in its place.
+  if (stat(mPath.c_str(), &status) != 0 || identityOf(status) != damaged.identity) return;
   const std::string aside = mPath + ".corrupt";
-  const std::string what = mPath + " is damaged (" + damaged.problem + ") and ";
-  if (rename(mPath.c_str(), aside.c_str()) == 0) {
-    __android_log_write(ANDROID_LOG_ERROR, kLogTag, (what + "was set aside as " + aside).c_str());
-  } else {
-    complain(what + "cannot be set aside: " + strerror(errno));
-  }
+  const bool isAside = rename(mPath.c_str(), aside.c_str()) == 0;
+  complain(mPath + " is damaged (" + damaged.damage + ") and " +
+           (isAside ? "was set aside as " + aside : "cannot be set aside: " + ErrnoError().str()));
 }
 
 void PreferencesFile::complain(const std::string& message) {
-  if (mComplaint.isNew(message)) __android_log_write(ANDROID_LOG_ERROR, kLogTag, message.c_str());
+  if (mComplaint.isNew(message)) {
+    __android_log_print(ANDROID_LOG_ERROR, kLogTag, "%s", message.c_str());
+  }
 }
 
 }  // namespace platform

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
-#include <cstring>
 #include <iterator>
 #include <string_view>
 #include <utility>
@@ -17,6 +16,10 @@
 #include "base/Json.h"
 
 namespace platform {
+
+using android::base::unique_fd;
+using Torv::Base::LockGuard;
+
 namespace {
 
 class KeyList : public OSSDK::Utils::IListString {
@@ -32,7 +35,7 @@ class KeyList : public OSSDK::Utils::IListString {
   const std::vector<std::string>& mKeys;
 };
 
-// Those of `keys` whose values differ between the two objects, in the order of `keys`.
+// Returns those of `keys` whose values differ between the two objects, in the order of `keys`.
 std::vector<std::string> changedKeys(const std::vector<std::string>& keys, const Json::Value& before,
                                      const Json::Value& after) {
   std::vector<std::string> changed;
@@ -47,25 +50,29 @@ std::vector<std::string> changedKeys(const std::vector<std::string>& keys, const
 
 }  // namespace
 
-PreferencesWatch::PreferencesWatch(const std::string& directory, std::shared_ptr<PreferencesFile> file)
-    : mFile(std::move(file)),
-      mInotify(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)),
-      mWakeUp(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-  // A file that is replaced, written in place, or taken away; the directory itself taken away.
+android::base::Result<std::unique_ptr<PreferencesWatch>> PreferencesWatch::start(
+    const std::string& directory, std::shared_ptr<PreferencesFile> file) {
+  // The file is replaced, written in place, or removed; IN_IGNORED, which always comes, reports the removal
+  // of the directory.
   constexpr uint32_t kEvents = IN_MOVED_TO | IN_MOVED_FROM | IN_CLOSE_WRITE | IN_DELETE | IN_ONLYDIR;
-  if (!mInotify.ok() || !mWakeUp.ok() || inotify_add_watch(mInotify.get(), directory.c_str(), kEvents) < 0) {
-    mError = "cannot watch " + directory + ": " + strerror(errno);
-    return;
+  unique_fd inotify(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+  unique_fd wakeUp(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  if (!inotify.ok() || !wakeUp.ok() || inotify_add_watch(inotify.get(), directory.c_str(), kEvents) < 0) {
+    return android::base::ErrnoError() << "cannot watch " << directory;
   }
-  mSeen = mFile->read();
+  return std::unique_ptr<PreferencesWatch>(
+      new PreferencesWatch(std::move(file), std::move(inotify), std::move(wakeUp)));
+}
+
+PreferencesWatch::PreferencesWatch(std::shared_ptr<PreferencesFile> file, unique_fd inotify, unique_fd wakeUp)
+    : mFile(std::move(file)), mInotify(std::move(inotify)), mWakeUp(std::move(wakeUp)), mSeen(mFile->read()) {
   mThread = std::thread([this] { run(); });
   pthread_setname_np(mThread.native_handle(), "OsSdkPrefs");
 }
 
 PreferencesWatch::~PreferencesWatch() {
-  if (!mThread.joinable()) return;
   {
-    std::lock_guard lock(mMutex);
+    const LockGuard lock(mMutex);
     mStopping = true;
   }
   eventfd_write(mWakeUp.get(), 1);
@@ -74,7 +81,7 @@ PreferencesWatch::~PreferencesWatch() {
 
 void PreferencesWatch::add(IPreferencesListener* listener, std::vector<std::string> keys) {
   {
-    std::lock_guard lock(mMutex);
+    const LockGuard lock(mMutex);
     mRegistrations.push_back({listener, std::move(keys)});
   }
   eventfd_write(mWakeUp.get(), 1);
@@ -88,7 +95,7 @@ void PreferencesWatch::run() {
     eventfd_t ignored = 0;
     eventfd_read(mWakeUp.get(), &ignored);
     {
-      std::lock_guard lock(mMutex);
+      const LockGuard lock(mMutex);
       if (mStopping) return;
     }
     tellConnected();
@@ -119,7 +126,7 @@ PreferencesWatch::Events PreferencesWatch::takeEvents() {
 void PreferencesWatch::tellConnected() {
   std::vector<IPreferencesListener*> newcomers;
   {
-    std::lock_guard lock(mMutex);
+    const LockGuard lock(mMutex);
     for (Registration& registration : mRegistrations) {
       if (!std::exchange(registration.connected, true)) newcomers.push_back(registration.listener);
     }
@@ -129,14 +136,9 @@ void PreferencesWatch::tellConnected() {
 
 void PreferencesWatch::tellChanges() {
   const std::shared_ptr<const Json::Value> current = mFile->read();
-  if (current == nullptr || mSeen == current) return;  // unreadable for now: what was seen still stands
-  std::vector<Registration> registrations;
-  {
-    std::lock_guard lock(mMutex);
-    registrations = mRegistrations;
-  }
+  if (current == nullptr || mSeen == current) return;  // if it is unreadable for now, nothing has changed
   const Json::Value none(Json::objectValue);
-  for (const Registration& registration : registrations) {
+  for (const Registration& registration : registrations()) {
     const std::vector<std::string> changed =
         changedKeys(registration.keys, mSeen != nullptr ? *mSeen : none, *current);
     if (changed.empty()) continue;
@@ -146,13 +148,14 @@ void PreferencesWatch::tellChanges() {
   mSeen = current;
 }
 
+// A copy, because listeners are called without the lock.
+std::vector<PreferencesWatch::Registration> PreferencesWatch::registrations() {
+  const LockGuard lock(mMutex);
+  return mRegistrations;
+}
+
 void PreferencesWatch::tellDisconnected() {
-  std::vector<Registration> registrations;
-  {
-    std::lock_guard lock(mMutex);
-    registrations = mRegistrations;
-  }
-  for (const Registration& registration : registrations) registration.listener->onDisconnected();
+  for (const Registration& registration : registrations()) registration.listener->onDisconnected();
 }
 
 }  // namespace platform

@@ -13,6 +13,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/Clock.h"
 #include "runtime/Files.h"
 
 namespace platform {
@@ -20,14 +21,14 @@ namespace {
 
 constexpr char kTag[] = "OsSdkTelemetry";
 
-// A look at the path costs more than the write. That the file has grown to be rotated the open file says
-// itself; that an outsider has renamed or removed it goes unnoticed for this long.
+// stat(path) costs more than the write, so it is done this often only. The size comes from the open file;
+// that another process has renamed or removed the file is noticed after this time.
 constexpr int64_t kLookEveryMs = 50;
 
 int64_t nowMs() {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-  return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+  return Torv::Base::toMilliseconds(now);
 }
 
 std::string pathIn(const std::string& directory) {
@@ -41,10 +42,9 @@ struct TelemetryLog::File {
   android::base::unique_fd fd;
   dev_t device = 0;
   ino_t inode = 0;
-  std::atomic<bool> torn = false;      // its last line is a part of one
-  std::atomic<int64_t> seenAtPath{0};  // when it last was, in nowMs()
+  std::atomic<bool> torn = false;      // only a part of its last line was written
+  std::atomic<int64_t> seenAtPath{0};  // the last time, by nowMs(), when the path led to this file
 
-  // Whether a look at the path can be spared.
   bool isRecent() const { return nowMs() - seenAtPath < kLookEveryMs; }
 };
 
@@ -63,7 +63,7 @@ bool TelemetryLog::append(const std::string& directory, const std::string& line,
   std::string_view text = line;
   std::string apart;
   if (file->torn.exchange(false)) {
-    // The rest of a disk that was full must not swallow the first line after it.
+    // The first line after a full disk must not continue the torn one.
     apart = "\n" + line;
     text = apart;
   }
@@ -77,11 +77,12 @@ bool TelemetryLog::append(const std::string& directory, const std::string& line,
   return !flush || fdatasync(file->fd.get()) == 0;
 }
 
-// The file that is at its path now, opened anew only where it is another one than last time.
+// Returns the file that is at its path now, and opens it only if it is another one than last time. Returns
+// null and sets errno if that fails.
 std::shared_ptr<TelemetryLog::File> TelemetryLog::fileIn(const std::string& directory, size_t* sizeBytes) {
   std::shared_ptr<File> file;
   {
-    std::lock_guard lock(mMutex);
+    const Torv::Base::LockGuard lock(mMutex);
     if (mFile != nullptr && mFile->directory == directory) file = mFile;
   }
   if (file != nullptr && file->isRecent()) {
@@ -96,7 +97,7 @@ std::shared_ptr<TelemetryLog::File> TelemetryLog::fileIn(const std::string& dire
     return file;
   }
   file = open(directory);
-  std::lock_guard lock(mMutex);
+  const Torv::Base::LockGuard lock(mMutex);
   mFile = file;
   return file;
 }
@@ -126,14 +127,18 @@ void TelemetryLog::rotate(const std::string& directory, size_t lineBytes) {
   if (stat(path.c_str(), &status) != 0) return;
   if (static_cast<size_t>(status.st_size) + lineBytes <= kMaxBytes) return;
   if (!lock.ok()) {
-    if (lock.error().code() != EWOULDBLOCK) complain(lock.error().message());
+    ++mRotationsPutOff;
+    complain("cannot rotate " + path + " now: " + lock.error().message());
   } else if (rename(path.c_str(), (path + ".1").c_str()) != 0) {
     complain("cannot rotate " + path + ": " + strerror(errno));
+  } else if (const uint64_t putOff = mRotationsPutOff.exchange(0); putOff != 0) {
+    __android_log_print(ANDROID_LOG_WARN, kTag, "rotated %s, which others had put off %llu times",
+                        path.c_str(), static_cast<unsigned long long>(putOff));
   }
 }
 
 void TelemetryLog::complain(const std::string& message) {
-  if (mComplaint.isNew(message)) __android_log_write(ANDROID_LOG_ERROR, kTag, message.c_str());
+  if (mComplaint.isNew(message)) __android_log_print(ANDROID_LOG_ERROR, kTag, "%s", message.c_str());
 }
 
 }  // namespace platform

@@ -1,27 +1,27 @@
 #pragma once
 
-#include <mutex>
 #include <string>
+#include <utility>
+
+#include "base/Mutex.h"
 
 namespace platform {
 
-// Lets a message through when it differs from the one before it, so that a fault which every look-up or
-// event runs into is told once. Thread-safe.
+// Lets a message through if it differs from the one before it, so that a fault that every look-up or event
+// runs into is logged once. Thread-safe.
 class RepeatedMessage {
  public:
   bool isNew(const std::string& message) {
-    std::lock_guard lock(mMutex);
-    if (message == mLast) return false;
-    mLast = message;
-    return true;
+    const Torv::Base::LockGuard lock(mMutex);
+    return std::exchange(mLast, message) != message;
   }
 
-  // The fault is over: its next occurrence is news again.
+  // Call it when the fault is over: its next occurrence is new again.
   void clear() { (void)isNew(""); }
 
  private:
-  std::mutex mMutex;
-  std::string mLast;
+  Torv::Base::Mutex mMutex;
+  std::string mLast GUARDED_BY(mMutex);
 };
 
 }  // namespace platform
