@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "ProtoAppend.h"
+#include "ProtoWriter.h"
 #include "StatsEventFormat.h"
 
 namespace libstatsd {
@@ -57,19 +57,24 @@ enum class Annotation : uint8_t {
 
 class EventDecoder {
  public:
-  EventDecoder(std::string_view bytes, DecodedEvent* event) : mCursor(bytes), mEvent(*event) {}
+  EventDecoder(std::string_view bytes, DecodedEvent* event)
+      : mCursor(bytes), mEvent(*event), mFields(event->fields, maxFieldBytes(bytes.size())) {}
 
   DecodeResult decode() {
-    mEvent.fields.clear();
     const int fieldCount = decodeHead();
     for (int position = 1; position <= fieldCount && mCursor.ok() && !mWriterError; position++) {
       decodeField(position);
     }
+    mFields.finish();
     if (!mCursor.ok() || !mCursor.atEnd()) return DecodeResult::Malformed;
     return mWriterError ? DecodeResult::WriterError : DecodeResult::Decoded;
   }
 
  private:
+  // No element takes more than twice its bytes as a field: a bool takes 2 as an element and at most 4 as a
+  // field. The constant is for the element that turns out to be cut, which is written as zero.
+  static size_t maxFieldBytes(size_t eventBytes) { return 2 * eventBytes + 64; }
+
   // What the annotations of a field are checked against.
   enum class LastValue { None, Integer, Other };
 
@@ -110,31 +115,31 @@ class EventDecoder {
         mWriterError = true;
         return;
       default:
-        decodeScalar(type, position, mEvent.fields);
+        decodeScalar(type, position);
     }
     skipAnnotations(annotationsOf(head), type == ElementType::AttributionChain);
   }
 
-  void decodeScalar(ElementType type, int field, std::string& out) {
+  void decodeScalar(ElementType type, int field) {
     mLast = LastValue::Other;
     switch (type) {
       case ElementType::Int32:
-        appendInt32(out, field, mCursor.take<int32_t>());
+        mFields.putInt32(field, mCursor.take<int32_t>());
         mLast = LastValue::Integer;
         break;
       case ElementType::Bool:
-        appendInt32(out, field, mCursor.take<uint8_t>());
+        mFields.putInt32(field, mCursor.take<uint8_t>());
         mLast = LastValue::Integer;
         break;
       case ElementType::Int64:
-        appendInt64(out, field, mCursor.take<int64_t>());
+        mFields.putInt64(field, mCursor.take<int64_t>());
         break;
       case ElementType::Float:
-        appendFloat(out, field, mCursor.take<float>());
+        mFields.putFloat(field, mCursor.take<float>());
         break;
       case ElementType::String:
       case ElementType::ByteArray:
-        appendBytes(out, field, mCursor.takeString());
+        mFields.putBytes(field, mCursor.takeString());
         break;
       default:
         mCursor.fail();
@@ -145,13 +150,13 @@ class EventDecoder {
   void decodeKeyValuePairs(int position) {
     const int pairs = mCursor.take<uint8_t>();
     for (int i = 0; i < pairs && mCursor.ok(); i++) {
-      mNested.clear();
-      appendInt32(mNested, 1, mCursor.take<int32_t>());
+      char* const pair = mFields.beginMessage();
+      mFields.putInt32(1, mCursor.take<int32_t>());
       const auto type = static_cast<ElementType>(mCursor.take<uint8_t>());
       const int valueField = fieldOfPairValue(type);
       if (valueField == 0) return mCursor.fail();
-      decodeScalar(type, valueField, mNested);
-      appendBytes(mEvent.fields, position, mNested);
+      decodeScalar(type, valueField);
+      mFields.endMessage(position, pair);
     }
   }
 
@@ -174,10 +179,10 @@ class EventDecoder {
   void decodeAttributionChain(int position) {
     const int nodes = mCursor.take<uint8_t>();
     for (int i = 0; i < nodes && mCursor.ok(); i++) {
-      mNested.clear();
-      appendInt32(mNested, 1, mCursor.take<int32_t>());
-      appendBytes(mNested, 2, mCursor.takeString());
-      appendBytes(mEvent.fields, position, mNested);
+      char* const node = mFields.beginMessage();
+      mFields.putInt32(1, mCursor.take<int32_t>());
+      mFields.putBytes(2, mCursor.takeString());
+      mFields.endMessage(position, node);
       mLast = LastValue::Other;
     }
   }
@@ -217,9 +222,9 @@ class EventDecoder {
 
   Cursor mCursor;
   DecodedEvent& mEvent;
+  ProtoWriter mFields;
   LastValue mLast = LastValue::None;
   bool mWriterError = false;
-  std::string mNested;
 };
 
 }  // namespace

@@ -1,7 +1,12 @@
 // What goes wrong around the service, and what it does then.
 
+#include <chrono>
+#include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <signal.h>
 #include <sys/stat.h>
@@ -75,6 +80,34 @@ TEST(FaultsTest, aSecondServiceLeavesTheFirstAlone) {
   expectNoFeed(test::readFile(options.output));
   EXPECT_TRUE(fixture::publish(getpid(), "after", "heard"));
   EXPECT_EQ(statusOf(daemon, "after"), "heard");
+}
+
+// TORV_START_ROUNDS=200 looks longer. The gap between the two starts goes from 0 to 8 ms.
+TEST(FaultsTest, ofTwoServicesStartedAtOnceOneServesAndTheOtherEnds) {
+  const char* wanted = getenv("TORV_START_ROUNDS");
+  const int rounds = wanted != nullptr ? std::stoi(wanted) : 9;
+  for (int round = 0; round < rounds; ++round) {
+    Daemon daemon;
+    ProcessOptions options;
+    std::vector<std::unique_ptr<Process>> services;
+    for (const char* log : {"first.log", "second.log"}) {
+      options.output = daemon.dir().path(log);
+      const std::vector<std::string> program{staged("diagnostics_collector_service")};
+      services.push_back(std::make_unique<Process>(program, options));
+      std::this_thread::sleep_for(std::chrono::milliseconds(round % 9));
+    }
+    const auto running = [&] { return services[0]->running() + services[1]->running(); };
+    ASSERT_TRUE(fixture::eventually([&] { return running() < 2; })) << "both run, in round " << round;
+    ASSERT_TRUE(fixture::eventually([&] { return running() == 0 || Daemon::answers(); }))
+        << "round " << round;
+    ASSERT_EQ(running(), 1) << "round " << round << test::readFile(daemon.dir().path("first.log"))
+                            << test::readFile(daemon.dir().path("second.log"));
+    const bool firstServes = services[0]->running();
+    EXPECT_TRUE(aborted(services[firstServes ? 1 : 0]->wait().value_or(0)));
+    expectNoFeed(test::readFile(daemon.dir().path(firstServes ? "second.log" : "first.log")));
+    EXPECT_TRUE(fixture::publish(getpid(), "after", "heard"));
+    EXPECT_EQ(statusOf(daemon, "after"), "heard") << "round " << round;
+  }
 }
 
 TEST(FaultsTest, aServiceStartedAgainServesOldClientsAndPublishers) {

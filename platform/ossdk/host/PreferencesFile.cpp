@@ -8,7 +8,6 @@
 
 #include <android/log.h>
 #include <json/writer.h>
-#include <sys/stat.h>
 
 #include "base/Clock.h"
 #include "base/Files.h"

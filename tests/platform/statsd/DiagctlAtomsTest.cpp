@@ -1,7 +1,6 @@
 // Atoms and properties from the command line: the real diagctl, and the collection of this process.
 #include <osutils/Properties.h>
 
-#include "ProtoAppend.h"
 #include "StatsdFixture.h"
 
 namespace libstatsd {
@@ -28,8 +27,7 @@ TEST_F(DiagctlAtomsTest, pushedAtomsArriveFieldForField) {
   EXPECT_EQ(diagctl({"push-session", "s-1", "u-2"}).exitCode(), 0);
   EXPECT_THAT(diagctl({"status", "--json"}).output, HasSubstr("\"held\" : 3"));
 
-  std::string pidOfTheShell;
-  appendInt32(pidOfTheShell, 1, getpid());
+  const std::string pidOfTheShell = pidField(getpid());
   std::vector<std::string> payloads;
   for (const AtomReport& atom : fetch()) payloads.push_back(payloadOf(atom));
   EXPECT_THAT(payloads, ElementsAre(bytes("08 d209 12 06 73637265656e 1a 04 686f6d65"),

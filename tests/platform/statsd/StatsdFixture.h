@@ -32,6 +32,13 @@ inline std::string bytes(std::string hex) {
   return out;
 }
 
+// The field 1 of a state atom.
+inline std::string pidField(pid_t pid) {
+  std::string field = "\x08";
+  for (; pid >= 0x80; pid >>= 7) field += static_cast<char>(pid | 0x80);
+  return field + static_cast<char>(pid);
+}
+
 inline std::string payloadOf(const AtomReport& report) {
   return std::string(Torv::OS::Telemetry::parseAtom(report.atom).payload);
 }

@@ -9,7 +9,6 @@
 #include <statsd/diagnostics_publisher.h>
 #include <sys/socket.h>
 
-#include "ProtoAppend.h"
 #include "StatsdFixture.h"
 #include "runtime/SocketPath.h"
 #include "support/LogCapture.h"
@@ -66,9 +65,7 @@ TEST_F(StatsdTest, cProgramsPublishAndLearnWhyNothingWasPublished) {
   EXPECT_EQ(diagnostics_publish_session("s", "u"), 0);
   const Report report = fetch();
   ASSERT_EQ(report.size(), 2U);
-  std::string ownState;
-  appendInt32(ownState, 1, getpid());
-  EXPECT_EQ(payloadOf(report[0]), ownState + bytes("12 01 6b 1a 01 76"));
+  EXPECT_EQ(payloadOf(report[0]), pidField(getpid()) + bytes("12 01 6b 1a 01 76"));
   EXPECT_EQ(payloadOf(report[1]), bytes("0a 01 73 12 01 75"));
 }
 

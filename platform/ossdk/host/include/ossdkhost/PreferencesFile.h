@@ -8,6 +8,7 @@
 
 #include <android-base/result.h>
 #include <json/value.h>
+#include <sys/stat.h>
 
 #include "base/Mutex.h"
 #include "ossdkhost/RepeatedMessage.h"
