@@ -47,7 +47,7 @@ status_t transactForSystem(IDiagnosticsCollectorService& service, Parcel* reply)
   return writeAnswer(status, context, reply);
 }
 
-// Sends a request whose parcel stands ready and reads the bundle that answers it.
+// Sends the request and reads the bundle of its reply into `data`.
 Status call(IBinder* remote, IDiagnosticsCollectorService::Transaction code, const Parcel& request,
             PersistableBundle* data) {
   Parcel reply;
@@ -80,7 +80,7 @@ status_t BnDiagnosticsCollectorService::onTransact(uint32_t code, const Parcel& 
       result = transactForSystem(*this, reply);
       break;
   }
-  // A string that is missing, cut short or null is the caller's null pointer, and told as one.
+  // A string that is missing, truncated or null is the caller's fault, so the caller gets an exception.
   if (result != ::android::UNEXPECTED_NULL) return result;
   return Status::fromExceptionCode(Status::EX_NULL_POINTER).writeToParcel(reply);
 }

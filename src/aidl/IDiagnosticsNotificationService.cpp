@@ -34,7 +34,7 @@ status_t BnDiagnosticsNotificationService::onTransact(uint32_t code, const Parce
   if (code != kNotifySystemEvent) return ::android::BBinder::onTransact(code, data, reply, flags);
   if (!data.checkInterface(this)) return ::android::BAD_TYPE;
   const status_t result = transactNotify(*this, data);
-  // A caller that asks for an answer all the same hears of a bundle that is missing or null.
+  // There is a reply parcel only if the caller did not ask for a one-way call.
   if (result != ::android::UNEXPECTED_NULL || reply == nullptr) return result;
   return Status::fromExceptionCode(Status::EX_NULL_POINTER).writeToParcel(reply);
 }

@@ -1,7 +1,11 @@
 #include "service/BundlePacking.h"
 
+#include <algorithm>
+#include <utility>
+
 #include "Text16.h"
 #include "dev/kerno/internal/diagnostics/BundleKeys.h"
+#include "storage/Limits.h"
 
 namespace Torv::OS::Diagnostics {
 
@@ -54,6 +58,23 @@ void packSystemContextToBundle(const StringMap& context, const GlobalStates& glo
   packAllGlobalStatesToBundle(globals, &globalsBundle);
   out->putPersistableBundle(String16(bundlekey::kSystemContextData), contextBundle);
   out->putPersistableBundle(String16(bundlekey::kGlobalStateData), globalsBundle);
+}
+
+std::vector<std::string> leaveOutLargest(size_t maxReplyBytes, StringMap* map) {
+  size_t sum = 0;
+  std::vector<std::pair<size_t, std::string>> sizes;
+  for (const auto& [key, value] : *map) {
+    sizes.emplace_back(replyBytesOfState(key.size(), value.size()), key);
+    sum += sizes.back().first;
+  }
+  std::sort(sizes.rbegin(), sizes.rend());
+  std::vector<std::string> leftOut;
+  for (auto largest = sizes.begin(); sum > maxReplyBytes; ++largest) {
+    sum -= largest->first;
+    map->erase(largest->second);
+    leftOut.push_back(largest->second);
+  }
+  return leftOut;
 }
 
 }  // namespace Torv::OS::Diagnostics

@@ -29,15 +29,6 @@ Status DiagnosticsCollectorService::getSystemContextData(PersistableBundle* data
   return handler().getSystemContextData(data);
 }
 
-android::status_t DiagnosticsCollectorService::onTransact(uint32_t code, const android::Parcel& data,
-                                                          android::Parcel* reply, uint32_t flags) {
-  const bool wholeTable = code == kGetAllAvailableApplicationStateData;
-  if (wholeTable) beginWholeTable();
-  const android::status_t result = BnDiagnosticsCollectorService::onTransact(code, data, reply, flags);
-  if (wholeTable) endWholeTable();
-  return result;
-}
-
 void DiagnosticsCollectorService::onCreate() {
   handler().startCleanupPeriodicTask();
   handler().startSystemStateCollectorThread();
@@ -54,18 +45,6 @@ DiagnosticsCollectorServiceHandler& DiagnosticsCollectorService::handler() const
                          "The service has no handler; an earlier message says what could not be created");
   }
   return *mHandler;
-}
-
-void DiagnosticsCollectorService::beginWholeTable() {
-  Base::LockGuard lock(mMutex);
-  while (mWholeTables == kWholeTablesAtOnce) mWholeTableDone.wait(mMutex);
-  ++mWholeTables;
-}
-
-void DiagnosticsCollectorService::endWholeTable() {
-  Base::LockGuard lock(mMutex);
-  --mWholeTables;
-  mWholeTableDone.notify_one();
 }
 
 }  // namespace Torv::OS::Diagnostics

@@ -1,5 +1,8 @@
 #include "service/DiagnosticsCollectorServiceHandler.h"
 
+#include <algorithm>
+#include <atomic>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -7,7 +10,7 @@
 #include <android/log.h>
 
 #include "LogTags.h"
-#include "ReplyBudget.h"
+#include "base/Clock.h"
 #include "service/BundlePacking.h"
 #include "storage/Limits.h"
 
@@ -41,11 +44,20 @@ void logError(const char* text) {
   __android_log_print(ANDROID_LOG_ERROR, kServiceTag, "%s", text);
 }
 
-void logProcessesLeftOut(const std::vector<int>& pids) {
-  std::vector<std::string> names;
-  names.reserve(pids.size());
-  for (const int pid : pids) names.push_back(std::to_string(pid));
-  logLeftOut("processes", names);
+// Logs what an answer does not hold, at most once a second. Does nothing if `names` is empty.
+template <typename Name>
+void logLeftOut(const char* kind, const std::vector<Name>& names) {
+  constexpr size_t kMaxNames = 100;
+  constexpr int64_t kPeriodNs = 1'000'000'000;
+  static std::atomic<int64_t> nextLogNs{0};
+  if (names.empty()) return;
+  const int64_t nowNs = Base::bootTimeNs();
+  int64_t next = nextLogNs.load();
+  if (nowNs < next || !nextLogNs.compare_exchange_strong(next, nowNs + kPeriodNs)) return;
+  std::ostringstream list;
+  for (size_t i = 0; i < std::min(names.size(), kMaxNames); ++i) list << " " << names[i];
+  __android_log_print(ANDROID_LOG_WARN, kServiceTag, "%zu %s did not fit into a reply and were left out:%s%s",
+                      names.size(), kind, list.str().c_str(), names.size() > kMaxNames ? " ..." : "");
 }
 
 Status nullPointer() {
@@ -85,7 +97,8 @@ Status DiagnosticsCollectorServiceHandler::getApplicationStateDataForProcess(int
                 refusal->errorReason, std::nullopt);
     return nullPointer();
   }
-  const std::optional<StringMap> states = mApplicationStateManager->getNewestForPid(pid, kMaxReplyBytes);
+  const std::optional<StringMap> states =
+      mApplicationStateManager->getApplicationStateForPid(pid, kMaxReplyBytes);
   if (!states) return Status::ok();
   packProcessEntriesToBundle(pid, *states, out);
   reportDefaultEventWithPid(EventName::GetForProcessSuccess, EventType::Success, EventFlow::Collector, pid);
@@ -100,10 +113,13 @@ Status DiagnosticsCollectorServiceHandler::getAllAvailableApplicationStateData(P
                             refusal->errorReason);
     return nullPointer();
   }
+  mApplicationStateManager->updateApplicationStateManager();
   std::vector<int> leftOut;
-  packAllProcessStatesToBundle(mApplicationStateManager->getProcessStatesThatFit(kMaxReplyBytes, &leftOut),
-                               out);
-  logProcessesLeftOut(leftOut);
+  {
+    Base::LockGuard oneAtATime(mWholeTable);
+    packAllProcessStatesToBundle(mApplicationStateManager->readProcessStates(kMaxReplyBytes, &leftOut), out);
+  }
+  logLeftOut("processes", leftOut);
   reportDefaultEvent(EventName::GetAllSuccess, EventType::Success, EventFlow::Collector);
   return Status::ok();
 }
@@ -114,9 +130,8 @@ Status DiagnosticsCollectorServiceHandler::getSystemContextData(PersistableBundl
     return nullPointer();
   }
   StringMap context = mSystemContextManager->getSystemContext();
-  GlobalStates globals = mApplicationStateManager->getAllGlobalStates();
-  logLeftOut("values", fitSystemContext(kMaxReplyBytes, &context, &globals));
-  packSystemContextToBundle(context, globals, out);
+  logLeftOut("values", leaveOutLargest(kMaxContextReplyBytes, &context));
+  packSystemContextToBundle(context, mApplicationStateManager->getAllGlobalStates(), out);
   return Status::ok();
 }
 

@@ -21,7 +21,7 @@ namespace {
 constexpr uid_t kRootUid = 0;
 constexpr uid_t kSystemUid = 1000;
 
-// A negative code, taken as unsigned, lies above the last event too.
+// A negative code becomes a large unsigned number, so one comparison refuses it too.
 bool isEvent(int32_t code) {
   return static_cast<uint32_t>(code) <=
          static_cast<uint32_t>(IDiagnosticsNotificationEventCode::APPLICATION_NOT_RESPONDING);

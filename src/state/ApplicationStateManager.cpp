@@ -39,35 +39,28 @@ ApplicationStateManager::ApplicationStateManager(std::unique_ptr<BlackBox> black
       mProcessExists(std::move(processExists)),
       mCleanupTask(kCleanupPeriod, kCleanupThreadName, [this] { cleanup(); }) {}
 
-std::optional<StringMap> ApplicationStateManager::getApplicationStateForPid(int32_t pid) {
+std::optional<StringMap> ApplicationStateManager::getApplicationStateForPid(int32_t pid,
+                                                                            size_t maxReplyBytes) {
   updateApplicationStateManager();
   Base::RecursiveLockGuard lock(mLock);
-  return mBlackBox->getAllForPid(pid);
+  return mBlackBox->getAllForPid(pid, maxReplyBytes);
 }
 
 BlackBox::ProcessStates ApplicationStateManager::getAllProcessStates() {
   updateApplicationStateManager();
+  return readProcessStates(SIZE_MAX, nullptr);
+}
+
+BlackBox::ProcessStates ApplicationStateManager::readProcessStates(size_t maxReplyBytes,
+                                                                   std::vector<int>* leftOut) {
   Base::RecursiveLockGuard lock(mLock);
-  return mBlackBox->getAllProcessStates();
+  return mBlackBox->getAllProcessStates(maxReplyBytes, leftOut);
 }
 
 BlackBox::GlobalStates ApplicationStateManager::getAllGlobalStates() {
   updateApplicationStateManager();
   Base::RecursiveLockGuard lock(mLock);
   return mBlackBox->getAllGlobalStates();
-}
-
-std::optional<StringMap> ApplicationStateManager::getNewestForPid(int32_t pid, size_t maxReplyBytes) {
-  updateApplicationStateManager();
-  Base::RecursiveLockGuard lock(mLock);
-  return mBlackBox->getNewestForPid(pid, maxReplyBytes);
-}
-
-BlackBox::ProcessStates ApplicationStateManager::getProcessStatesThatFit(size_t maxReplyBytes,
-                                                                         std::vector<int>* leftOut) {
-  updateApplicationStateManager();
-  Base::RecursiveLockGuard lock(mLock);
-  return mBlackBox->getProcessStatesThatFit(maxReplyBytes, leftOut);
 }
 
 void ApplicationStateManager::startCleanupPeriodicTask() {

@@ -9,7 +9,6 @@
 #include <google/protobuf/io/zero_copy_stream_impl_lite.h>
 #include <osutils/Telemetry.h>
 
-#include "StatsLog.h"
 #include "vendor/velmor/packages/services/StatsCollector/src/pelluxatoms.pb.h"
 #include "vendor/velmor/services/telemetry/shared/statsd/TelemetrySessionInfo.pb.h"
 
@@ -31,7 +30,8 @@ bool parse(std::string_view payload, google::protobuf::MessageLite& message) {
   return message.ParseFromCodedStream(&stream);
 }
 
-// Decodes one report's atoms after another into messages that keep their memory.
+// Decodes atoms one by one. The messages are members, so that they keep their memory from one atom to the
+// next.
 class Decoder {
  public:
   explicit Decoder(std::vector<ApplicationState>& states) : mStates(states) {}

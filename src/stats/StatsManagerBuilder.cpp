@@ -6,13 +6,28 @@
 #include <statsd/StatsdCollection.h>
 #include <statsd/StatsdConfiguration.h>
 
-#include "DefaultlibstatsdWrapper.h"
-#include "StatsLog.h"
+#include "AtomDecoder.h"
 
 namespace Torv::OS::Diagnostics {
 namespace {
 
 using libstatsd::PublishStatus;
+
+// The wrapper over the platform's statsd. Thread-safe, as StatsdCollection is.
+class DefaultlibstatsdWrapper : public LibstatsdWrapper {
+ public:
+  explicit DefaultlibstatsdWrapper(libstatsd::StatsdCollection collection)
+      : mCollection(std::move(collection)) {}
+
+  std::variant<std::vector<ApplicationState>, libstatsd::Error> fetchReports() override {
+    auto fetched = mCollection.fetchReportsBlocked();
+    if (auto* error = std::get_if<libstatsd::Error>(&fetched)) return std::move(*error);
+    return decodeReports(std::move(*std::get_if<std::vector<libstatsd::Report>>(&fetched)));
+  }
+
+ private:
+  libstatsd::StatsdCollection mCollection;
+};
 
 std::unique_ptr<StatsManager> refuse(const char* message) {
   __android_log_print(ANDROID_LOG_ERROR, kStatsTag, "%s", message);
@@ -63,7 +78,7 @@ std::unique_ptr<StatsManager> StatsManagerBuilder::build() && {
   if (mConfigId < 1) return refuse("Failed to build stats manager with no config id\n");
   if (mUid < 1) return refuse("Failed to build stats manager with no uid\n");
 
-  const auto configId = static_cast<int32_t>(mConfigId);  // as wide as statsd's client takes it
+  const auto configId = static_cast<int32_t>(mConfigId);  // the type in statsd's interface
   const PublishStatus status = configuration.publishConfigurationBlocked(configId, mUid);
   if (status != PublishStatus::Success) return refuse(publishFailure(status));
   libstatsd::StatsdCollection collection;

@@ -30,15 +30,15 @@ void BlackBox::addProcessState(int32_t pid, const std::string& key, int64_t time
 void BlackBox::addGlobalState(const std::string& nameSpace, const std::string& key, int64_t timestamp,
                               const std::string& value) {
   const size_t longest = std::max({nameSpace.size(), key.size(), value.size()});
-  if (longest > kMaxTextBytes || mGlobalBytes > mLimits.maxGlobalBytes) {
+  const size_t added = nameSpace.size() + key.size() + value.size();
+  if (longest > kMaxTextBytes || mGlobalBytes + added > mLimits.maxGlobalBytes) {
     ++mOtherLosses;
     return;
   }
   const auto [found, isNew] = mGlobalStates.try_emplace(nameSpace);
   State& state = found->second;
   const size_t before = isNew ? 0 : state.bytes() + nameSpace.size();
-  const std::optional<int64_t> newest = state.newestTimestamp(key);
-  if (newest && *newest > timestamp) state.clear(key);
+  state.dropIfNewer(key, timestamp);
   state.add(key, timestamp, value);
   mGlobalBytes += state.bytes() + nameSpace.size() - before;
 }
@@ -50,29 +50,16 @@ void BlackBox::markProcessAsDead(int32_t pid) const {
   found->second.state.deathTime = mWallClock();
 }
 
-std::optional<StringMap> BlackBox::getAllForPid(int32_t pid) const {
-  const auto found = mProcesses.find(pid);
-  if (found == mProcesses.end()) return std::nullopt;
-  return found->second.state.getAll(false);
-}
-
-std::optional<StringMap> BlackBox::getNewestForPid(int32_t pid, size_t maxReplyBytes) const {
+std::optional<StringMap> BlackBox::getAllForPid(int32_t pid, size_t maxReplyBytes) const {
   const auto found = mProcesses.find(pid);
   if (found == mProcesses.end()) return std::nullopt;
   const State& state = found->second.state;
   const size_t forStates = maxReplyBytes - std::min(maxReplyBytes, kReplyBytesPerProcess);
-  return state.replyBytes() <= forStates ? state.getAll(false) : state.getNewest(forStates);
+  const bool fits = maxReplyBytes == SIZE_MAX || state.replyBytes() <= forStates;
+  return fits ? state.getAll(false) : state.getNewest(forStates);
 }
 
-BlackBox::ProcessStates BlackBox::getAllProcessStates() const {
-  ProcessStates all;
-  all.reserve(mProcesses.size());
-  for (const auto& [pid, process] : mProcesses) all.emplace(pid, process.state.getAll(false));
-  return all;
-}
-
-BlackBox::ProcessStates BlackBox::getProcessStatesThatFit(size_t maxReplyBytes,
-                                                          std::vector<int>* leftOut) const {
+BlackBox::ProcessStates BlackBox::getAllProcessStates(size_t maxReplyBytes, std::vector<int>* leftOut) const {
   std::vector<std::pair<size_t, Processes::const_iterator>> sizes;
   sizes.reserve(mProcesses.size());
   size_t sum = mProcesses.size() * kReplyBytesPerProcess;
@@ -83,18 +70,18 @@ BlackBox::ProcessStates BlackBox::getProcessStatesThatFit(size_t maxReplyBytes,
   if (sum > maxReplyBytes) {
     std::sort(sizes.begin(), sizes.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
   }
-  ProcessStates fitting;
-  fitting.reserve(mProcesses.size());
+  ProcessStates all;
+  all.reserve(mProcesses.size());
   for (const auto& [size, process] : sizes) {
-    StringMap& states = fitting[process->first];
     if (sum > maxReplyBytes) {
       sum -= size;
+      all.try_emplace(process->first);
       leftOut->push_back(process->first);
     } else {
-      states = process->second.state.getAll(false);
+      all.try_emplace(process->first, process->second.state.getAll(false));
     }
   }
-  return fitting;
+  return all;
 }
 
 BlackBox::GlobalStates BlackBox::getAllGlobalStates() const {
@@ -146,25 +133,21 @@ int64_t BlackBox::unixTime() {
 // Returns the place for a new pid's states, or null if there is none.
 BlackBox::Process* BlackBox::admit(int32_t pid) {
   const bool hasProcess = mProcessExists(pid);
-  if (mProcesses.size() >= mLimits.maxProcesses && !(hasProcess && forgetNewestWithoutProcess()))
-    return nullptr;
+  if (mProcesses.size() >= mLimits.maxProcesses && !(hasProcess && forgetOneWithoutProcess())) return nullptr;
   Process& process = mProcesses[pid];
   process.hasProcess = hasProcess;
   process.arrival = mArrivals++;
   return &process;
 }
 
-bool BlackBox::forgetNewestWithoutProcess() {
-  lookForProcesses();
-  auto newest = mProcesses.end();
-  for (auto item = mProcesses.begin(); item != mProcesses.end(); ++item) {
-    if (item->second.hasProcess) continue;
-    if (newest == mProcesses.end() || item->second.arrival > newest->second.arrival) newest = item;
+bool BlackBox::forgetOneWithoutProcess() {
+  for (const Processes::iterator payer : inOrderOfPayment()) {
+    if (payer->second.hasProcess) continue;
+    noteLoss(payer->first, payer->second.state.keyCount());
+    forget(payer);
+    return true;
   }
-  if (newest == mProcesses.end()) return false;
-  noteLoss(newest->first, newest->second.state.keyCount());
-  forget(newest);
-  return true;
+  return false;
 }
 
 void BlackBox::makeRoom() {
@@ -182,16 +165,14 @@ void BlackBox::makeRoom() {
   }
 }
 
-// A process may have got a pid after its first state came, for example if the pid was invented first.
-void BlackBox::lookForProcesses() {
-  for (auto& [pid, process] : mProcesses) process.hasProcess = process.hasProcess || mProcessExists(pid);
-}
-
 std::vector<BlackBox::Processes::iterator> BlackBox::inOrderOfPayment() {
-  lookForProcesses();
   std::vector<Processes::iterator> payers;
   payers.reserve(mProcesses.size());
-  for (auto item = mProcesses.begin(); item != mProcesses.end(); ++item) payers.push_back(item);
+  for (auto item = mProcesses.begin(); item != mProcesses.end(); ++item) {
+    // A process may have got the pid after its first state came, for example if the pid was invented first.
+    item->second.hasProcess = item->second.hasProcess || mProcessExists(item->first);
+    payers.push_back(item);
+  }
   std::sort(payers.begin(), payers.end(), [this](Processes::iterator a, Processes::iterator b) {
     const auto key = [this](const Process& process) {
       const size_t bytes = process.state.bytes();
@@ -211,14 +192,8 @@ void BlackBox::forget(Processes::iterator process) {
 
 void BlackBox::noteLoss(int32_t pid, size_t states) {
   if (states == 0) return;
-  const auto found = mLosses.find(pid);
-  if (found != mLosses.end()) {
-    found->second += states;
-  } else if (mLosses.size() < kMaxCountedProcesses) {
-    mLosses[pid] = states;
-  } else {
-    mOtherLosses += states;
-  }
+  const bool counted = mLosses.size() < kMaxCountedProcesses || mLosses.count(pid) > 0;
+  (counted ? mLosses[pid] : mOtherLosses) += states;
 }
 
 }  // namespace Torv::OS::Diagnostics

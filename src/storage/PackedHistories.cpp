@@ -39,7 +39,8 @@ size_t cellsFor(size_t keys) {
 void PackedHistories::add(std::string_view key, int64_t timestampNs, std::string_view value) {
   const uint32_t hash = hashOf(key);
   size_t at = findRecord(key, hash);
-  if (at == kNone) at = appendRecord(key, hash, sizeof(ValueHeader) + value.size());
+  if (at == kNone)
+    at = append(key, hash, sizeof(Header) + key.size() + sizeof(ValueHeader) + value.size(), kNone);
 
   const History history = historyAt(at);
   const auto values = history.values.begin();
@@ -58,7 +59,7 @@ void PackedHistories::add(std::string_view key, int64_t timestampNs, std::string
   const size_t added = sizeof(ValueHeader) + value.size();
   const size_t target = middle - removed;
 
-  if (end - removed + added > headerAt(at).room) at = moveToEnd(at, end - removed + added);
+  if (end - removed + added > headerAt(at).room) at = append(key, hash, end - removed + added, at);
   char* const record = mBlock.data() + at;
   memmove(record + begin, record + begin + removed, target - begin);
   memmove(record + target + added, record + middle, end - middle);
@@ -151,36 +152,31 @@ size_t PackedHistories::findRecord(std::string_view key, uint32_t hash) const {
   }
 }
 
-size_t PackedHistories::appendRecord(std::string_view key, uint32_t hash, size_t valueSize) {
-  const size_t room = roomFor(sizeof(Header) + key.size() + valueSize);
-  if (mBlock.size() + room > mBlock.capacity()) repack(room, kNone);
+// Puts a record of `size` bytes at the end: a new one with that key, or a copy of the record at `old`, which
+// it replaces. Returns its offset.
+size_t PackedHistories::append(std::string_view key, uint32_t hash, size_t size, size_t old) {
+  const size_t room = roomFor(size);
+  if (mBlock.size() + room > mBlock.capacity()) old = repack(room, old);
   const size_t at = mBlock.size();
   mBlock.resize(at + room);
-  setHeader(at, {hash, static_cast<uint32_t>(room), 0, 0, static_cast<uint32_t>(key.size())});
-  memcpy(mBlock.data() + at + sizeof(Header), key.data(), key.size());
-  ++mKeys;
+  Header header{hash, 0, 0, 0, static_cast<uint32_t>(key.size())};
+  if (old == kNone) {
+    memcpy(mBlock.data() + at + sizeof(Header), key.data(), key.size());
+    ++mKeys;
+  } else {
+    header = headerAt(old);
+    memcpy(mBlock.data() + at, mBlock.data() + old, header.room);
+    drop(old);
+  }
+  header.room = static_cast<uint32_t>(room);
+  setHeader(at, header);
   if (cellsFor(mKeys) > mCells.size()) {
     mCells.resize(cellsFor(mKeys));
     rebuildIndex();
   } else {
-    cellOf(hash, kFreeCell) = static_cast<uint32_t>(at + 1);
+    cellOf(hash, old == kNone ? kFreeCell : static_cast<uint32_t>(old + 1)) = static_cast<uint32_t>(at + 1);
   }
   return at;
-}
-
-// Gives the record a room of at least `size` bytes. Returns its new offset.
-size_t PackedHistories::moveToEnd(size_t at, size_t size) {
-  const size_t room = roomFor(size);
-  if (mBlock.size() + room > mBlock.capacity()) at = repack(room, at);
-  const size_t target = mBlock.size();
-  mBlock.resize(target + room);
-  Header header = headerAt(at);
-  memcpy(mBlock.data() + target, mBlock.data() + at, header.room);
-  cellOf(header.hash, static_cast<uint32_t>(at + 1)) = static_cast<uint32_t>(target + 1);
-  drop(at);
-  header.room = static_cast<uint32_t>(room);
-  setHeader(target, header);
-  return target;
 }
 
 void PackedHistories::drop(size_t at) {

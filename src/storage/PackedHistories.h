@@ -90,8 +90,7 @@ class PackedHistories {
   History historyAt(size_t at) const;
 
   size_t findRecord(std::string_view key, uint32_t hash) const;
-  size_t appendRecord(std::string_view key, uint32_t hash, size_t valueSize);
-  size_t moveToEnd(size_t at, size_t size);
+  size_t append(std::string_view key, uint32_t hash, size_t size, size_t old);
   void drop(size_t at);
   size_t tightRoom(size_t at) const;
   size_t repack(size_t extra, size_t watched);

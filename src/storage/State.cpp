@@ -51,14 +51,9 @@ StringMap State::getAll(bool withAge) const {
   return all;
 }
 
-std::optional<int64_t> State::newestTimestamp(const std::string& key) const {
+void State::dropIfNewer(const std::string& key, int64_t timestamp) {
   const History history = mHistories->find(key);
-  if (history.empty()) return std::nullopt;
-  return history.newest().timestampNs;
-}
-
-void State::clear(const std::string& key) {
-  mHistories->clear(key);
+  if (!history.empty() && history.newest().timestampNs > timestamp) mHistories->clear(key);
 }
 
 size_t State::replyBytes() const {

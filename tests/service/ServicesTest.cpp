@@ -7,7 +7,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "ReplyBudget.h"
 #include "service/BundlePacking.h"
 #include "service/DiagnosticsCollectorService.h"
 #include "service/DiagnosticsCollectorServiceHandler.h"
@@ -196,8 +195,7 @@ TEST_F(CollectorServiceTest, anAnswerAboutAllLeavesOutTheLargestProcessesUntilIt
   EXPECT_NE(largest, process(8, {}));
   EXPECT_LE(replySize(all), kMaxReplyBytes);
   EXPECT_GT(replySize(all), kMaxReplyBytes / 2);
-  EXPECT_TRUE(
-      log.has(ANDROID_LOG_WARN, kTag, "1 processes did not fit into a reply and came without states: 7"));
+  EXPECT_TRUE(log.has(ANDROID_LOG_WARN, kTag, "1 processes did not fit into a reply and were left out: 7"));
 }
 
 TEST_F(CollectorServiceTest, anAnswerAboutOneLeavesOutItsOldestStatesUntilItFits) {
@@ -212,7 +210,7 @@ TEST_F(CollectorServiceTest, anAnswerAboutOneLeavesOutItsOldestStatesUntilItFits
   EXPECT_EQ(states.getStringKeys().count(String16("key 599")), 1u);
 }
 
-TEST(ReplyBudgetTest, theCountedSizeIsNeverLessThanWhatAReplyTakes) {
+TEST(BundlePackingTest, theCountedSizeIsNeverLessThanWhatAReplyTakes) {
   for (size_t length = 0; length < 9; ++length) {
     ProcessStates states;
     size_t counted = 0;
@@ -232,20 +230,18 @@ TEST(ReplyBudgetTest, theCountedSizeIsNeverLessThanWhatAReplyTakes) {
   }
 }
 
-TEST(ReplyBudgetTest, theContextComesFirstAndTheLargestGo) {
-  const StringMap wanted{{"psi_cpu_history", std::string(10'000, 'x')}};
-  const GlobalStates telemetry{{"telemetry", {{"id", "s1"}}}};
-  StringMap context = wanted;
-  GlobalStates globals = telemetry;
-  EXPECT_THAT(fitSystemContext(kMaxReplyBytes, &context, &globals), testing::IsEmpty());
-  EXPECT_EQ(context, wanted);
-  EXPECT_EQ(globals, telemetry);
-
-  globals["large"]["key"] = std::string(10'000, 'x');
-  context["ci_test_context"] = std::string(kMaxReplyBytes, 'x');
-  EXPECT_THAT(fitSystemContext(25'000, &context, &globals), ElementsAre("ci_test_context", "large"));
-  EXPECT_EQ(context, wanted);
-  EXPECT_EQ(globals, (GlobalStates{{"telemetry", telemetry.at("telemetry")}, {"large", {}}}));
+TEST_F(CollectorServiceTest, aSystemContextThatDoesNotFitLosesItsLargestValuesAndFitsBesideAllGlobals) {
+  for (int i = 0; i < 100; ++i) {  // each byte takes six characters in JSON
+    pendingAtoms.push_back({true, "telemetry", 0, std::to_string(i), std::string(4000, '\x01'), 1});
+  }
+  StringMap context{{"psi_cpu_history", std::string(100'000, 'x')},
+                    {"ci_test_context", std::string(100'001, 'x')}};
+  EXPECT_THAT(leaveOutLargest(kMaxContextReplyBytes, &context), ElementsAre("ci_test_context"));
+  EXPECT_THAT(context, ElementsAre(testing::Key("psi_cpu_history")));
+  EXPECT_THAT(leaveOutLargest(kMaxContextReplyBytes, &context), testing::IsEmpty());
+  PersistableBundle out;
+  EXPECT_TRUE(handler->getSystemContextData(&out).isOk());
+  EXPECT_LE(replySize(out), kMaxReplyBytes - kMaxContextReplyBytes);
 }
 
 TEST(BundlePackingTest, globalStatesAreKeyedByTheirNamespaceAndNameIt) {

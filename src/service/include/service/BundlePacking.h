@@ -2,11 +2,13 @@
 // authors of clients; a change here is a change of the interface.
 #pragma once
 
+#include <cstddef>
 #include <limits>
 #include <memory>
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include <binder/PersistableBundle.h>
 
@@ -43,5 +45,9 @@ void packAllGlobalStatesToBundle(const GlobalStates& states, android::os::Persis
 // always there, if with an empty bundle.
 void packSystemContextToBundle(const StringMap& context, const GlobalStates& globals,
                                android::os::PersistableBundle* out);
+
+// Removes the largest values from `map` until the others fit into `maxReplyBytes` as a bundle. Returns the
+// removed keys.
+std::vector<std::string> leaveOutLargest(size_t maxReplyBytes, StringMap* map);
 
 }  // namespace Torv::OS::Diagnostics

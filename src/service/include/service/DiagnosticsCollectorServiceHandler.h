@@ -9,6 +9,7 @@
 #include <binder/PersistableBundle.h>
 #include <binder/Status.h>
 
+#include "base/Mutex.h"
 #include "service/Observer.h"
 #include "state/ApplicationStateManager.h"
 #include "systemcontext/SystemContextManager.h"
@@ -16,44 +17,54 @@
 
 namespace Torv::OS::Diagnostics {
 
-// What both binder services do: answers the collector service's three requests with bundles (their layouts
-// are in BundlePacking.h), and as an observer of the notification service takes in what applications have
-// published. It reports how each request about application states went to the platform's telemetry.
+// The logic behind both binder services. It answers the collector service's three requests with bundles (see
+// BundlePacking.h for their layouts). As an observer of the notification service it moves published atoms
+// into the black box. It reports start, success and failure of each request about application states to
+// telemetry.
 //
-// Requests and events come on any binder thread, several at once. The handler holds no lock: the managers
-// hand out copies, which are packed without one.
+// No answer is larger than a reply may be (see storage/Limits.h). What does not fit is left out and logged.
+//
+// Thread-safe: requests and events come on any binder thread. The managers lock their data and return copies.
 class DiagnosticsCollectorServiceHandler : public Observer, public Telemetry::DiagnosticsCollectorTelemetry {
  public:
-  // Builds both managers. Logs which of them could not be built, and returns nothing then.
+  // Builds both managers and the handler. Returns an empty pointer and logs an error if a manager cannot be
+  // built.
   static std::shared_ptr<DiagnosticsCollectorServiceHandler> makeDefaultServiceHandler();
 
-  // Takes over both managers. Without a state manager the two requests about application states answer
-  // EX_NULL_POINTER and nothing else may be called; a system context manager must be given.
+  // Takes over both managers. If the state manager is null, the two requests about application states return
+  // EX_NULL_POINTER, and no other function may be called. The system context manager must not be null.
   DiagnosticsCollectorServiceHandler(std::unique_ptr<ApplicationStateManager> applicationStateManager,
                                      std::unique_ptr<SystemContextManager> systemContextManager);
 
-  // OK with `out` untouched where nothing is known of the process. EX_NULL_POINTER without a state manager or
-  // with a null `out`.
+  // Fills `out` with the newest states of one process. Returns EX_NULL_POINTER if `out` or the state manager
+  // is null, and OK with `out` unchanged if the process is unknown. States that do not fit are left out:
+  // those whose newest value is oldest.
   android::binder::Status getApplicationStateDataForProcess(int pid, android::os::PersistableBundle* out);
 
-  // EX_NULL_POINTER as above.
+  // Fills `out` with the newest states of all processes. Returns EX_NULL_POINTER as above. If they do not
+  // fit, the largest processes come without states.
   android::binder::Status getAllAvailableApplicationStateData(android::os::PersistableBundle* out);
 
-  // EX_NULL_POINTER with a null `out`. This request reports no telemetry.
+  // Fills `out` with the system context and the global states. Returns EX_NULL_POINTER if `out` is null.
+  // Reports no telemetry. If the context does not fit, its largest values are left out.
   android::binder::Status getSystemContextData(android::os::PersistableBundle* out);
 
-  // The 30-second clean-up of the application states.
+  // Start and stop the clean-up of the application states, every 30 seconds.
   void startCleanupPeriodicTask();
   void stopCleanupPeriodicTask();
-  // The one-second polling of the system's state, where that is switched on.
+  // Start and stop polling the system's state, every second. They do nothing if correlation is off.
   void startSystemStateCollectorThread();
   void stopSystemStateCollectorThread();
 
+  // Moves what was published so far into the black box, whatever the event is.
   void onEvent(int eventId, std::optional<std::unordered_map<std::string, std::string>> data) override;
 
  private:
   const std::unique_ptr<ApplicationStateManager> mApplicationStateManager;
   const std::unique_ptr<SystemContextManager> mSystemContextManager;
+  // Held while a whole table is copied and packed, which takes ten times its reply in memory for a moment.
+  // With one at a time, sixteen callers need little more than one.
+  Base::Mutex mWholeTable;
 };
 
 }  // namespace Torv::OS::Diagnostics

@@ -11,26 +11,29 @@
 
 namespace Torv::OS::Diagnostics {
 
-// The binder object behind "DiagnosticsNotificationService": checks an event's code and tells every observer,
-// in order, on the binder thread that received it. What the sender says about the event is not passed on.
+// The binder object behind "DiagnosticsNotificationService". It checks an event's code and tells every
+// observer, in order, on the binder thread that received the event. Details that the sender gives are not
+// passed on.
+//
+// Thread-safe.
 class DiagnosticsNotificationService
     : public Producer,
       public Telemetry::DiagnosticsCollectorTelemetry,
       public dev::kerno::internal::diagnostics::BnDiagnosticsNotificationService {
  public:
-  // An empty pointer among the observers ends the process, with a fatal log line, at the first event.
+  // No observer may be null: the first event then ends the process with a fatal log line.
   explicit DiagnosticsNotificationService(std::vector<std::shared_ptr<Observer>> observers);
 
-  // EX_ILLEGAL_STATE for a code that is no event; no observer hears of it.
+  // Returns EX_ILLEGAL_STATE and logs an error if the code is no event; no observer is told then.
   android::binder::Status notifySystemEvent(
       dev::kerno::internal::diagnostics::IDiagnosticsNotificationEventCode code,
       const android::os::PersistableBundle& data) override;
 
-  // Has nothing to say: writes nothing to `fd`.
+  // Writes nothing to `fd` and returns OK.
   android::status_t dump(int fd, const android::Vector<android::String16>& args) override;
 
-  // Whether the caller of the current transaction is the system or root. For rules that only they may pass;
-  // events are taken from any caller.
+  // Returns true if the caller of the current transaction is the system or root. Nothing asks it: events are
+  // taken from any caller.
   virtual bool allowedCallerUID();
 };
 

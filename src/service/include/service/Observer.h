@@ -6,13 +6,13 @@
 
 namespace Torv::OS::Diagnostics {
 
-// Whoever wants to be told of system events.
+// An object that a Producer tells about system events.
 class Observer {
  public:
   virtual ~Observer() = default;
 
-  // Called on the binder thread that received the event; several may come at once. `data` holds details of
-  // the event where its sender's are passed on.
+  // Called for each event, on the binder thread that received it; several threads may call at the same time.
+  // `data` holds details of the event, or nullopt if the producer passes none on.
   virtual void onEvent(int eventId, std::optional<std::unordered_map<std::string, std::string>> data) = 0;
 };
 

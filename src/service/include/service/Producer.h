@@ -8,8 +8,8 @@
 
 namespace Torv::OS::Diagnostics {
 
-// A base for whoever tells observers of events. It shares them, keeps their order, and lets go of them when
-// it is destroyed. The list never changes, so it is read without a lock.
+// Base of a class that tells observers about events. It shares ownership of the observers, keeps their order,
+// and releases them when it is destroyed. The list never changes, so reading it needs no lock.
 class Producer {
  public:
   explicit Producer(std::vector<std::shared_ptr<Observer>> observers) : mObservers(std::move(observers)) {}

@@ -41,11 +41,12 @@ class ApplicationStateManager {
 
   // The queries. Each does updateApplicationStateManager() first, then returns what the function of the same
   // name in BlackBox returns (getApplicationStateForPid: getAllForPid).
-  std::optional<Base::StringMap> getApplicationStateForPid(int32_t pid);
+  std::optional<Base::StringMap> getApplicationStateForPid(int32_t pid, size_t maxReplyBytes = SIZE_MAX);
   BlackBox::ProcessStates getAllProcessStates();
   BlackBox::GlobalStates getAllGlobalStates();
-  std::optional<Base::StringMap> getNewestForPid(int32_t pid, size_t maxReplyBytes);
-  BlackBox::ProcessStates getProcessStatesThatFit(size_t maxReplyBytes, std::vector<int>* leftOut);
+
+  // Returns what BlackBox::getAllProcessStates() returns, without an update.
+  BlackBox::ProcessStates readProcessStates(size_t maxReplyBytes, std::vector<int>* leftOut);
 
   // Starts a thread that calls cleanup() every 30 s, for the first time in 30 s. Does nothing if it runs
   // already.

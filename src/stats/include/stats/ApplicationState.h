@@ -5,11 +5,11 @@
 
 namespace Torv::OS::Diagnostics {
 
-// One observation of the statsd feed.
+// One value that was published: of a state of a process, or of a global namespace.
 struct ApplicationState {
-  bool global = false;    // of a namespace rather than of a process
-  std::string nameSpace;  // of a global state, else empty
-  int32_t pid = 0;        // of a process's state, else 0
+  bool global = false;    // true: it belongs to `nameSpace`; false: to `pid`
+  std::string nameSpace;  // empty unless `global`
+  int32_t pid = 0;        // 0 if `global`
   std::string key;
   std::string value;
   int64_t timestamp = 0;  // nanoseconds, CLOCK_BOOTTIME, as statsd reports it with the atom

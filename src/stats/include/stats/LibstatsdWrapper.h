@@ -9,13 +9,13 @@
 
 namespace Torv::OS::Diagnostics {
 
-// Where a StatsManager takes its reports from.
+// The source of a StatsManager's states. Tests supply their own.
 class LibstatsdWrapper {
  public:
   virtual ~LibstatsdWrapper() = default;
 
-  // What was published since the last fetch, in order of arrival; every observation is handed out once. May
-  // block, and may be called from several threads at once.
+  // Returns what was published since the last fetch, in order of arrival, or statsd's error. Every state is
+  // returned once. May block. Must be thread-safe.
   virtual std::variant<std::vector<ApplicationState>, libstatsd::Error> fetchReports() = 0;
 };
 

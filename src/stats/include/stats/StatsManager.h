@@ -8,17 +8,17 @@
 
 namespace Torv::OS::Diagnostics {
 
-// The statsd feed: what applications publish, as observations for the black box.
+// The statsd feed: turns the atoms that applications publish into states for the black box.
 class StatsManager {
  public:
-  // Publishes the service's configuration to statsd under the process's uid. Empty where that fails, as for
-  // root; the log says why.
+  // Publishes the service's configuration to statsd under the process's uid. Returns an empty pointer and
+  // logs why if that fails. It always fails for root.
   static std::unique_ptr<StatsManager> makeDefaultManager();
 
   explicit StatsManager(std::unique_ptr<LibstatsdWrapper> wrapper);
 
-  // What was published since the last fetch, in order of arrival; empty where statsd reports an error. Blocks
-  // on statsd; thread-safe where the wrapper is.
+  // Returns what was published since the last fetch, in order of arrival, or an empty list if statsd reports
+  // an error. Every state is returned once. Blocks on statsd. Thread-safe if the wrapper is.
   std::vector<ApplicationState> fetchReports();
 
  private:

@@ -9,19 +9,20 @@
 
 namespace Torv::OS::Diagnostics {
 
-// Collects what is to be asked of statsd, then publishes it: std::move(builder).build().
+// Collects a statsd configuration and publishes it: std::move(builder).build(). Not thread-safe.
 class StatsManagerBuilder {
  public:
   virtual ~StatsManagerBuilder() = default;
 
   StatsManagerBuilder& setConfigId(int64_t configId);
   StatsManagerBuilder& addAtomId(int32_t atomId);
-  // A name of statsd's own for a uid ("AID_SYSTEM") or a package name.
+  // `source` is statsd's name for a uid ("AID_SYSTEM"), or a package name.
   StatsManagerBuilder& addAllowedLogSource(std::string source);
-  // Who the configuration belongs to; AID_SYSTEM where it is not said.
+  // Sets the owner of the configuration. The default is AID_SYSTEM (1000).
   StatsManagerBuilder& setUid(int32_t uid);
 
-  // Empty where something is missing or statsd refuses; the log says which.
+  // Publishes the configuration. Returns an empty pointer and logs the reason if something is missing or
+  // statsd refuses it. Blocks on statsd.
   virtual std::unique_ptr<StatsManager> build() &&;
 
  private:

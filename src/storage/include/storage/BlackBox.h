@@ -59,19 +59,15 @@ class BlackBox {
   // Notes the time of death of a process. Does nothing if the process is unknown or marked already.
   void markProcessAsDead(int32_t pid) const;
 
-  // Returns the newest value of every key of one process, or nullopt if the pid is unknown.
-  std::optional<Base::StringMap> getAllForPid(int32_t pid) const;
+  // Returns the newest value of every key of one process, or nullopt if the pid is unknown. What does not fit
+  // into `maxReplyBytes` is left out: keys whose newest value is oldest.
+  std::optional<Base::StringMap> getAllForPid(int32_t pid, size_t maxReplyBytes = SIZE_MAX) const;
 
-  // The same, but if this does not fit into `maxReplyBytes`, the keys whose newest value is oldest are left
-  // out.
-  std::optional<Base::StringMap> getNewestForPid(int32_t pid, size_t maxReplyBytes) const;
-
-  // Returns the newest value of every key of every process, dead ones included.
-  ProcessStates getAllProcessStates() const;
-
-  // The same, but if this does not fit into `maxReplyBytes`, the largest processes are left out: they get an
-  // empty map, and their pids are appended to `leftOut`. Sizes are summed before anything is copied.
-  ProcessStates getProcessStatesThatFit(size_t maxReplyBytes, std::vector<int>* leftOut) const;
+  // Returns the newest value of every key of every process, dead ones included. If this does not fit into
+  // `maxReplyBytes`, the largest processes get an empty map and their pids are appended to `leftOut`. Sizes
+  // are summed before anything is copied. `leftOut` may be null if nothing can be left out.
+  ProcessStates getAllProcessStates(size_t maxReplyBytes = SIZE_MAX,
+                                    std::vector<int>* leftOut = nullptr) const;
 
   // Returns, for each namespace, the newest value of every key with its age (see State::get).
   GlobalStates getAllGlobalStates() const;
@@ -99,8 +95,7 @@ class BlackBox {
   using Processes = std::unordered_map<int32_t, Process>;
 
   Process* admit(int32_t pid);
-  void lookForProcesses();
-  bool forgetNewestWithoutProcess();
+  bool forgetOneWithoutProcess();
   void makeRoom();
   std::vector<Processes::iterator> inOrderOfPayment();
   void forget(Processes::iterator process);

@@ -32,8 +32,8 @@ struct BlackBoxLimits {
   size_t maxProcessBytes = 2 * kMiB;
 
   // Memory of the states of all global namespaces, in bytes. The feed knows one namespace of two keys, which
-  // takes 25 KiB at most. Beyond it new values are refused.
-  size_t maxGlobalBytes = 128 * kKiB;
+  // takes 27 KiB at most. Beyond it new values are refused.
+  size_t maxGlobalBytes = 32 * kKiB;
 
   // The share of one process, in bytes of memory: 18 KiB by default. 8 KiB of texts of 15 characters and more
   // take no more than that, however they are spread over keys and values.
@@ -51,9 +51,14 @@ inline constexpr int64_t kLossLogPeriodSeconds = 60;
 inline constexpr size_t kMaxCountedProcesses = 64;
 
 // Bytes of the states in one reply. The carrier takes 1 MiB less 8 KiB for all transactions that are under
-// way with a process, so a quarter is left to others. Beyond it the largest processes (of the system context:
-// the largest values) are left out, and a log line names them.
+// way with a process, so a quarter is left to others. Beyond it the largest processes come without states,
+// and a log line names them.
 inline constexpr size_t kMaxReplyBytes = (kMiB - 8 * kKiB) / 4 * 3;
+
+// Bytes of the system context's own values in a reply. Seven full histories take 100 KiB. What is left of the
+// reply is enough for all global namespaces, even if JSON takes six characters for each of theirs. Beyond it
+// the largest values are left out, and a log line names them.
+inline constexpr size_t kMaxContextReplyBytes = kMaxReplyBytes - 400 * kKiB;
 
 // What a bundle adds to the texts of a state (two lengths, two terminators, padding, a type) and to the
 // states of a process (its entry, its id, two nested bundles), in bytes. A text takes two bytes in UTF-16 for

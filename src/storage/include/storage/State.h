@@ -48,11 +48,8 @@ class State {
   // Returns get() of every key that holds a value. A value whose time is in the future becomes "".
   Base::StringMap getAll(bool withAge) const;
 
-  // Returns the time of the newest value in nanoseconds of CLOCK_BOOTTIME, or nullopt if there is no value.
-  std::optional<int64_t> newestTimestamp(const std::string& key) const;
-
-  // Drops the values of `key`. The key stays known.
-  void clear(const std::string& key);
+  // Drops the values of `key` if the newest of them is newer than `timestamp`. The key stays known.
+  void dropIfNewer(const std::string& key, int64_t timestamp);
 
   // How many bytes the newest values and their keys take in a reply (see kReplyBytesPerState).
   size_t replyBytes() const;

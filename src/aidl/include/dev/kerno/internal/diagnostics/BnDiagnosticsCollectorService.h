@@ -4,8 +4,9 @@
 
 namespace dev::kerno::internal::diagnostics {
 
-// The server's side: unpacks a transaction, calls the method, packs its answer. Called on any thread of the
-// binder pool. A request without the interface's token gets BAD_TYPE and reaches no method.
+// The server's side: it unpacks a transaction, calls the method, and packs the answer. onTransact() is called
+// on any thread of the binder pool. It returns BAD_TYPE and calls no method if the request lacks the
+// interface's token.
 class BnDiagnosticsCollectorService : public ::android::BnInterface<IDiagnosticsCollectorService> {
  public:
   ::android::status_t onTransact(uint32_t code, const ::android::Parcel& data, ::android::Parcel* reply,

@@ -4,8 +4,8 @@
 
 namespace dev::kerno::internal::diagnostics {
 
-// The server's side, called on any thread of the binder pool. The method's status is dropped, as nobody waits
-// for it. The code is passed on as it came: the method decides which values it takes.
+// The server's side. onTransact() is called on any thread of the binder pool. It ignores the method's status,
+// because the call is one-way, and passes on every code: the method decides which codes are events.
 class BnDiagnosticsNotificationService : public ::android::BnInterface<IDiagnosticsNotificationService> {
  public:
   ::android::status_t onTransact(uint32_t code, const ::android::Parcel& data, ::android::Parcel* reply,

@@ -4,8 +4,8 @@
 
 namespace dev::kerno::internal::diagnostics {
 
-// The client's side, made by interface_cast. A failed transaction is a status with EX_TRANSACTION_FAILED that
-// holds the transport's status_t; `data` is then as it was.
+// The client's side, made by interface_cast. If the transaction fails, a call returns EX_TRANSACTION_FAILED
+// with the transport's status_t and leaves `data` unchanged. Thread-safe.
 class BpDiagnosticsCollectorService : public ::android::BpInterface<IDiagnosticsCollectorService> {
  public:
   explicit BpDiagnosticsCollectorService(const ::android::sp<::android::IBinder>& remote);

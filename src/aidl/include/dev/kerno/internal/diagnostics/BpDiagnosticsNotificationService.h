@@ -4,7 +4,7 @@
 
 namespace dev::kerno::internal::diagnostics {
 
-// The client's side, made by interface_cast.
+// The client's side, made by interface_cast. It returns when the call is sent. Thread-safe.
 class BpDiagnosticsNotificationService : public ::android::BpInterface<IDiagnosticsNotificationService> {
  public:
   explicit BpDiagnosticsNotificationService(const ::android::sp<::android::IBinder>& remote);

@@ -1,4 +1,4 @@
-// The binder service "DiagnosticsNotificationService": system components tell it that something happened. The
+// The binder service "DiagnosticsNotificationService", which system components tell about system events. The
 // contract in AIDL is android/aidl/…/IDiagnosticsNotificationService.aidl.
 #pragma once
 
@@ -11,15 +11,15 @@ class IDiagnosticsNotificationService : public ::android::IInterface {
  public:
   DECLARE_META_INTERFACE(DiagnosticsNotificationService)
 
-  // What the service manager knows it by.
+  // The name in the service manager.
   static constexpr char kServiceName[] = "DiagnosticsNotificationService";
 
   enum Transaction : uint32_t {
     kNotifySystemEvent = ::android::IBinder::FIRST_CALL_TRANSACTION,
   };
 
-  // One-way: a caller learns whether the call could be sent, never what became of it. `data` is carried and
-  // not used.
+  // Tells the service about an event. One-way: the status only says whether the call was sent. `data` is not
+  // used.
   virtual ::android::binder::Status notifySystemEvent(IDiagnosticsNotificationEventCode code,
                                                       const ::android::os::PersistableBundle& data) = 0;
 };

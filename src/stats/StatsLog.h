@@ -1,7 +1,0 @@
-#pragma once
-
-namespace Torv::OS::Diagnostics {
-
-inline constexpr char kStatsTag[] = "libdiagnostics-stats";
-
-}  // namespace Torv::OS::Diagnostics
