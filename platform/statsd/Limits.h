@@ -6,10 +6,11 @@
 namespace libstatsd {
 
 // Bytes that one configuration keeps between two fetches, as on a device: an atom counts its payload and
-// kAtomBytes. Beyond it, the uid that holds most loses its oldest atom, so that one publisher cannot push out
-// another's atoms. Dropped atoms are counted by uid.
+// kAtomBytes, which is what a record takes besides. A fetch holds its atoms in further forms, so a store full
+// of small atoms costs 15 MiB for a moment. Beyond it, the uid that holds most loses its oldest atom, so that
+// one publisher cannot push out another's atoms. Dropped atoms are counted by uid.
 inline constexpr size_t kMaxStoreBytes = size_t{2} << 20;
-inline constexpr size_t kAtomBytes = 24;
+inline constexpr size_t kAtomBytes = 80;
 
 // Uids with counters of their own. The first ones get them; what others send is in the totals only. A host
 // has few uids that publish, so this only bounds the memory.
