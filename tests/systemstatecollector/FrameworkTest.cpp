@@ -37,12 +37,15 @@ struct Sample {
 };
 
 std::string report(uint64_t nowMs, const std::vector<Sample>& samples) {
-  std::vector<SystemStateCollector::Utils::TimedMetrics> history(samples.size());
-  for (size_t i = 0; i < samples.size(); ++i) {
-    history[i].timeMs = samples[i].timeMs;
-    history[i].metrics["m"] = samples[i].value;
+  using Utils = SystemStateCollector::Utils;
+  Json::Value report = Utils::makeJsonReport(nowMs);
+  for (const auto& [timeMs, value] : samples) {
+    Json::Value metrics;
+    metrics["m"] = value;
+    Utils::addTimeSeriesDataToJsonReport(report, nowMs - timeMs, metrics);
   }
-  return SystemStateCollector::Utils::makeHistory("name", nowMs, std::move(history))->at("name");
+  Utils::reverseTimeSeries(report);
+  return Utils::makeHistory("name", report)->at("name");
 }
 
 bool reports(const Json::Value& value, const std::string& written) {

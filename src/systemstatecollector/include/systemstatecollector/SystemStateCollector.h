@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <ctime>
 #include <memory>
-#include <vector>
+#include <string>
 
 #include <json/value.h>
 
@@ -49,24 +49,21 @@ class SystemStateCollector {
   // What all collectors share. Thread-safe.
   class Utils {
    public:
-    struct TimedMetrics {
-      uint64_t timeMs = 0;                                // when the sample was taken
-      Json::Value metrics{Json::ValueType::objectValue};  // an object, from metric to value
-    };
-
     // Returns the monotonic clock's time in milliseconds. Returns 0 and logs an error if it cannot be read.
     static uint64_t monotonicMilliseconds();
     // Returns a clock reading in milliseconds, truncated twice: to microseconds in a double, then to
     // milliseconds. After some thirty years the double rounds up.
     static uint64_t toMilliseconds(const timespec& time);
 
-    // Appends {"dt_ms": dtMs, "v": value} to the array "time_series" of `report`, a JSON object. `dtMs` is
-    // the sample's age in milliseconds.
+    // Returns a report of the time `nowMs` with an empty time series.
+    static Json::Value makeJsonReport(uint64_t nowMs);
+    // Appends {"dt_ms": dtMs, "v": value} to the time series of `report`, which is created if it is missing.
+    // `dtMs` is the sample's age in milliseconds.
     static void addTimeSeriesDataToJsonReport(Json::Value& report, uint64_t dtMs, Json::Value value);
-    // Returns the report of `samples`, oldest first, at the time `nowMs`, under `historyName`. A sample that
-    // is younger than `nowMs` has an age that wraps around.
-    static std::unique_ptr<History> makeHistory(const char* historyName, uint64_t nowMs,
-                                                std::vector<TimedMetrics> samples);
+    // Turns the order of the time series of `report` around.
+    static void reverseTimeSeries(Json::Value& report);
+    // Returns the text of `report` under `historyName`.
+    static std::unique_ptr<History> makeHistory(const char* historyName, const Json::Value& report);
   };
 
  private:
