@@ -1,7 +1,9 @@
 // A crash reporter as the author of a client would write one: asks the diagnostics collector service what was
 // going on when a process died, prints it, and writes it as JSON.
 //
-//   crash_reporter --pid PID --out FILE [--timeout SECONDS]
+//   crash_reporter --pid PID --out FILE [--signal N] [--program PATH] [--timeout SECONDS]
+//
+// docs/crash_report.schema.json is the form of what it writes.
 //
 // Exits with 0 when the report is written, 1 when the service or the file fails it, 2 on wrong usage.
 
@@ -17,6 +19,7 @@
 #include <string>
 #include <thread>
 
+#include <time.h>
 #include <unistd.h>
 
 #include <binder/IServiceManager.h>
@@ -36,10 +39,26 @@ using dev::kerno::internal::diagnostics::IDiagnosticsCollectorService;
 
 namespace {
 
+// The three clocks in milliseconds. The service's histories are told in monotonic time, which stands still in
+// suspend; the boot clock orders them with everything else, and people read the wall clock.
+Json::Value clocks() {
+  const auto ms = [](clockid_t clock) {
+    timespec now{};
+    clock_gettime(clock, &now);
+    return Json::Int64{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+  };
+  Json::Value readings(Json::objectValue);
+  readings["boot_ms"] = ms(CLOCK_BOOTTIME);
+  readings["monotonic_ms"] = ms(CLOCK_MONOTONIC);
+  readings["wall_ms"] = ms(CLOCK_REALTIME);
+  return readings;
+}
+
 struct Answers {
   PersistableBundle process;
   PersistableBundle allProcesses;
   PersistableBundle system;
+  Json::Value asked;  // the clocks when the answers were there
 };
 
 void require(const Status& status, const char* what) {
@@ -56,6 +75,7 @@ Answers ask(int pid) {
           "the states of the process");
   require(service->getAllAvailableApplicationStateData(&answers.allProcesses), "the states of all");
   require(service->getSystemContextData(&answers.system), "the system context");
+  answers.asked = clocks();
   return answers;
 }
 
@@ -181,9 +201,13 @@ void write(const std::string& path, const Json::Value& report) {
 int main(int argc, char** argv) {
   CLI::App app("Reports what was going on when a process died.", "crash_reporter");
   int pid = 0;
+  int signal = 0;
+  std::string program;
   std::string path;
   double timeoutSeconds = 5;
   app.add_option("--pid", pid, "The process that died")->required();
+  app.add_option("--signal", signal, "The signal that ended it")->check(CLI::Range(1, 64));
+  app.add_option("--program", program, "The program that it ran");
   app.add_option("--out", path, "Where to write the report as JSON")->required();
   app.add_option("--timeout", timeoutSeconds, "Seconds to wait for the service")
       ->check(CLI::Range(0.001, 86400.0))
@@ -194,10 +218,18 @@ int main(int argc, char** argv) {
     return app.exit(error) == 0 ? 0 : 2;
   }
 
+  // A reporter is started by the death, so this is when it happened.
+  const Json::Value died = clocks();
   try {
     const Answers answers = askWithin(pid, timeoutSeconds);
     Json::Value report(Json::objectValue);
+    report["format"] = "diagnostics-crash-report";
+    report["version"] = 1;
+    report["died"] = died;
+    report["asked"] = answers.asked;
     report["pid"] = pid;
+    if (signal != 0) report["signal"] = signal;
+    if (!program.empty()) report["program"] = program;
     report["process"] = toJson(answers.process);
     report["all_processes"] = toJson(answers.allProcesses);
     report["system"] = toJson(answers.system);

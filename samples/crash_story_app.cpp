@@ -6,14 +6,15 @@
 // Prints its pid on the first line.
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -33,15 +34,17 @@ constexpr auto kStep = std::chrono::milliseconds(200);
 struct Moment {
   const char* screen;
   const char* action;
+  int share;      // how long it takes, beside the others
+  bool computes;  // keeps every processor busy
 };
 
 constexpr Moment kStory[] = {
-    {"home", "started"},
-    {"gallery", "opened the album Holidays"},
-    {"gallery", "scrolled to picture 214"},
-    {"editor", "opened picture 214"},
-    {"editor", "applied the filter Sunset"},
-    {"editor", "sharing picture 214"},
+    {"home", "started", 1, false},
+    {"gallery", "opened the album Holidays", 1, false},
+    {"gallery", "scrolled to picture 214", 1, false},
+    {"editor", "opened picture 214", 1, false},
+    {"editor", "applied the filter Sunset", 2, true},
+    {"editor", "sharing picture 214", 1, false},
 };
 
 class Publisher {
@@ -82,16 +85,42 @@ void tell(Publisher& publisher, const Moment& moment) {
   publisher.publish("last_action", moment.action);
 }
 
-// Lives through the story, each moment as long as the others.
+// More threads than processors, so that they also wait for each other: that is what pressure measures.
+class BusyThreads {
+ public:
+  explicit BusyThreads(bool wanted) {
+    const unsigned count = wanted ? 2 * std::max(1U, std::thread::hardware_concurrency()) : 0;
+    for (unsigned i = 0; i < count; ++i) {
+      mThreads.emplace_back([this] {
+        while (!mDone) {
+        }
+      });
+    }
+  }
+  ~BusyThreads() {
+    mDone = true;
+    for (std::thread& thread : mThreads) thread.join();
+  }
+  BusyThreads(const BusyThreads&) = delete;
+  BusyThreads& operator=(const BusyThreads&) = delete;
+
+ private:
+  std::atomic<bool> mDone = false;
+  std::vector<std::thread> mThreads;
+};
+
+// Lives through the story.
 void work(Publisher& publisher, double seconds) {
-  const auto start = Clock::now();
-  const auto moment = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds)) /
-                      static_cast<int>(std::size(kStory));
-  auto until = start;
+  int shares = 0;
+  for (const Moment& moment : kStory) shares += moment.share;
+  const auto share =
+      std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds)) / shares;
+  auto until = Clock::now();
   for (const Moment& now : kStory) {
-    until += moment;
+    until += share * now.share;
     tell(publisher, now);
     newPicture();  // the application's other fault: it keeps them all
+    const BusyThreads busy(now.computes);
     do {
       publisher.publish("memory_kib", std::to_string(residentKib()));
       std::this_thread::sleep_for(std::min<Clock::duration>(kStep, until - Clock::now()));
@@ -103,7 +132,7 @@ void work(Publisher& publisher, double seconds) {
 
 int main(int argc, char** argv) {
   CLI::App app("Publishes what it does, then dies of a SIGSEGV.", "crash_story_app");
-  double seconds = 6;
+  double seconds = 7;
   app.add_option("--seconds", seconds, "How long it works before it dies")
       ->check(CLI::Range(0.0, 3600.0))
       ->capture_default_str();

@@ -5,5 +5,6 @@ namespace servicebench {
 void registerTransactionBenches();
 void registerStepsBench();
 void registerMemoryBenches();
+void registerRecordBench();
 
 }  // namespace servicebench

@@ -151,7 +151,7 @@ double nowNs() {
 }
 
 std::optional<int> runAsServiceUser(const std::string& program, int argc, char** argv) {
-  for (const char* needed : {"diagnostics_collector_service", "service_bench_helper"})
+  for (const char* needed : {"diagctl", "diagnostics_collector_service", "service_bench_helper"})
     fixture::staged(needed);
   if (getuid() != 0) return std::nullopt;
   std::vector<std::string> arguments(argv, argv + argc);

@@ -19,5 +19,6 @@ int main(int argc, char** argv) {
   servicebench::registerTransactionBenches();
   servicebench::registerStepsBench();
   servicebench::registerMemoryBenches();
+  servicebench::registerRecordBench();
   return bench::runAll(argc, argv);
 }

@@ -49,6 +49,11 @@ TEST_F(DiagctlSettingsTest, whatIsSetIsStoredUnderTheTypeItsReadersAskFor) {
   EXPECT_EQ(chain->getUint("crash-reporter-retain-crash-report-for-x-seconds"), 9);
   EXPECT_EQ(diagctl({"pref", "get", "crash-reporter-app-id"}).output, "123\n");
 
+  EXPECT_EQ(diagctl({"pref", "unset", "crash-reporter-app-id"}).exitCode(), 0);
+  EXPECT_EQ(diagctl({"pref", "get", "crash-reporter-app-id"}).exitCode(), 1);
+  EXPECT_EQ(diagctl({"pref", "unset", "crash-reporter-app-id"}).exitCode(), 1) << "it is not stored any more";
+  EXPECT_EQ(setPreference("app-id", "123"), 0);
+
   EXPECT_EQ(setPreference("logcat-enable", "yes"), 2) << "no bool";
   EXPECT_EQ(setPreference("logcat-tail-count", "2147483648"), 2) << "no int";
   const char* const enable = "crash-reporter-logcat-enable";

@@ -1,7 +1,10 @@
 // What diagctl prints and how it exits, over the real service.
 
+#include <cstdlib>
 #include <string>
 #include <vector>
+
+#include <signal.h>
 
 #include <android-base/strings.h>
 #include <gmock/gmock.h>
@@ -18,6 +21,7 @@ using fixture::Outcome;
 using fixture::publish;
 using fixture::staged;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 class CommandLineTest : public testing::Test {
  protected:
@@ -92,9 +96,63 @@ TEST_F(CommandLineTest, ExitCodesTellRefusalFromWrongUsage) {
   const Outcome unknown = diagctl({"state", "123456"});
   EXPECT_EQ(unknown.exitCode(), 1);
   EXPECT_THAT(unknown.output, HasSubstr("Nothing is known of process 123456"));
-  for (const std::string wrong : {"state", "states x", "notify 99999999999", "ping --timeout -1"}) {
-    EXPECT_EQ(diagctl(android::base::Split(wrong, " ")).exitCode(), 2) << wrong;
+  for (const std::string wrong :
+       {"state", "states x", "notify 99999999999", "ping --timeout -1", "ping --timeout nan", "bogus",
+        "pref bogus", "pref", "record -o /dev/null --every 1x"}) {
+    const Outcome refused = diagctl(android::base::Split(wrong, " "));
+    EXPECT_EQ(refused.exitCode(), 2) << wrong;
+    EXPECT_THAT(refused.output, StartsWith("diagctl: ")) << wrong;
   }
+  EXPECT_THAT(diagctl({"pref", "bogus"}).output, HasSubstr("there is no command 'pref bogus'"));
+}
+
+TEST_F(CommandLineTest, outputThatIsLostIsAnError) {
+  daemon.start();
+  for (const std::string command :
+       {"states", "context --json", "status", "runtime-dir", "--help", "doctor"}) {
+    for (const char* const nowhere : {" >/dev/full", " >&-"}) {
+      const Outcome outcome =
+          fixture::run({"/bin/sh", "-c", staged("diagctl") + " " + command + nowhere}, daemon.client());
+      EXPECT_EQ(outcome.exitCode(), 1) << command << nowhere;
+      EXPECT_THAT(outcome.output, HasSubstr("diagctl: the output could not be written"))
+          << command << nowhere;
+    }
+  }
+}
+
+TEST_F(CommandLineTest, aStoppedServiceIsToldFromNone) {
+  daemon.start();
+  daemon.process().signal(SIGSTOP);
+  for (const std::string command : {"status", "push a b", "ping", "states"}) {
+    const Outcome outcome = diagctl(android::base::Split(command + " --timeout 0.2", " "));
+    EXPECT_EQ(outcome.exitCode(), 1) << command;
+    EXPECT_THAT(outcome.output, HasSubstr("did not answer within 0.2 s. It may be stopped")) << command;
+  }
+  EXPECT_THAT(diagctl({"doctor", "--timeout", "0.2"}).output, HasSubstr("does not answer; is it stopped?"));
+  daemon.process().signal(SIGCONT);
+  EXPECT_EQ(diagctl({"status"}).exitCode(), 0);
+}
+
+TEST_F(CommandLineTest, doctorSaysWhatIsMissingAndContextThatHistoriesAreOff) {
+  EXPECT_THAT(diagctl({"doctor"}).output,
+              HasSubstr("FAULT  no service is reachable in " + daemon.runtime().substr(0, 10)));
+  daemon.setProperties("# correlation is off\n");
+  daemon.start();
+  const Outcome outcome = diagctl({"doctor"});
+  EXPECT_EQ(outcome.exitCode(), 0) << outcome.output;
+  EXPECT_THAT(outcome.output, AllOf(HasSubstr("ok     the configuration file is "), HasSubstr("is heard\n"),
+                                    HasSubstr("no atom was lost"), HasSubstr("note   Histories are off. ")));
+  EXPECT_THAT(diagctl({"context"}).output, HasSubstr("\nHistories are off. diagctl prop set persist."));
+}
+
+TEST_F(CommandLineTest, theDeviceRootThatTheServiceIsToldIsFoundInTheRuntimeDirectory) {
+  const std::string command = "unset TORV_DEVICE_ROOT; " + staged("diagctl") + " config";
+  const auto config = [&] { return fixture::run({"/bin/sh", "-c", command}, daemon.client()); };
+  EXPECT_EQ(config().exitCode(), 1);
+  daemon.dir().write("runtime/environment",
+                     std::string("TORV_DEVICE_ROOT=") + getenv("TORV_DEVICE_ROOT") + "\n");
+  const Outcome outcome = config();
+  EXPECT_EQ(outcome.exitCode(), 0) << outcome.output;
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 
 #include "base/Json.h"
 #include "fixture/Daemon.h"
+#include "timeline/Sources.h"
 
 namespace {
 
@@ -18,6 +19,14 @@ using fixture::Daemon;
 using fixture::Outcome;
 using fixture::run;
 using fixture::staged;
+
+// What is wrong with the file by the documented schema; empty if nothing is.
+std::string schemaFault(const std::string& path) {
+  const Outcome check = run(
+      {"/usr/bin/python3", "-W", "ignore", "-m", "jsonschema", "-i", path, REPORT_SCHEMA}, {getuid(), {}});
+  return check.exitCode() == 0 ? check.output
+                               : "exit code " + std::to_string(check.exitCode()) + check.output;
+}
 
 TEST(StoryTest, aReporterLearnsWhatADeadApplicationWasDoing) {
   Daemon daemon;
@@ -37,8 +46,9 @@ TEST(StoryTest, aReporterLearnsWhatADeadApplicationWasDoing) {
   daemon.dir().write("report/.keep", "");
   ASSERT_EQ(chown(daemon.dir().path("report").c_str(), fixture::reporterUid(), getgid()), 0);
   const std::string path = daemon.dir().path("report/report.json");
-  const Outcome reporter =
-      run({staged("crash_reporter"), "--pid", pid, "--out", path}, daemon.client(fixture::reporterUid()));
+  const Outcome reporter = run({staged("crash_reporter"), "--pid", pid, "--signal", "11", "--program",
+                                "crash_story_app", "--out", path},
+                               daemon.client(fixture::reporterUid()));
   ASSERT_EQ(reporter.exitCode(), 0) << reporter.output;
   EXPECT_NE(reporter.output.find("sharing picture 214"), std::string::npos) << reporter.output;
 
@@ -55,16 +65,35 @@ TEST(StoryTest, aReporterLearnsWhatADeadApplicationWasDoing) {
   for (const char* history : {"cpu_utilization_history", "system_meminfo_history"}) {
     EXPECT_FALSE(context[history]["time_series"].empty()) << history;
   }
+
+  const auto timeline = timeline::fromFile(path);
+  ASSERT_TRUE(timeline.ok()) << timeline.error();
+  ASSERT_EQ(timeline->deaths.size(), 1);
+  EXPECT_EQ(timeline->deaths[0].signal, SIGSEGV);
+  EXPECT_EQ(timeline->names.at(crashing.pid()), "crash_story_app");
+
+  // The report has the documented form, and the schema is one that can be broken.
+  EXPECT_EQ(schemaFault(path), "");
+  for (const char* const member : {"format", "asked", "process", "system"}) {
+    Json::Value damaged = report;
+    damaged[member] = "something else";
+    EXPECT_NE(schemaFault(daemon.dir().write("damaged.json", damaged.toStyledString())), "") << member;
+  }
 }
 
-TEST(StoryTest, theDocumentsClientWorks) {
+TEST(StoryTest, theDocumentsPublishersAndItsClientWork) {
   Daemon daemon;
   daemon.start();
-  ASSERT_TRUE(fixture::publish(getpid(), "screen", "settings"));
-  const Outcome client =
-      run({staged("documented_client"), std::to_string(getpid())}, daemon.client(fixture::reporterUid()));
-  EXPECT_EQ(client.exitCode(), 0);
-  EXPECT_NE(client.output.find("screen = settings"), std::string::npos) << client.output;
+  for (const char* const program : {"documented_publisher", "documented_c_publisher"}) {
+    const fixture::Process publisher({staged(program)}, daemon.client(fixture::applicationUid()));
+    Outcome client;
+    EXPECT_TRUE(fixture::eventually([&] {
+      client = run({staged("documented_client"), std::to_string(publisher.pid())},
+                   daemon.client(fixture::reporterUid()));
+      return client.exitCode() == 0;
+    })) << program;
+    EXPECT_NE(client.output.find("screen = settings"), std::string::npos) << client.output;
+  }
 }
 
 }  // namespace

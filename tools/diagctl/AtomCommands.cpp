@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include <fmt/format.h>
 #include <statsd/StatsEventWriter.h>
 #include <statsd/StatsdStatus.h>
 #include <unistd.h>
@@ -19,6 +20,7 @@ namespace {
 
 using libstatsd::StatsdStatus;
 using libstatsd::StatsEventWriter;
+using libstatsd::UidCounters;
 using libstatsd::WriteResult;
 
 Result<StatsdStatus> statusWithin(const Options& options) {
@@ -58,32 +60,51 @@ int publish(const Options& options, const Publish& send) {
   return refuse("not published: the service has just ended.");
 }
 
-int showStatus(const Options& options) {
-  const auto answer = statusWithin(options);
-  if (!answer.ok()) return refuseUnreached(answer.error(), options);
-  const StatsdStatus& status = *answer;
-  if (options.json) {
-    Json::Value document(Json::objectValue);
-    document["service_pid"] = status.servicePid;
-    document["service_uid"] = status.serviceUid;
-    document["asker_uid"] = status.askerUid;
-    document["asker_heard"] = status.askerHeard;
-    document["allowed_sources"] = status.allowedSources;
-    libstatsd::forEachCounter(status.counters, [&](const char* name, uint64_t count) {
-      document[name] = static_cast<Json::UInt64>(count);
-    });
-    printJson(document);
-    return kDone;
+Json::Value toJson(const StatsdStatus& status) {
+  Json::Value document(Json::objectValue);
+  document["service_pid"] = status.servicePid;
+  document["service_uid"] = status.serviceUid;
+  document["asker_uid"] = status.askerUid;
+  document["asker_heard"] = status.askerHeard;
+  document["allowed_sources"] = status.allowedSources;
+  document["application_uids"] = status.applicationUids;
+  libstatsd::forEachCounter(status.counters,
+                            [&](const char* name, uint64_t count) { document[name] = Json::UInt64{count}; });
+  document["uids"] = Json::Value(Json::arrayValue);
+  for (const UidCounters& counters : status.uids) {
+    Json::Value uid(Json::objectValue);
+    uid["uid"] = counters.uid;
+    uid["received"] = Json::UInt64{counters.received};
+    uid["not_heard"] = Json::UInt64{counters.notHeard};
+    uid["dropped_full"] = Json::UInt64{counters.droppedFull};
+    uid["held"] = Json::UInt64{counters.held};
+    document["uids"].append(uid);
   }
+  return document;
+}
+
+void printStatus(const StatsdStatus& status) {
   Rows rows = {
-      {"service", "pid " + std::to_string(status.servicePid) + ", uid " + std::to_string(status.serviceUid)},
+      {"service", fmt::format("pid {}, uid {}", status.servicePid, status.serviceUid)},
       {"takes atoms of", printable(status.allowedSources)},
+      {"AID_APP is", fmt::format("uids {}, and {}", printable(status.applicationUids), status.serviceUid)},
       {"your uid", std::to_string(status.askerUid) + (status.askerHeard ? ", heard" : ", not heard")},
   };
   libstatsd::forEachCounter(status.counters, [&](const char* name, uint64_t count) {
     rows.emplace_back(name, std::to_string(count));
   });
+  for (const UidCounters& uid : status.uids) {
+    rows.emplace_back(fmt::format("uid {}", uid.uid),
+                      fmt::format("received {}, not heard {}, dropped when full {}, held {}", uid.received,
+                                  uid.notHeard, uid.droppedFull, uid.held));
+  }
   fputs(table(rows, 0).c_str(), stdout);
+}
+
+int showStatus(const Options& options) {
+  const auto status = statusWithin(options);
+  if (!status.ok()) return refuseUnreached(status.error(), options);
+  options.json ? printJson(toJson(*status)) : printStatus(*status);
   return kDone;
 }
 

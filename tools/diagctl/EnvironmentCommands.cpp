@@ -120,6 +120,21 @@ void checkLosses(const StatsdCounters& counters, Findings& findings) {
   if (none) findings.good("no atom was lost");
 }
 
+void checkUids(const StatsdStatus& status, Findings& findings) {
+  const std::string uid = std::to_string(status.askerUid);
+  if (status.askerHeard) {
+    findings.good("your uid " + uid + " is heard");
+  } else {
+    findings.note("your uid " + uid + " is not heard, only " + status.allowedSources + " (AID_APP is uids " +
+                  status.applicationUids + "); TORV_APP_UIDS of the service changes that");
+  }
+  for (const libstatsd::UidCounters& counters : status.uids) {
+    if (counters.notHeard == 0) continue;
+    findings.note("uid " + std::to_string(counters.uid) +
+                  " publishes and is not heard: " + std::to_string(counters.notHeard) + " atoms so far");
+  }
+}
+
 // Returns true if the service can be asked further.
 bool checkStatsd(const Options& options, Findings& findings) {
   const std::string directory = platform::runtimeDirectory();
@@ -134,13 +149,7 @@ bool checkStatsd(const Options& options, Findings& findings) {
   }
   findings.good("the service answers in " + directory + ", pid " + std::to_string(status->servicePid) +
                 ", uid " + std::to_string(status->serviceUid));
-  const std::string uid = std::to_string(status->askerUid);
-  if (status->askerHeard) {
-    findings.good("your uid " + uid + " is heard");
-  } else {
-    findings.note("your uid " + uid +
-                  " is not heard; publish as another, or add it to the service's TORV_APP_UIDS");
-  }
+  checkUids(*status, findings);
   checkLosses(status->counters, findings);
   return true;
 }

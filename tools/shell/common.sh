@@ -2,17 +2,33 @@
 # the checkout as the working directory.
 # shellcheck shell=bash
 
+# Builds are below BUILD_DIR. A checkout that cannot be written is built in the user's cache.
+if [ -n "${BUILD_DIR:-}" ]; then
+  build_root=$BUILD_DIR
+elif [ -w . ]; then
+  build_root=build
+else
+  build_root=${XDG_CACHE_HOME:-$HOME/.cache}/diagnostics-collector/build
+fi
+
 # What a build of the service and its tools takes, then what its tests take besides.
 build_packages=(
   g++ cmake ninja-build protobuf-compiler aidl
   android-liblog-dev android-libutils-dev android-libbase-dev android-libcutils-dev
   android-platform-frameworks-native-headers android-platform-system-core-headers
   libjsoncpp-dev libprotobuf-dev libfmt-dev libcli11-dev libncurses-dev libjs-dygraphs util-linux)
-test_packages=(libgtest-dev libgmock-dev clang checkpolicy m4 python3)
+test_packages=(libgtest-dev libgmock-dev clang checkpolicy m4 python3 python3-jsonschema)
 bench_packages=(libbenchmark-dev valgrind)
 check_packages=(clang clang-format clang-tidy libclang-rt-14-dev libc++-dev libc++abi-dev)
 
-say() { printf '\n\033[1m== %s\033[0m\n' "$*"; }
+# Bold on a terminal, unless NO_COLOR is set.
+say() {
+  if [ -t 1 ] && [ -z "${NO_COLOR:-}" ]; then
+    printf '\n\033[1m== %s\033[0m\n' "$*"
+  else
+    printf '\n== %s\n' "$*"
+  fi
+}
 
 die() {
   printf '%s: %s\n' "$(basename "$0")" "$1" >&2
@@ -41,7 +57,7 @@ need_packages() {
     die "could not install: ${missing[*]}"
 }
 
-# build PRESET [-DOPTION=VALUE...] [TARGET...]: configures and builds into build/PRESET.
+# build PRESET [-DOPTION=VALUE...] [TARGET...]: configures and builds into $build_root/PRESET.
 build() {
   local preset=$1 options=() log status=0
   shift
@@ -51,9 +67,9 @@ build() {
   done
   say "Building ($preset)"
   log=$(mktemp)
-  cmake --preset "$preset" "${options[@]}" >"$log" 2>&1 || status=$?
+  cmake --preset "$preset" -B "$build_root/$preset" "${options[@]}" >"$log" 2>&1 || status=$?
   [ "$status" -eq 0 ] || cat "$log" >&2
   rm -f "$log"
-  [ "$status" -eq 0 ] || die "cmake could not configure build/$preset"
-  cmake --build "build/$preset" ${1:+--target "$@"} || die "the $preset build failed"
+  [ "$status" -eq 0 ] || die "cmake could not configure $build_root/$preset"
+  cmake --build "$build_root/$preset" ${1:+--target "$@"} || die "the $preset build failed"
 }

@@ -133,21 +133,23 @@ void Builder::addContext(const Clocks& clocks, const Texts& context,
 
 void Builder::addGlobals(const Clocks& clocks, const std::string& nameSpace, const Texts& states) {
   for (const auto& [key, text] : states) {
-    const std::optional<AgedText> aged = parseAged(text);
-    if (!aged) continue;
-    auto& globals = mState->timeline.globals;
-    const auto last = std::find_if(globals.rbegin(), globals.rend(), [&](const GlobalChange& change) {
-      return change.nameSpace == nameSpace && change.key == key;
-    });
-    // The same value published again is no change.
-    if (last != globals.rend() && last->value == aged->value) continue;
-    const GlobalChange change{clocks.bootMs - aged->ageMs, nameSpace, key, aged->value};
-    globals.insert(std::upper_bound(globals.begin(), globals.end(), change,
-                                    [](const GlobalChange& a, const GlobalChange& b) {
-                                      return a.publishedMs < b.publishedMs;
-                                    }),
-                   change);
+    if (const std::optional<AgedText> aged = parseAged(text)) {
+      addGlobal({clocks.bootMs - aged->ageMs, nameSpace, key, aged->value});
+    }
   }
+}
+
+// The same value published again is no change.
+void Builder::addGlobal(const GlobalChange& change) {
+  auto& globals = mState->timeline.globals;
+  const auto last = std::find_if(globals.rbegin(), globals.rend(), [&](const GlobalChange& other) {
+    return other.nameSpace == change.nameSpace && other.key == change.key;
+  });
+  if (last != globals.rend() && last->value == change.value) return;
+  const auto later = [](const GlobalChange& a, const GlobalChange& b) {
+    return a.publishedMs < b.publishedMs;
+  };
+  globals.insert(std::upper_bound(globals.begin(), globals.end(), change, later), change);
 }
 
 void Builder::add(const Answer& answer) {

@@ -13,7 +13,7 @@ using android::base::Result;
 using Torv::Base::findMember;
 
 bool isTime(const Json::Value& json) {
-  constexpr int64_t kMost = int64_t{1} << 53;  // some 285,000 years
+  constexpr int64_t kMost = int64_t{1} << 43;  // some 278 years; in nanoseconds it still fits
   return json.isInt64() && json.asInt64() >= 0 && json.asInt64() <= kMost;
 }
 

@@ -15,14 +15,6 @@ using Torv::Base::findMember;
 
 constexpr size_t kMaxFileBytes = size_t{1} << 30;
 
-Result<int64_t> timeOf(const Json::Value& line) {
-  const Json::Value* const at = findMember(line, "at");
-  if (at == nullptr || !isTime(*at)) {
-    return Error() << "at is missing or is no time";
-  }
-  return at->asInt64();
-}
-
 Result<Changes> changesFrom(const Json::Value& json) {
   if (!json.isObject()) return Error() << "changed is no object";
   Changes changes;
@@ -36,63 +28,88 @@ Result<Changes> changesFrom(const Json::Value& json) {
   return changes;
 }
 
-// What each kind of line after the first does to the timeline.
-Result<void> addPicture(Builder& builder, const Json::Value& line) {
-  const auto clocks = clocksFrom(line["clocks"]);
-  if (!clocks.ok()) return Error() << clocks.error();
-  const auto processes = processesFrom(line["processes"]);
-  if (!processes.ok()) return Error() << processes.error();
-  builder.addStates(*clocks, *processes);
-  return {};
-}
-
-Result<void> addContext(Builder& builder, const Json::Value& line) {
-  const auto clocks = clocksFrom(line["clocks"]);
-  if (!clocks.ok()) return Error() << clocks.error();
-  const auto context = textsFrom(line["context"]);
-  if (!context.ok()) return Error() << context.error();
+Result<std::map<std::string, Texts>> globalsFrom(const Json::Value& line) {
   std::map<std::string, Texts> globals;
-  if (const Json::Value* const namespaces = findMember(line, "globals");
-      namespaces != nullptr && namespaces->isObject()) {
-    for (auto states = namespaces->begin(); states != namespaces->end(); ++states) {
-      auto texts = textsFrom(*states);
-      if (!texts.ok()) return Error() << texts.error();
-      globals[states.name()] = *std::move(texts);
-    }
+  const Json::Value* const namespaces = findMember(line, "globals");
+  if (namespaces == nullptr || !namespaces->isObject()) return globals;
+  for (auto states = namespaces->begin(); states != namespaces->end(); ++states) {
+    auto texts = textsFrom(*states);
+    if (!texts.ok()) return Error() << texts.error();
+    globals[states.name()] = *std::move(texts);
   }
-  builder.addContext(*clocks, *context, globals);
-  return {};
+  return globals;
 }
 
-Result<void> addEvent(Builder& builder, const Json::Value& line) {
-  const auto at = timeOf(line);
-  if (!at.ok()) return Error() << at.error();
-  if (const Json::Value* const changed = findMember(line, "changed")) {
-    const auto changes = changesFrom(*changed);
-    if (!changes.ok()) return Error() << changes.error();
-    builder.addChanges(*at, *changes);
-  } else if (const Json::Value* const names = findMember(line, "names")) {
-    const auto texts = textsFrom(*names);
+// Adds the lines of a recording to a builder, one after the other.
+class Reader {
+ public:
+  Result<void> addLine(const Json::Value& line) {
+    if (!line.isObject()) return Error() << "no JSON object";
+    if (const Json::Value* const clocks = findMember(line, "clocks")) return addAnswer(line, *clocks);
+    return addEvent(line);
+  }
+
+  Builder& builder() { return mBuilder; }
+
+ private:
+  Result<void> addAnswer(const Json::Value& line, const Json::Value& readings) {
+    const auto clocks = clocksFrom(readings);
+    if (!clocks.ok()) return Error() << clocks.error();
+    if (const auto ordered = advance(clocks->bootMs); !ordered.ok()) return ordered;
+    if (const Json::Value* const pictured = findMember(line, "processes")) {
+      const auto processes = processesFrom(*pictured);
+      if (!processes.ok()) return Error() << processes.error();
+      mBuilder.addStates(*clocks, *processes);
+    }
+    if (const Json::Value* const values = findMember(line, "context")) {
+      const auto context = textsFrom(*values);
+      if (!context.ok()) return Error() << context.error();
+      const auto globals = globalsFrom(line);
+      if (!globals.ok()) return Error() << globals.error();
+      mBuilder.addContext(*clocks, *context, *globals);
+    }
+    return {};
+  }
+
+  Result<void> addEvent(const Json::Value& line) {
+    const Json::Value* const at = findMember(line, "at");
+    if (at == nullptr || !isTime(*at)) return Error() << "at is missing or is no time";
+    const int64_t atMs = at->asInt64();
+    if (const auto ordered = advance(atMs); !ordered.ok()) return ordered;
+    if (const Json::Value* const changed = findMember(line, "changed")) {
+      const auto changes = changesFrom(*changed);
+      if (!changes.ok()) return Error() << changes.error();
+      mBuilder.addChanges(atMs, *changes);
+    } else if (const Json::Value* const names = findMember(line, "names")) {
+      return addNames(*names);
+    } else if (const Json::Value* const dead = findMember(line, "dead"); dead != nullptr && dead->isArray()) {
+      for (const Json::Value& pid : *dead) {
+        if (pid.isInt()) mBuilder.addDeath({atMs, pid.asInt(), std::nullopt, ""});
+      }
+    } else if (const Json::Value* const gap = findMember(line, "gap"); gap != nullptr && gap->isString()) {
+      mBuilder.addGap(atMs, gap->asString());
+    }
+    return {};  // a kind of line that a later program added changes nothing here
+  }
+
+  Result<void> addNames(const Json::Value& names) {
+    const auto texts = textsFrom(names);
     if (!texts.ok()) return Error() << texts.error();
     for (const auto& [pid, name] : *texts) {
-      if (const auto number = parsePid(pid)) builder.setName(*number, name);
+      if (const auto number = parsePid(pid)) mBuilder.setName(*number, name);
     }
-  } else if (const Json::Value* const dead = findMember(line, "dead"); dead != nullptr && dead->isArray()) {
-    for (const Json::Value& pid : *dead) {
-      if (pid.isInt()) builder.addDeath({*at, pid.asInt(), std::nullopt, ""});
-    }
-  } else if (const Json::Value* const gap = findMember(line, "gap"); gap != nullptr && gap->isString()) {
-    builder.addGap(*at, gap->asString());
+    return {};
   }
-  return {};  // a kind of line that a later program added changes nothing here
-}
 
-Result<void> addLine(Builder& builder, const Json::Value& line) {
-  if (!line.isObject()) return Error() << "no JSON object";
-  if (line.isMember("processes")) return addPicture(builder, line);
-  if (line.isMember("context")) return addContext(builder, line);
-  return addEvent(builder, line);
-}
+  Result<void> advance(int64_t bootMs) {
+    if (bootMs < mLastMs) return Error() << "the line is older than the one before";
+    mLastMs = bootMs;
+    return {};
+  }
+
+  Builder mBuilder;
+  int64_t mLastMs = 0;
+};
 
 Result<void> addHeader(Builder& builder, const Json::Value& line) {
   if (const auto format = requireFormat(line, kRecordingFormat, kRecordingVersion); !format.ok())
@@ -108,18 +125,18 @@ Result<void> addHeader(Builder& builder, const Json::Value& line) {
 
 Result<Timeline> fromRecording(std::string_view text) {
   if (text.empty()) return Error() << "the recording is empty";
-  Builder builder;
+  Reader reader;
   for (size_t number = 1; !text.empty(); ++number) {
     const size_t end = text.find('\n');
     if (end == std::string_view::npos && number > 1)
       break;  // the recorder was stopped in the middle of a line
     const auto line = Torv::Base::parseJson(text.substr(0, end), Torv::Base::JsonRules::Strict);
     if (!line.ok()) return Error() << "line " << number << ": " << line.error();
-    const auto added = number == 1 ? addHeader(builder, *line) : addLine(builder, *line);
+    const auto added = number == 1 ? addHeader(reader.builder(), *line) : reader.addLine(*line);
     if (!added.ok()) return Error() << "line " << number << ": " << added.error();
     text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
   }
-  return std::move(builder).finish();
+  return std::move(reader.builder()).finish();
 }
 
 Result<Timeline> fromFile(const std::string& path) {

@@ -73,7 +73,7 @@ class TraceWriter {
 
   TrackEvent& newEvent(int64_t bootMs, uint64_t track, TrackEvent::Type type) {
     Event& event = mEvents.emplace_back();
-    event.bootMs = bootMs;
+    event.bootMs = std::max<int64_t>(bootMs, 0);  // of a global state: published before this machine's boot
     event.event.set_track_uuid(track);
     event.event.set_type(type);
     return event.event;
@@ -178,9 +178,7 @@ class TraceWriter {
       if (parent == 0) parent = newTrack(name.first, 0).uuid();
       const uint64_t track = newTrack(name.second, parent).uuid();
       for (size_t i = 0; i < values.size(); ++i) {
-        // It may have been published long before the recording, even before this boot's first record.
-        const int64_t from = std::max<int64_t>(values[i]->publishedMs, 0);
-        addSlice(track, "global", values[i]->value, from,
+        addSlice(track, "global", values[i]->value, values[i]->publishedMs,
                  i + 1 < values.size() ? values[i + 1]->publishedMs : mTimeline.endMs);
       }
     }

@@ -72,6 +72,7 @@ class Builder {
 
  private:
   void addGlobals(const Clocks& clocks, const std::string& nameSpace, const Texts& states);
+  void addGlobal(const GlobalChange& change);
 
   struct State;
   std::unique_ptr<State> mState;
