@@ -53,8 +53,8 @@ void publishStates(int processes, int updates) {
   for (int i = 0; i < updates * processes * kKeys; ++i) {
     const int pid = kFirstPid + i / kKeys % processes;
     // The writer gives up after 20 ms. A service under valgrind can take longer.
-    auto result = libstatsd::WriteResult::Lost;
-    for (int attempt = 0; attempt < 100 && result == libstatsd::WriteResult::Lost; ++attempt) {
+    auto result = libstatsd::WriteResult::QueueFull;
+    for (int attempt = 0; attempt < 100 && result == libstatsd::WriteResult::QueueFull; ++attempt) {
       result = writer.publishApplicationState(pid, keyName(i % kKeys), kValue);
     }
     if (result != libstatsd::WriteResult::Sent) fail("publish", static_cast<int>(result));

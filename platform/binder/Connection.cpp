@@ -98,19 +98,21 @@ bool Connection::answer(const FrameHeader& header) {
   if (!readPayload(mPool.requests, charge, header.size, &request, &room)) return false;
   Shares::Part slot = mPool.slots.take(mPeer.uid, 1);
   if (!slot) return false;
-  android::Parcel data;
-  android::status_t status = dispatch(*mService->binder, mPeer, header, request, &data);
+  android::status_t status = dispatch(*mService->binder, mPeer, header, request, &mReply);
   request.freeData();
   room.giveBack();
-  noteHeapTraffic(data.dataSize());
-  if (data.dataSize() > kMaxPayload) {
+  noteHeapTraffic(mReply.dataSize());
+  if (mReply.dataSize() > kMaxPayload) {
     fail("asked with code " + std::to_string(header.value) + " for a reply of " +
-         std::to_string(data.dataSize()) + " bytes, over the limit of " + std::to_string(kMaxPayload) +
+         std::to_string(mReply.dataSize()) + " bytes, over the limit of " + std::to_string(kMaxPayload) +
          ", and gets an error");
-    data.freeData();
+    mReply.freeData();
     status = android::FAILED_TRANSACTION;
   }
-  return reply(status, data, std::move(slot));
+  const bool sent = reply(status, mReply, std::move(slot));
+  if (mReply.dataSize() > kSmallPayload || mReply.errorCheck() != android::OK) mReply.freeData();
+  mReply.setDataSize(0);
+  return sent;
 }
 
 bool Connection::reply(android::status_t status, const android::Parcel& data, Shares::Part slot) {
