@@ -86,15 +86,4 @@ std::map<std::string, std::string> DefaultConfiguration::getLocalStrMap(const st
   return valueOr(mStringMaps, key, {});
 }
 
-void DefaultConfiguration::registerPreferencesChangeCallback(std::function<void(void*)> /*callback*/) {}
-
-void DefaultConfiguration::registerPreferencesChangeCallback(const std::function<void()>& /*callback*/,
-                                                             const std::string& /*key*/) {}
-
-size_t DefaultConfiguration::getCallbackSize() {
-  return 0;
-}
-
-void DefaultConfiguration::runCallbackFunctions() {}
-
 }  // namespace Torv

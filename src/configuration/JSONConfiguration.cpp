@@ -51,21 +51,4 @@ std::map<std::string, std::string> JSONConfiguration::getLocalStrMap(const std::
   return fields;
 }
 
-void JSONConfiguration::registerPreferencesChangeCallback(std::function<void(void*)> callback) {
-  mNext->registerPreferencesChangeCallback(std::move(callback));
-}
-
-void JSONConfiguration::registerPreferencesChangeCallback(const std::function<void()>& callback,
-                                                          const std::string& key) {
-  mNext->registerPreferencesChangeCallback(callback, key);
-}
-
-size_t JSONConfiguration::getCallbackSize() {
-  return mNext->getCallbackSize();
-}
-
-void JSONConfiguration::runCallbackFunctions() {
-  mNext->runCallbackFunctions();
-}
-
 }  // namespace Torv

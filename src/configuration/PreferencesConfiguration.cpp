@@ -80,10 +80,6 @@ void PreferencesConfigurationListenerWrapper::add(Callback callback) {
   mCallbacks.push_back(std::move(callback));
 }
 
-void PreferencesConfigurationListenerWrapper::onConnected() {}
-
-void PreferencesConfigurationListenerWrapper::onDisconnected() {}
-
 void PreferencesConfigurationListenerWrapper::onChanged(OSSDK::Utils::IListString* changedKeys) {
   std::vector<Callback> callbacks;
   {
@@ -147,15 +143,6 @@ void PreferencesConfiguration::registerPreferencesChangeCallback(std::function<v
     mListener.add([callback = std::move(callback)](OSSDK::Utils::IListString* keys) { callback(keys); });
   }
 }
-
-void PreferencesConfiguration::registerPreferencesChangeCallback(const std::function<void()>& /*callback*/,
-                                                                 const std::string& /*key*/) {}
-
-size_t PreferencesConfiguration::getCallbackSize() {
-  return 0;
-}
-
-void PreferencesConfiguration::runCallbackFunctions() {}
 
 std::shared_ptr<v4::IPreferencesManager> PreferencesConfiguration::getPreferencesStoreManager() const {
   if (mManager != nullptr) return mManager;

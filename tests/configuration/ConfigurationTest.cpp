@@ -1,4 +1,4 @@
-// The layers one by one, and the chain as the service builds it, over files of a directory of the test's own.
+// Each layer by itself, and the chain that the service builds, over files in a temporary directory.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -27,7 +27,7 @@ std::unique_ptr<IConfiguration> fileLayer(
   return std::make_unique<JSONConfiguration>(std::move(*root), std::move(next));
 }
 
-// The writes of a version reset, tested with the preferences, show most of the defaults.
+// The test of the version reset, with the preferences, checks most of the defaults.
 TEST(DefaultConfigurationTest, answersFromTheTablesAndFallsBack) {
   const DefaultConfiguration defaults;
   EXPECT_EQ(defaults.settings().size(), 28u);
@@ -55,7 +55,7 @@ TEST(JSONConfigurationTest, scalarsAnswerOnlyUnderTheirOwnType) {
     const char* value;
     int asInt, asUint;
   };
-  // 3.0 as the library counts integers
+  // The library counts 3.0 as an integer.
   constexpr Row kRows[] = {{"\"30\"", 7, 7},     {"1.5", 7, 7},       {"3.0", 3, 3},
                            {"-3.0", -3, 7},      {"1e10", 7, 7},      {"-0", 0, 0},
                            {"-1", -1, 7},        {"65536", 65536, 0}, {"70000", 70000, 4464},
@@ -91,7 +91,7 @@ class ChainTest : public ::testing::Test {
   test::ScopedEnv mRuntime{"TORV_RUNTIME_DIR", mDir.path("runtime")};
 };
 
-// What the file, the store and the defaults answer, the tests of diagctl and of the system context show.
+// The tests of diagctl and of the system context check the answers of the file, the store and the defaults.
 TEST_F(ChainTest, overridesHaveOneValueATypeAndTheRestPassesThrough) {
   constexpr char kCount[] = "crash-reporter-logcat-tail-count";
   writeFile(R"({"crash-reporter-logcat-tail-count": 20, "crash-reporter-error-extra-data": {"a": 1}})");

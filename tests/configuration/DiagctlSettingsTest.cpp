@@ -1,4 +1,4 @@
-// Settings from the command line into a running process: the real diagctl, the real module, real files.
+// The command line changes settings of a running process, with the real diagctl, module and files.
 #include <future>
 #include <thread>
 

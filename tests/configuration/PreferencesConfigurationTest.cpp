@@ -1,4 +1,4 @@
-// The layer over a store that writes down what is asked of it.
+// The layer over a store that records its calls.
 #include "configuration/PreferencesConfiguration.h"
 
 #include <dlfcn.h>
@@ -25,7 +25,7 @@ class PreferencesConfigurationTest : public ::testing::Test {
     return std::make_unique<PreferencesConfiguration>(std::make_unique<DefaultConfiguration>(), flags);
   }
 
-  // What the store was asked since the last time.
+  // Returns the calls of the store since the last time.
   std::string calls() { return std::exchange(mStore.calls, ""); }
 
   test::RecordingStore& mStore = store();

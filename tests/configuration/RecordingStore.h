@@ -1,5 +1,5 @@
-// A preferences store that writes down what is asked of it. It lives in a module of the SDK's name beside the
-// test program, which comes to it through the real loader.
+// A preferences store that records its calls. It is in a module with the name of the SDK's, beside the test
+// program, which finds it through the real loader.
 #pragma once
 
 #include <cstdint>

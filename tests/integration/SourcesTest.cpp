@@ -28,8 +28,8 @@ using android::os::PersistableBundle;
 using fixture::Daemon;
 using std::chrono::milliseconds, std::chrono::steady_clock;
 
-// Stops one thread of a process at the entry of its next pread(), where a driver that hangs would keep it,
-// until the end of the scope.
+// Stops one thread of a process at the entry of its next pread(), as a driver that hangs would, until the end
+// of the scope.
 class HangingRead {
  public:
   HangingRead(pid_t process, const std::string& threadName) : mThread(threadOf(process, threadName)) {

@@ -26,14 +26,14 @@ TEST(PeriodicTaskTest, runsAtOnceOnlyIfAskedToAndOnANamedThread) {
   task.stop(true);
   EXPECT_EQ(runs, 0);
   task.start(true);
-  EXPECT_EQ(name.get_future().get(), "ApplicationStat");  // what the kernel has room for
+  EXPECT_EQ(name.get_future().get(), "ApplicationStat");  // the kernel keeps 15 characters
   task.stop(true);  // would take an hour if the stop did not wake the worker
   EXPECT_EQ(runs, 1);
 }
 
 TEST(PeriodicTaskTest, pausesForThePeriodAfterEachRunOfItsOneWorker) {
   constexpr milliseconds kPeriod(5);
-  std::vector<steady_clock::duration> pauses;  // which two workers would be seen to race for
+  std::vector<steady_clock::duration> pauses;  // two workers would race for it, which TSan reports
   steady_clock::time_point ended = steady_clock::now();
   std::promise<void> done;
   PeriodicTask task(kPeriod, "task", [&] {
@@ -62,7 +62,7 @@ TEST(PeriodicTaskTest, leavesARunBehindThatEndsByItself) {
     task.start(true);
     entered.get_future().wait();
     task.stop(false);  // returns although the run cannot end
-    task.start(true);  // a worker of its own, beside the one left behind
+    task.start(true);  // a second worker, beside the one left behind
     second.get_future().wait();
     task.stop(true);
   }

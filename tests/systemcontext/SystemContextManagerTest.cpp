@@ -54,7 +54,7 @@ TEST(SystemContextManagerTest, aHistoryNeverReplacesAnEntryOfItsName) {
   EXPECT_EQ(context.at("other"), "too");
 }
 
-// The only test that may build the configuration chain, of which a process has one.
+// The only test that may build the configuration chain, because a process builds it once.
 TEST(SystemContextManagerTest, joinsFilePreferencesPropertiesAndHistories) {
   constexpr char kConfiguration[] = "system_ext/etc/torv_crashreporter.conf";
   constexpr char kDisabled[] = "System state collector manager disabled via ADC\n";
@@ -72,7 +72,7 @@ TEST(SystemContextManagerTest, joinsFilePreferencesPropertiesAndHistories) {
   EXPECT_EQ(manager->getSystemContext(), expected);
   manager->stopSystemStateCollectorThread();
 
-  // A tag by the name of the context key is no source of it.
+  // A tag that has the name of a context key but is not its tag does not count.
   const std::string tags =
       "user,quillet_diff_number:D12,quillet_version_number:7,quillet_diff_version:8,pebblor_id:1,pebblor_id:"
       "," +
@@ -90,7 +90,7 @@ TEST(SystemContextManagerTest, joinsFilePreferencesPropertiesAndHistories) {
               {"ci_test_context", "of the store"}};
   EXPECT_EQ(manager->getSystemContext(), expected);
 
-  // The flag counts when a manager is made; the chain of the first one stays.
+  // The flag is read when a manager is made. The chain is the first manager's.
   device.write(kConfiguration, "{}");
   runtime.write("properties", properties +
                                   "persist.device_config.pellux_shared_os_services."

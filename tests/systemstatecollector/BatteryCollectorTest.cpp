@@ -28,7 +28,7 @@ class BatteryCollectorTest : public testing::Test {
     return BatteryCollector::init(SystemStateCollectorConfig(maxSamples, 2), mFiles);
   }
 
-  // The charge that is reported of a sample taken of these texts.
+  // Returns the reported charge of a sample that was taken while the files held these texts.
   std::string percent(BatteryCollector& collector, std::string_view counter, std::string_view full) const {
     set(counter, full);
     EXPECT_TRUE(collector.collectSystemStateData());

@@ -1,4 +1,4 @@
-// The standard collectors together: on a device's files, and on the real ones of this machine.
+// All standard collectors together, on the files of a device and on the real files of this machine.
 #include <atomic>
 #include <fstream>
 #include <string>
@@ -20,7 +20,7 @@ using Doubles = std::vector<double>;
 
 class DeviceRootTest : public testing::Test {
  protected:
-  // A device of which everything that is measured stands at `step`.
+  // Writes a device root in which every measured value is derived from `step`.
   void writeDevice(int step) const {
     const std::string n = std::to_string(step);
     for (const std::string resource : {"cpu", "memory", "io"}) {
@@ -39,7 +39,7 @@ class DeviceRootTest : public testing::Test {
     return SystemStateCollectorManager::makeDefaultManager(mStatistics, mChargeFiles);
   }
 
-  // The `metric` of each sample of a history, newest first.
+  // Returns the `metric` of each sample of a history, newest first.
   static Doubles series(const std::unordered_map<std::string, std::string>& histories,
                         const std::string& name, const std::string& metric) {
     Doubles values;
@@ -64,7 +64,7 @@ TEST_F(DeviceRootTest, allSevenFollowTheDevicesFiles) {
     writeDevice(step);
     manager->pollCollectors();
   }
-  // The fourth poll is none of the slower ones' turns, and of the others only one has lost its text.
+  // The fourth poll does not sample the collectors of rate 2. Of the others, one finds an empty text.
   mRoot.write("proc/meminfo", "");
   manager->pollCollectors();
 

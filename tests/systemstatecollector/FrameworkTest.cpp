@@ -1,4 +1,4 @@
-// What collectors are made of: the ring, the report, the accounting of polls, the reading of a text.
+// The parts of collectors: the ring, the report, the accounting of polls, the reading of a text.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -21,7 +21,7 @@ using test::Strings;
 
 namespace {
 
-// What a ring holds after it was given 1, 2, ... `samples`.
+// Returns the samples of a ring to which 1, 2, ... `samples` were added.
 std::vector<int> held(uint64_t capacity, int samples) {
   CircularBuffer<int> buffer(capacity);
   for (int i = 1; i <= samples; ++i) buffer.reserve() = i;
@@ -52,7 +52,7 @@ bool reports(const Json::Value& value, const std::string& written) {
   return report(0, {{0, value}}).find("\"m\" : " + written + "\n") != std::string::npos;
 }
 
-// "max avg" of the warning that a poll of that length is due.
+// Returns "max avg" of the warning that a poll of this length causes, or "none".
 std::string warning(PollStatistics& statistics, int64_t elapsedNs) {
   const auto due = accountPoll(statistics, elapsedNs);
   return due ? std::to_string(due->maxMs) + " " + std::to_string(due->averageMs) : "none";
@@ -87,7 +87,7 @@ TEST(ReportTest, cutsFloatingPointToTwoDecimalsAndNothingElse) {
 TEST(ReportTest, timesAreWholeMilliseconds) {
   using Utils = SystemStateCollector::Utils;
   EXPECT_EQ(Utils::toMilliseconds({1, 999'999'999}), 1999U);
-  // After some thirty years the double between nanoseconds and milliseconds rounds up.
+  // After some thirty years, the conversion through a double rounds up.
   EXPECT_EQ(Utils::toMilliseconds({1'000'000'000, 999'999'999}), 1'000'000'001'000U);
 }
 

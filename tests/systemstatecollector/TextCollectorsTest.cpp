@@ -1,4 +1,4 @@
-// The metrics that the kernel's texts are turned into, whatever the texts hold.
+// From the kernel's texts to metrics, for each source.
 #include <string>
 #include <thread>
 
@@ -101,7 +101,7 @@ TEST(CpuUsageCollectorTest, readsTheTextsOfEveryKernel) {
   EXPECT_EQ(cpuMetrics({recorded("stat-10-columns-6.12")}), cpu({"2.55"}));
   EXPECT_EQ(cpuMetrics({recorded("stat-8-columns")}), cpu({"6.01"}));
   EXPECT_EQ(cpuMetrics({recorded("stat-7-columns")}), cpu({"6.01"}));
-  // User and nice already hold the guests' time.
+  // User and nice include the time of guests.
   EXPECT_EQ(cpuMetrics({"cpu 60 20 0 20 0 0 0 0 50 20", "cpu 160 40 0 40 0 0 0 0 150 40"}),
             cpu({"80.0", "85.71"}));
 }
@@ -130,7 +130,7 @@ TEST(PsiCollectorTest, twoDumpsAtTheSameTimeAreBothWhole) {
 TEST(GpuCollectorTest, everyLineCoversTheTimeSinceTheOneBefore) {
   EXPECT_EQ(gpuMetrics({"1000 10000\n", "3500 20000\n", "", "3600 20000\n"}), gpu({"10.0", "25.0", "", "0"}));
   EXPECT_EQ(gpuMetrics({"1 4\n2 8\n"}), gpu({"25.0"}));
-  // Counters that run backwards wrap.
+  // Counters that went backwards wrap around.
   EXPECT_EQ(gpuMetrics({"100 100\n", "50 200\n"}), gpu({"100.0", "1.84467440737096e+19"}));
 }
 
@@ -145,7 +145,7 @@ TEST(SystemMemInfoCollectorTest, reportsFiveFiguresAndTheShareAvailable) {
             R"({"Buffers_KB":102332,"Cached_KB":816416,"MemFree_KB":6543216,"MemTotal_KB":8174240}!)");
   EXPECT_EQ(memInfo("MemTotal: 0\nMemFree: 0\nMemAvailable: 0\n"),
             R"({"MemAvailable_KB":0,"MemFree_KB":0,"MemTotal_KB":0}!)");
-  // A name that comes twice counts twice, so three lines may lack one.
+  // A name that comes twice counts twice: these are three lines, although MemAvailable is missing.
   EXPECT_EQ(memInfo("MemTotal: 4\nMemTotal: 8\nMemFree: 1\n"),
             R"({"MemAvail_%":0.0,"MemFree_KB":1,"MemTotal_KB":8})");
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <utility>
 
 #include <json/value.h>
 
@@ -23,11 +24,15 @@ class JSONConfiguration : public IConfiguration {
   bool getBool(const std::string& key) const override;
   std::map<std::string, std::string> getLocalStrMap(const std::string& key) const override;
 
-  void registerPreferencesChangeCallback(std::function<void(void*)> callback) override;
+  void registerPreferencesChangeCallback(std::function<void(void*)> callback) override {
+    mNext->registerPreferencesChangeCallback(std::move(callback));
+  }
   void registerPreferencesChangeCallback(const std::function<void()>& callback,
-                                         const std::string& key) override;
-  size_t getCallbackSize() override;
-  void runCallbackFunctions() override;
+                                         const std::string& key) override {
+    mNext->registerPreferencesChangeCallback(callback, key);
+  }
+  size_t getCallbackSize() override { return mNext->getCallbackSize(); }
+  void runCallbackFunctions() override { mNext->runCallbackFunctions(); }
 
  private:
   const Json::Value mRoot;

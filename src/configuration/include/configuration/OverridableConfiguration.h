@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <unordered_map>
+#include <utility>
 
 #include "configuration/IConfiguration.h"
 
@@ -16,10 +17,10 @@ class OverridableConfiguration : public IConfiguration {
 
   // Each replaces an earlier override of the same key and type. Overrides of one key under several types live
   // side by side. Maps cannot be overridden.
-  void setString(const std::string& key, std::string value);
-  void setUint(const std::string& key, uint16_t value);
-  void setInt(const std::string& key, int32_t value);
-  void setBool(const std::string& key, bool value);
+  void setString(const std::string& key, std::string value) { mStrings[key] = std::move(value); }
+  void setUint(const std::string& key, uint16_t value) { mUints[key] = value; }
+  void setInt(const std::string& key, int32_t value) { mInts[key] = value; }
+  void setBool(const std::string& key, bool value) { mBools[key] = value; }
 
   std::string getString(const std::string& key) const override;
   uint16_t getUint(const std::string& key) const override;
@@ -27,11 +28,15 @@ class OverridableConfiguration : public IConfiguration {
   bool getBool(const std::string& key) const override;
   std::map<std::string, std::string> getLocalStrMap(const std::string& key) const override;
 
-  void registerPreferencesChangeCallback(std::function<void(void*)> callback) override;
+  void registerPreferencesChangeCallback(std::function<void(void*)> callback) override {
+    mNext->registerPreferencesChangeCallback(std::move(callback));
+  }
   void registerPreferencesChangeCallback(const std::function<void()>& callback,
-                                         const std::string& key) override;
-  size_t getCallbackSize() override;
-  void runCallbackFunctions() override;
+                                         const std::string& key) override {
+    mNext->registerPreferencesChangeCallback(callback, key);
+  }
+  size_t getCallbackSize() override { return mNext->getCallbackSize(); }
+  void runCallbackFunctions() override { mNext->runCallbackFunctions(); }
 
  private:
   std::unique_ptr<IConfiguration> mNext;
