@@ -7,8 +7,10 @@
 #include <json/value.h>
 
 #include "GeneratedRecording.h"
+#include "Screen.h"
 #include "base/Json.h"
 #include "fixture/Daemon.h"
+#include "fixture/Process.h"
 #include "support/TempDir.h"
 #include "timeline/Sources.h"
 
@@ -131,6 +133,29 @@ TEST_P(RecordedViewsTest, theExportedTraceHoldsWhatTheLinesSay) {
   EXPECT_EQ(traced["unclosed"].asInt(), 0);
   EXPECT_EQ(traced["units"]["system_meminfo_history/MemFree_KB"][0].asInt(), 3);
   EXPECT_EQ(traced["units"]["system_meminfo_history/MemFree_KB"][1].asInt(), 1024);
+}
+
+TEST_P(RecordedViewsTest, theLiveViewHoldsWhatTheLinesSay) {
+  const tools::Screen screen(200, 60, {fixture::staged("diagctl"), "top", "--from", path});
+  EXPECT_TRUE(screen.shows(" of " + std::to_string(counts["last"].size()) + " processes")) << screen.text();
+}
+
+// The page about a process that lives ends where the recording ends.
+TEST_P(RecordedViewsTest, theReportHoldsWhatTheLinesSay) {
+  const std::string pid = counts["last"].getMemberNames().back();
+  const std::string page = sDir->path("report.html");
+  const fixture::Outcome outcome = fixture::run(
+      {fixture::staged("diagctl"), "report", "--pid", pid, "--from", path, "--last", "10m", "-o", page},
+      {getuid(), {}});
+  ASSERT_EQ(outcome.exitCode(), 0) << outcome.output;
+  const std::string html = test::readFile(page);
+  EXPECT_EQ(fixture::countOf(html, "<th colspan=\"3\">"), counts["last"].size() - 1);
+  EXPECT_EQ(fixture::countOf(html, "<td>Nothing was seen for"), counts["gaps"].size());
+  size_t died = 0;
+  for (const Json::Value& death : counts["deaths"]) {
+    died += fixture::countOf(html, "<td>Process " + death[1].asString() + " died.");
+  }
+  EXPECT_EQ(died, counts["deaths"].size());
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <set>
 #include <string>
 
+#include <android-base/file.h>
 #include <fmt/format.h>
 #include <poll.h>
 #include <signal.h>
@@ -43,7 +44,7 @@ class Feed {
 class FileFeed : public Feed {
  public:
   FileFeed(timeline::Timeline timeline, const std::string& path) : mTimeline(std::move(timeline)) {
-    mSurroundings.source = path;
+    mSurroundings.source = android::base::Basename(path);
   }
   const timeline::Timeline& timeline() const override { return mTimeline; }
   const top::Surroundings& surroundings() const override { return mSurroundings; }

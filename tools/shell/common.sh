@@ -17,7 +17,8 @@ build_packages=(
   android-liblog-dev android-libutils-dev android-libbase-dev android-libcutils-dev
   android-platform-frameworks-native-headers android-platform-system-core-headers
   libjsoncpp-dev libprotobuf-dev libfmt-dev libcli11-dev libncurses-dev libjs-dygraphs util-linux)
-test_packages=(libgtest-dev libgmock-dev clang checkpolicy m4 python3 python3-jsonschema)
+test_packages=(libgtest-dev libgmock-dev clang checkpolicy m4 python3 python3-jsonschema tmux)
+page_packages=(chromium chromium-driver python3-selenium)
 bench_packages=(libbenchmark-dev valgrind)
 check_packages=(clang clang-format clang-tidy libclang-rt-14-dev libc++-dev libc++abi-dev)
 

@@ -1,0 +1,208 @@
+"""Opens pages of diagctl report in Debian's chromium: charts, shared zoom, hostile texts, paper, size and time.
+
+  page_test.py DIAGCTL
+"""
+
+import base64
+import json
+import math
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+from selenium import webdriver
+from selenium.webdriver.common.action_chains import ActionChains
+from selenium.webdriver.common.by import By
+
+DIAGCTL = sys.argv.pop(1)
+SECONDS, PROCESSES, KEYS, PID = 600, 300, 20, 1000
+BOOT, WALL = 5_000_000, 1_790_000_000_000
+MIB = 1 << 20
+
+HOSTILE = {
+    "</script><script>document.title='taken'</script>": "<img src=x onerror=\"document.title='taken'\">",
+    "quotes \"'`": "a\"b'c`d",
+    "control \x07\x1b[31m": "line\nbreak\ttab\x00nul",
+    "long": "x" * 4096,
+    "rtl שלום": "\u202eevil\u202c עולם",
+    "{{data}}": "<!-- --> ]]> &lt;b&gt; \u2028",
+}
+
+
+def write_recording(path):
+    """Ten minutes of 300 processes with 20 keys. Returns the changes of PID in the last two minutes, and the deaths."""
+    clocks = lambda ms: {"boot_ms": BOOT + ms, "monotonic_ms": BOOT + ms, "wall_ms": WALL + ms}
+    states = {str(PID + i): {f"key {k}": f"value {i} {k}" for k in range(KEYS)} for i in range(PROCESSES)}
+    states[str(PID)] = {"screen": "home", **HOSTILE}
+    changes, deaths = 0, 0
+
+    def history(second, members):
+        times = range(max(1, second - 59), second + 1)
+        samples = [{"dt_ms": (second - t) * 1000, "v": members(t)} for t in reversed(times)]
+        return json.dumps({"version": "1.0", "report_time_ms": BOOT + second * 1000, "time_series": samples})
+
+    def context(second):
+        stall = lambda t: {"some_avg10": 1.5, "some_total": t * 100_000, "full_total": t * 50_000}
+        memory = lambda t: {"MemTotal_KB": 8_000_000, "MemFree_KB": 4_000_000 - t, "MemAvail_%": 60.5}
+        wave = lambda t: round(50 + 40 * math.sin(t / 7), 2)
+        return {
+            "build_fingerprint": "<b>build</b>",
+            "cpu_utilization_history": history(second, lambda t: {"CpuUtilization_%": wave(t)}),
+            "gpu_utilization_history": history(second, lambda t: {"GpuUtilization_%": wave(t + 9)}),
+            "battery_state_history": history(second, lambda t: {"BatteryCharge_%": 70.0}),
+            "psi_cpu_history": history(second, stall),
+            "system_meminfo_history": history(second, memory),
+        }
+
+    with open(path, "w", encoding="utf-8") as file:
+        put = lambda line: file.write(json.dumps(line) + "\n")
+        put({"format": "diagnostics-recording", "version": 1, "machine": "<i>machine</i>"})
+        put({"at": BOOT, "names": {str(PID): "photos </title>"}})
+        put({"clocks": clocks(0), "processes": states})
+        for second in range(1, SECONDS + 1):
+            changed = {str(PID + 1 + (second * 7 + i) % (PROCESSES - 1)): {f"key {i}": f"at {second}"} for i in range(10)}
+            if second % 5 == 0:
+                changed[str(PID)] = {"screen": f"screen {second}"}
+                changes += second >= SECONDS - 120
+            put({"at": BOOT + second * 1000, "changed": changed})
+            if second % 25 == 0 and second < SECONDS:
+                put({"at": BOOT + second * 1000, "dead": [PID + second // 25]})
+                deaths += second >= SECONDS - 120
+            if second % 30 == 0:
+                put({"clocks": clocks(second * 1000), "context": context(second)})
+        put({"at": BOOT + SECONDS * 1000, "dead": [PID]})
+    return changes, deaths + 1
+
+
+class PageTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.dir = tempfile.TemporaryDirectory()
+        recording = pathlib.Path(cls.dir.name, "recording.jsonl")
+        cls.changes, cls.deaths = write_recording(recording)
+        cls.page = pathlib.Path(cls.dir.name, "report.html")
+        subprocess.run([DIAGCTL, "report", "--from", recording, "--pid", str(PID), "-o", cls.page], check=True)
+        cls.browser = cls.start_browser()
+        cls.browser.get(cls.page.as_uri())
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.browser.quit()
+        cls.dir.cleanup()
+
+    @classmethod
+    def start_browser(cls, *more):
+        options = webdriver.ChromeOptions()
+        profile = tempfile.mkdtemp(dir=cls.dir.name)
+        for argument in ("--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
+                         "--disable-background-networking", "--disable-component-update", "--disable-sync",
+                         f"--user-data-dir={profile}", "--window-size=1200,2000", *more):
+            options.add_argument(argument)
+        options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
+        return webdriver.Chrome(options=options)
+
+    def ask(self, script, *arguments):
+        return self.browser.execute_script("return " + script, *arguments)
+
+    def ticks(self):
+        """The marks of the time axis of each chart."""
+        return self.ask("[...document.querySelectorAll('.chart')].map(chart =>"
+                        " [...chart.querySelectorAll('.dygraph-axis-label-x')].map(tick => tick.textContent))")
+
+    def ink(self):
+        """How many pixels of each chart have the colour of its first line."""
+        return self.ask("[...document.querySelectorAll('.chart')].map(chart => [...chart.querySelectorAll('canvas')]"
+                        ".map(canvas => { const d = canvas.getContext('2d').getImageData(0, 0, canvas.width, canvas.height).data;"
+                        " let n = 0; for (let i = 0; i < d.length; i += 4)"
+                        " n += d[i + 3] > 200 && d[i] < 90 && d[i + 2] > 150; return n; }).reduce((a, b) => a + b))")
+
+    def test_draws_a_chart_of_each_kind(self):
+        titles = self.ask("[...document.querySelectorAll('.chart strong')].map(title => title.textContent)")
+        self.assertEqual(titles, ["CPU", "GPU", "Pressure: share of time stalled", "Memory", "Memory", "Battery"])
+        for ink in self.ink():
+            self.assertGreater(ink, 100)
+        self.assertGreater(len(self.ticks()[0]), 4)
+        self.assertEqual(len({tuple(ticks) for ticks in self.ticks()}), 1)
+
+    def test_zooms_and_points_on_all_charts_at_once(self):
+        plots = self.browser.find_element(By.ID, "plots")
+        before = self.ticks()
+        drag = ActionChains(self.browser).move_to_element_with_offset(plots, 100, 250).click_and_hold()
+        drag.move_by_offset(120, 0).release().perform()
+        zoomed = self.ticks()
+        self.assertNotEqual(zoomed, before)
+        self.assertEqual(len({tuple(ticks) for ticks in zoomed}), 1)
+        values = lambda: self.ask("[...document.querySelectorAll('.chart figcaption b')].map(b => b.textContent)")
+        first = values()
+        ActionChains(self.browser).move_by_offset(-60, 0).perform()
+        self.assertNotEqual(values(), first)
+        self.assertNotIn("–", values())
+        self.assertRegex(self.ask("document.getElementById('time').textContent"), r"^−[0-9:.]+ s? *\(.* UTC\)")
+        ActionChains(self.browser).double_click(plots).perform()
+        self.assertEqual(self.ticks(), before)
+
+    def test_shows_hostile_texts_as_text(self):
+        text = self.ask("document.body.innerText")
+        for part in ("</script><script>document.title='taken'</script>", "<img src=x onerror=\"document.title='taken'\">",
+                     "a\"b'c`d", "control \\x07\\x1b[31m", "line\\nbreak\\ttab\\x00nul", "\\u202eevil\\u202c", "{{data}}",
+                     "<!-- --> ]]> &lt;b&gt; \\u2028", "<b>build</b>", "<i>machine</i>", "photos </title>"):
+            self.assertIn(part, text)
+        self.assertIn("x" * 4096, self.ask("document.body.textContent"))
+        self.assertEqual(self.ask("document.querySelectorAll('img, i, script').length"), 3)
+        self.assertNotEqual(self.ask("document.title"), "taken")
+        self.assertLessEqual(self.ask("document.documentElement.scrollWidth"), self.ask("window.innerWidth"))
+
+    def test_tells_what_the_recording_holds(self):
+        rows = "[...document.querySelectorAll('h2, h3')].find(h => h.textContent === arguments[0]).nextElementSibling.tBodies[0].rows.length"
+        self.assertEqual(self.ask(rows, "Changes"), self.changes)
+        self.assertEqual(self.ask(rows, "Deaths and gaps"), self.deaths)
+        self.assertEqual(self.ask(rows, "Last published states"), 1 + len(HOSTILE))
+        self.assertIn(f"Other processes ({PROCESSES - 1})", self.ask("document.body.innerText"))
+
+    def test_is_small_opens_fast_and_complains_of_nothing(self):
+        self.assertLess(self.page.stat().st_size, MIB)
+        browser = self.start_browser()
+        try:
+            # The shortest of three: what else this machine does is not the page's fault.
+            times = []
+            for _ in range(3):
+                browser.get(self.page.as_uri())
+                times.append(browser.execute_script("return performance.getEntriesByType('navigation')[0].loadEventEnd"))
+            print(f"{self.page.stat().st_size} bytes, opened in {[round(time) for time in times]} ms", file=sys.stderr)
+            self.assertLess(min(times), 1000)
+            self.assertEqual(browser.get_log("browser"), [])
+            self.assertEqual(browser.execute_script("return performance.getEntriesByType('resource').length"), 0)
+        finally:
+            browser.quit()
+
+    def test_prints_tables_and_charts(self):
+        pdf = base64.b64decode(self.browser.print_page())
+        self.assertTrue(pdf.startswith(b"%PDF"))
+        # The page without its charts is the measure: they are pictures in the printed document.
+        self.ask("document.getElementById('charts').hidden = true")
+        without = base64.b64decode(self.browser.print_page())
+        self.ask("document.getElementById('charts').hidden = false")
+        self.assertGreater(len(without), 20_000)
+        self.assertGreater(pdf.count(b"/Subtype /Image"), without.count(b"/Subtype /Image"))
+
+    def test_is_readable_without_javascript_and_in_the_dark(self):
+        browser = self.start_browser("--blink-settings=scriptEnabled=false")
+        try:
+            browser.get(self.page.as_uri())
+            tree = browser.execute_cdp_cmd("Accessibility.getFullAXTree", {})
+            text = " ".join(node["name"].get("value", "") for node in tree["nodes"] if "name" in node)
+            for part in ("screen 600", "psi_cpu_history", "CpuUtilization_%"):
+                self.assertIn(part, text)
+        finally:
+            browser.quit()
+        ground = "getComputedStyle(document.body).backgroundColor"
+        light = self.ask(ground)
+        dark = {"features": [{"name": "prefers-color-scheme", "value": "dark"}]}
+        self.browser.execute_cdp_cmd("Emulation.setEmulatedMedia", dark)
+        self.assertNotEqual(self.ask(ground), light)
+        self.browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {"features": []})
+
+
+unittest.main(verbosity=2)
