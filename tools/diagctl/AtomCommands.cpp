@@ -60,6 +60,7 @@ int publish(const Options& options, const Publish& send) {
   return refuse("not published: the service has just ended.");
 }
 
+// Flat, as the counters were before uids had some of their own.
 Json::Value toJson(const StatsdStatus& status) {
   Json::Value document(Json::objectValue);
   document["service_pid"] = status.servicePid;

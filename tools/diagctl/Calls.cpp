@@ -33,6 +33,7 @@ using dev::kerno::internal::diagnostics::IDiagnosticsNotificationService;
 
 namespace {
 
+// Applications' keys and values as UTF-8.
 timeline::Texts textsOf(const PersistableBundle& bundle) {
   timeline::Texts texts;
   for (const String16& key : bundle.getStringKeys()) texts[toUtf8(key)] = stringOf(bundle, key);
@@ -85,6 +86,8 @@ Result<void> outcomeOf(const Status& status) {
   }
 }
 
+// The clocks are read between the two calls: changes are dated with them, and ages in the context are a
+// moment older.
 Result<timeline::Answer> askService(bool withContext) {
   const auto service = collector();
   if (!service.ok()) return Error() << service.error();

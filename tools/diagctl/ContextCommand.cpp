@@ -14,6 +14,7 @@ using android::String16;
 using android::base::Error;
 using android::os::PersistableBundle;
 
+// A history without samples yet is no series, but it shows that the flag is on.
 bool hasHistories(const timeline::Texts& context) {
   return std::any_of(context.begin(), context.end(),
                      [](const auto& value) { return value.first.ends_with("_history"); });
@@ -41,6 +42,7 @@ void printContext(const timeline::Answer& answer) {
   }
 }
 
+// Programs get the bundle as the service sent it, people a drawing.
 Result<void> context(const Options& options) {
   if (!options.json) {
     const auto answer = askService(true);

@@ -98,6 +98,7 @@ class Findings {
   Json::Value mDocument{Json::arrayValue};
 };
 
+// The service ends at its start without this file, so it comes first.
 void checkConfiguration(Findings& findings) {
   const std::string path = Torv::OS::devicePath(Torv::kServiceConfigurationPath);
   const auto configuration = Torv::readServiceConfiguration();
@@ -109,6 +110,7 @@ void checkConfiguration(Findings& findings) {
   }
 }
 
+// Losses lie in the past: they are notes, because the service does what it should.
 void checkLosses(const StatsdCounters& counters, Findings& findings) {
   bool none = true;
   for (const Loss& loss : kLosses) {
@@ -120,6 +122,7 @@ void checkLosses(const StatsdCounters& counters, Findings& findings) {
   if (none) findings.good("no atom was lost");
 }
 
+// Who publishes in vain does not learn it: a datagram has no answer.
 void checkUids(const StatsdStatus& status, Findings& findings) {
   const std::string uid = std::to_string(status.askerUid);
   if (status.askerHeard) {
@@ -165,6 +168,7 @@ bool lacksFull(const timeline::Timeline& timeline, const std::string& source) {
   return any;
 }
 
+// The flag switches all histories on or off. With it on, each source that the machine has gives one.
 void checkHistories(const timeline::Answer& answer, Findings& findings) {
   const timeline::Timeline timeline = timeline::fromAnswer(answer);
   size_t present = 0;
@@ -186,6 +190,7 @@ void checkHistories(const timeline::Answer& answer, Findings& findings) {
   }
 }
 
+// In the order in which one thing needs the other: without a configuration there is no service.
 Result<void> examine(const Options& options) {
   Findings findings(options.json);
   checkConfiguration(findings);

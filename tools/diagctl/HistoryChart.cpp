@@ -46,6 +46,8 @@ std::string summary(const Series& series) {
   return fmt::format("now {}, highest {}", withUnit(*newest, series.unit), withUnit(*highest, series.unit));
 }
 
+// The bars take what names and summaries leave of the width. On a very narrow terminal the lines are cut
+// instead.
 Frame frameFor(const Timeline& timeline, size_t columns) {
   Frame frame;
   size_t summaryColumns = 0;
@@ -62,6 +64,7 @@ Frame frameFor(const Timeline& timeline, size_t columns) {
   return frame;
 }
 
+// What is drawn below it, and between which values.
 std::string heading(const Timeline& timeline, const Series& series) {
   const Scale scale = timeline::scaleOf(timeline, series);
   return fmt::format("{}, {} to {}", text::printable(series.source), timeline::numberText(scale.lowest),
@@ -83,6 +86,7 @@ std::string chartLine(const Timeline& timeline, const Series& series, const Fram
          summary(series);
 }
 
+// Below the bars of the last chart, which have the same columns as all others.
 std::string timeAxis(const Frame& frame) {
   const std::string begin = fmt::format("{} s ago", (frame.toMs - frame.fromMs + 500) / 1000);
   const std::string end = "now";

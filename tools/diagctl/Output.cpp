@@ -86,6 +86,7 @@ Json::Value toJson(const PersistableBundle& bundle) {
   return object;
 }
 
+// COLUMNS is what a shell leaves behind; the terminal itself knows better.
 size_t terminalColumns() {
   winsize size{};
   if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
@@ -100,6 +101,7 @@ timeline::Glyphs glyphs() {
   return utf8 ? timeline::Glyphs::Blocks : timeline::Glyphs::Ascii;
 }
 
+// Programs that read the output want whole lines, so only a terminal gets them folded.
 std::string folded(const std::string& lines, size_t indent) {
   const size_t columns = terminalColumns();
   if (isatty(STDOUT_FILENO) == 0 || columns <= 2 * indent) return lines;

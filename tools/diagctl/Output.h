@@ -31,7 +31,7 @@ using ::text::printable;
 // Two columns, the left one as wide as its widest text, each line behind `indent` spaces.
 std::string table(const Rows& rows, size_t indent);
 
-// The string under `key`, or the bundle; empty where there is none.
+// The string, or the bundle, under `key`; empty if the bundle has none of that type.
 std::string stringOf(const android::os::PersistableBundle& bundle, const android::String16& key);
 android::os::PersistableBundle childOf(const android::os::PersistableBundle& bundle,
                                        const android::String16& key);

@@ -87,6 +87,7 @@ int getPreference(const std::string& key, const Options& options) {
   return kDone;
 }
 
+// Runs `work` on the stored values under the lock that all writers take.
 int change(const std::function<void(Json::Value&)>& work) {
   const auto stored = preferences()->update(work);
   if (stored.ok()) return kDone;
@@ -110,6 +111,7 @@ int setPreference(const std::string& key, const std::string& text, const std::st
   return change([&](Json::Value& values) { values[key] = *value; });
 }
 
+// A key that is not stored is a refusal: a typing error would look like success.
 int unsetPreference(const std::string& key) {
   bool stored = false;
   const int exitCode = change([&](Json::Value& values) { stored = values.removeMember(key, nullptr); });

@@ -36,6 +36,7 @@ std::string machineName() {
   return std::string(name.sysname) + ' ' + name.release + ' ' + name.machine;
 }
 
+// One recording, from the first answer to the last.
 class Recording {
  public:
   Recording(const Arguments& arguments, const Options& options, timeline::Recorder recorder)
@@ -43,6 +44,7 @@ class Recording {
         mPatience(std::chrono::ceil<milliseconds>(std::chrono::duration<double>(options.timeoutSeconds))),
         mRecorder(std::move(recorder)) {}
 
+  // Returns an error if the file cannot be written. A service that is away is no error but a gap.
   Result<void> run() {
     const auto start = SteadyClock::now();
     auto next = start;
@@ -62,6 +64,8 @@ class Recording {
   bool isStuck() const { return mAsker.isStuck(); }
 
  private:
+  // The dead are looked for before the service is asked: what they published last is then in the answer, and
+  // nothing of them can come after their death.
   Result<void> addAnswer(bool withContext) {
     const int64_t nowMs = timeline::readClocks().bootMs;
     const std::set<int32_t> dead = deadOf(mLast);

@@ -25,6 +25,7 @@ using dev::kerno::internal::diagnostics::IDiagnosticsCollectorService;
 using dev::kerno::internal::diagnostics::IDiagnosticsNotificationEventCode;
 using dev::kerno::internal::diagnostics::IDiagnosticsNotificationService;
 
+// One process as people read it: its pid, then its states in the order of their keys.
 void printProcess(const PersistableBundle& process) {
   int32_t pid = 0;
   process.getInt(String16(bundlekey::kProcessId), &pid);
@@ -32,6 +33,7 @@ void printProcess(const PersistableBundle& process) {
   printf("process %d\n%s", pid, table(rows, 2).c_str());
 }
 
+// An empty answer stands for a process that the service does not know.
 Result<void> state(int pid, const Options& options) {
   const auto service = collector();
   if (!service.ok()) return Error() << service.error();
@@ -96,6 +98,7 @@ Result<int64_t> pingUs(const char* name) {
       .count();
 }
 
+// Both services, because each has a registration of its own.
 Result<void> ping(const Options& options) {
   Json::Value document(Json::objectValue);
   for (const char* name :

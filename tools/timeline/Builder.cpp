@@ -8,7 +8,8 @@
 namespace timeline {
 namespace {
 
-// Where a series stands, or is inserted: `series` is ordered by source and metric.
+// Returns the series of that name, which is made if it is new. The reference is valid until the next call:
+// `series` is ordered by source and metric.
 Series& seriesFor(std::vector<Series>& series, const std::string& source, const std::string& metric,
                   Unit unit) {
   const auto at =
@@ -40,6 +41,7 @@ void replaceBefore(std::vector<Event>& events, int64_t bootMs, int64_t Event::*t
 
 }  // namespace
 
+// Most of two answers is equal, so nothing is copied but what differs.
 Changes difference(const std::map<int32_t, Texts>& before, const std::map<int32_t, Texts>& after) {
   static const Texts kNone;
   Changes changes;
@@ -67,6 +69,7 @@ struct Builder::State {
   bool inGap = false;
   std::map<std::string, HistoryReader> histories;  // by source
 
+  // Everything that has a time moves the ends of the timeline. An open gap lasts until the newest of it.
   void sawAt(int64_t bootMs) {
     if (timeline.endMs == 0 && timeline.beginMs == 0) timeline.beginMs = bootMs;
     timeline.beginMs = std::min(timeline.beginMs, bootMs);
@@ -74,6 +77,7 @@ struct Builder::State {
     if (!timeline.gaps.empty() && inGap) timeline.gaps.back().toMs = timeline.endMs;
   }
 
+  // The service gave an answer, so a gap ends here.
   void answered(int64_t bootMs) {
     sawAt(bootMs);
     inGap = false;
@@ -108,6 +112,7 @@ void Builder::addChanges(int64_t bootMs, const Changes& changes) {
   mState->first = false;
 }
 
+// Histories become series; every other value of the context replaces the one of the answer before.
 void Builder::addContext(const Clocks& clocks, const Texts& context,
                          const std::map<std::string, Texts>& globals) {
   State& state = *mState;

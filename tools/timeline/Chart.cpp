@@ -17,6 +17,8 @@ constexpr int64_t kHoldMs = 5000;  // longer than any source's period
 
 }  // namespace
 
+// A column shows the highest of its values, because a short peak is what one looks for. `held` is the newest
+// value so far, or nothing after a gap.
 std::vector<std::optional<double>> columnsOf(const Series& series, int64_t fromMs, int64_t toMs,
                                              size_t count) {
   std::vector<std::optional<double>> columns(count);
@@ -54,6 +56,7 @@ std::string bars(const std::vector<std::optional<double>>& columns, const Scale&
   return text;
 }
 
+// The buffer holds the longest double: 309 digits before the point.
 std::string numberText(double value) {
   std::array<char, 400> text{};
   const int size = snprintf(text.data(), text.size(), "%.2f", value);

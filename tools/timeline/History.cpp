@@ -35,6 +35,7 @@ std::optional<int64_t> timeIn(const Json::Value& object, const char* name) {
   return value->asInt64();
 }
 
+// The metrics of a sample that have a number. Empty if the service could not read the source then.
 std::map<std::string, double> numbers(const Json::Value& sample) {
   std::map<std::string, double> values;
   const Json::Value* const members = Torv::Base::findMember(sample, "v");
@@ -59,6 +60,8 @@ int64_t periodOf(const History& history) {
 
 }  // namespace
 
+// Other values of the context are not parsed as JSON: the search for a member that every history has is
+// cheaper.
 std::optional<History> parseHistory(const std::string& text) {
   if (text.find("time_series") == std::string::npos) return std::nullopt;
   const auto report = Torv::Base::parseJson(text);
@@ -87,6 +90,8 @@ std::optional<AgedText> parseAged(const std::string& text) {
   return AgedText{*ageMs, value->asString()};
 }
 
+// Samples are told apart by their monotonic time, which is the same in every report. Their boot time is not:
+// two readings of the clocks may differ by a millisecond, and by a suspend in between.
 std::vector<Sample> HistoryReader::newSamples(const History& history, const Clocks& clocks) {
   const int64_t suspendedMs = clocks.bootMs - clocks.monotonicMs;
   const int64_t periodMs = periodOf(history);

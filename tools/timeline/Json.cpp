@@ -12,6 +12,7 @@ using android::base::Error;
 using android::base::Result;
 using Torv::Base::findMember;
 
+// The bound keeps sums of two times, and times in nanoseconds, within 64 bits, whatever a file says.
 bool isTime(const Json::Value& json) {
   constexpr int64_t kMost = int64_t{1} << 43;  // some 278 years; in nanoseconds it still fits
   return json.isInt64() && json.asInt64() >= 0 && json.asInt64() <= kMost;
@@ -45,6 +46,7 @@ Json::Value toJson(const Texts& texts) {
   return json;
 }
 
+// A crash report nests the values that are JSON documents. They are texts again here, though not to the byte.
 Result<Texts> textsFrom(const Json::Value& json) {
   if (!json.isObject()) return Error() << "keys and values are no object";
   Texts texts;
@@ -73,6 +75,7 @@ Result<std::map<int32_t, Texts>> processesFrom(const Json::Value& json) {
   return processes;
 }
 
+// Pids are the claims of publishers, so negative ones and 0 occur.
 std::optional<int32_t> parsePid(const std::string& text) {
   int32_t pid = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), pid);

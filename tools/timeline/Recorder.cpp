@@ -39,6 +39,7 @@ Json::Value toJson(const Changes& changes) {
 
 }  // namespace
 
+// O_RDWR, because the oldest minutes are removed by copying the rest.
 Result<Recorder> Recorder::create(const RecorderSettings& settings, const Clocks& now) {
   Recorder recorder(settings);
   recorder.mFd.reset(open(settings.path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY, 0644));
@@ -58,6 +59,7 @@ bool Recorder::wantsContext(int64_t bootMs) const {
   return mStarting || mInGap || bootMs - mContextMs >= kContextEveryMs;
 }
 
+// The context comes last: readers see the states of its time before it.
 Result<void> Recorder::add(const Answer& answer, const std::set<int32_t>& dead) {
   const bool picture = mStarting || mInGap || answer.clocks.bootMs - mPictureMs >= kPictureEveryMs;
   if (const auto written = picture ? addPicture(answer) : addChanges(answer); !written.ok()) return written;
@@ -98,6 +100,7 @@ Result<void> Recorder::addChanges(const Answer& answer) {
   return writeLine(line);
 }
 
+// A pid that runs again leaves `dead`, so its next death is told as well.
 Result<void> Recorder::addDeaths(const Answer& answer, const std::set<int32_t>& dead) {
   Json::Value pids(Json::arrayValue);
   for (const int32_t pid : dead) {
@@ -132,6 +135,8 @@ Result<void> Recorder::addGap(int64_t bootMs, const std::string& reason) {
   return writeLine(line);
 }
 
+// Without a buffer: what is written survives the recorder, and a full disk is noticed at the line that it
+// cuts.
 Result<void> Recorder::writeLine(const Json::Value& line) {
   const std::string text = compact(line) + '\n';
   if (!android::base::WriteFully(mFd.get(), text.data(), text.size())) {

@@ -15,6 +15,7 @@ using Torv::Base::findMember;
 
 constexpr size_t kMaxFileBytes = size_t{1} << 30;
 
+// Anything but a string, null first of all, says that the key is no longer known.
 Result<Changes> changesFrom(const Json::Value& json) {
   if (!json.isObject()) return Error() << "changed is no object";
   Changes changes;
@@ -101,6 +102,7 @@ class Reader {
     return {};
   }
 
+  // Everything that draws relies on the order of the times.
   Result<void> advance(int64_t bootMs) {
     if (bootMs < mLastMs) return Error() << "the line is older than the one before";
     mLastMs = bootMs;
@@ -111,6 +113,7 @@ class Reader {
   int64_t mLastMs = 0;
 };
 
+// The machine is the only thing of the first line that a timeline holds.
 Result<void> addHeader(Builder& builder, const Json::Value& line) {
   if (const auto format = requireFormat(line, kRecordingFormat, kRecordingVersion); !format.ok())
     return Error() << format.error();
@@ -139,6 +142,7 @@ Result<Timeline> fromRecording(std::string_view text) {
   return std::move(reader.builder()).finish();
 }
 
+// A recording may be larger than what one JSON document may hold, so it is told by its first line.
 Result<Timeline> fromFile(const std::string& path) {
   const auto text = Torv::Base::readFile(path, kMaxFileBytes);
   if (!text.ok()) return Error() << text.error();

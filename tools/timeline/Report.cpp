@@ -19,6 +19,8 @@ Result<Texts> statesOf(const Json::Value& process) {
   return textsFrom(**states);
 }
 
+// The three answers of a report, as if they had just come. The one for the dead process alone is in
+// all_processes too, if the service knew of it.
 Result<Answer> answerFrom(const Json::Value& report) {
   Answer answer;
   const auto asked = requiredObject(report, "asked");
@@ -51,6 +53,7 @@ Result<Answer> answerFrom(const Json::Value& report) {
   return answer;
 }
 
+// Who died, when and of what. The signal and the program may be unknown.
 Result<Death> deathFrom(const Json::Value& report) {
   Death death;
   const auto died = requiredObject(report, "died");
@@ -68,6 +71,8 @@ Result<Death> deathFrom(const Json::Value& report) {
   return death;
 }
 
+// The service's own JSON texts, and applications', are easier to read as JSON. Numbers and words stay
+// strings.
 Json::Value nested(const std::string& text) {
   auto value = Torv::Base::parseJson(text, Torv::Base::JsonRules::Strict);
   if (value.ok() && (value->isObject() || value->isArray())) return *std::move(value);

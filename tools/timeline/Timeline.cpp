@@ -25,6 +25,7 @@ int64_t wallMsOf(const Timeline& timeline, int64_t bootMs) {
   return timeline.clocks.wallMs + (bootMs - timeline.clocks.bootMs);
 }
 
+// One scale for all metrics of a source, so that free and total memory can be compared.
 Scale scaleOf(const Timeline& timeline, const Series& series) {
   if (series.unit == Unit::Percent) return {};
   Scale scale{0, 0};
@@ -61,6 +62,8 @@ std::string unitName(Unit unit) {
   return "";
 }
 
+// Replays all changes up to `bootMs`, which keeps the timeline a plain list: nothing has to be undone to step
+// back.
 std::vector<ProcessState> processesAt(const Timeline& timeline, int64_t bootMs) {
   std::map<int32_t, ProcessState> byPid;
   for (const KeyChange& change : timeline.changes) {

@@ -30,6 +30,7 @@ struct Event {
   TrackEvent event;
 };
 
+// Descriptors of tracks come first, then all events in the order of their times.
 class TraceWriter {
  public:
   explicit TraceWriter(const Timeline& timeline) : mTimeline(timeline) {}
@@ -87,6 +88,7 @@ class TraceWriter {
     newEvent(std::max(toMs, fromMs + 1), track, TrackEvent::TYPE_SLICE_END);
   }
 
+  // Readings of the same moment let a viewer show wall-clock times.
   void addClocks() {
     const Clocks& now = mTimeline.clocks;
     trace::ClockSnapshot& snapshot = *newPacket().mutable_clock_snapshot();
@@ -99,6 +101,7 @@ class TraceWriter {
     }
   }
 
+  // Memory is told as KiB with a multiplier: viewers then show MiB and GiB as they like.
   void addSeries() {
     std::map<std::string, uint64_t> sources;
     for (const Series& series : mTimeline.series) {
@@ -126,6 +129,7 @@ class TraceWriter {
     }
   }
 
+  // A track for each key, because slices of one track must nest, and values of two keys overlap as they like.
   void addProcesses() {
     std::map<int32_t, std::map<std::string, std::vector<const KeyChange*>>> changes;
     for (const KeyChange& change : mTimeline.changes) changes[change.pid][change.key].push_back(&change);
@@ -150,6 +154,7 @@ class TraceWriter {
     event.set_name(death.signal ? std::string("died of ") + strsignal(*death.signal) : "died");
   }
 
+  // A value lasts until the next one of its key. An empty value ends the one before it and begins nothing.
   void addKey(uint64_t track, const std::vector<const KeyChange*>& values) {
     for (size_t i = 0; i < values.size(); ++i) {
       if (!values[i]->value) continue;
