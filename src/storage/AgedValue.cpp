@@ -16,25 +16,18 @@ namespace {
 constexpr char kTag[] = "libdiagnostics-storage";
 constexpr int64_t kNsPerMs = 1'000'000;
 
-// Writes JSON on one line, without spaces. Reading the settings costs more than writing a value, so a writer
-// is kept.
-class CompactWriter {
- public:
-  CompactWriter() {
+// JSON on one line, without spaces. Reading the settings costs more than writing a value, so each thread
+// keeps a writer.
+std::string writeCompact(const Json::Value& json) {
+  thread_local const std::unique_ptr<Json::StreamWriter> writer = [] {
     Json::StreamWriterBuilder settings;
     settings["indentation"] = "";
-    mWriter.reset(settings.newStreamWriter());
-  }
-
-  std::string write(const Json::Value& json) {
-    std::ostringstream text;
-    mWriter->write(json, &text);
-    return text.str();
-  }
-
- private:
-  std::unique_ptr<Json::StreamWriter> mWriter;
-};
+    return std::unique_ptr<Json::StreamWriter>(settings.newStreamWriter());
+  }();
+  std::ostringstream text;
+  writer->write(json, &text);
+  return text.str();
+}
 
 }  // namespace
 
@@ -54,8 +47,7 @@ std::optional<std::string> agedValue(int64_t timestampNs, std::string_view value
   Json::Value json(Json::objectValue);
   json["v"] = Json::Value(value.data(), value.data() + value.size());
   json["dt_ms"] = static_cast<Json::UInt64>(ageMs);
-  thread_local CompactWriter writer;
-  return writer.write(json);
+  return writeCompact(json);
 }
 
 }  // namespace Torv::OS::Diagnostics

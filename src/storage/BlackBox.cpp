@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <ctime>
-#include <iterator>
+#include <sstream>
 #include <tuple>
 #include <utility>
 
@@ -111,19 +111,18 @@ void BlackBox::cleanupAllWithTtl(int64_t ttlSeconds) {
 }
 
 std::optional<std::string> BlackBox::takeLossReport() {
-  if (mLosses.empty() && mOtherLosses == 0) return std::nullopt;
   const int64_t now = mWallClock();
-  if (mLastReport && now >= *mLastReport && now - *mLastReport < kLossLogPeriodSeconds) return std::nullopt;
+  const bool isEarly = mLastReport && now >= *mLastReport && now - *mLastReport < kLossLogPeriodSeconds;
+  if (isEarly || (mLosses.empty() && mOtherLosses == 0)) return std::nullopt;
   mLastReport = now;
   size_t sum = mOtherLosses;
-  std::string processes;
-  for (const auto& [pid, states] : mLosses) {
+  std::ostringstream processes;
+  for (const auto& [pid, states] : std::exchange(mLosses, {})) {
     sum += states;
-    processes += " " + std::to_string(pid) + ": " + std::to_string(states) + ",";
+    processes << " " << pid << ": " << states << ",";
   }
-  mLosses.clear();
-  return "The black box dropped or refused " + std::to_string(sum) + " states. By process:" + processes +
-         " others: " + std::to_string(std::exchange(mOtherLosses, 0));
+  processes << " others: " << std::exchange(mOtherLosses, 0);
+  return "The black box dropped or refused " + std::to_string(sum) + " states. By process:" + processes.str();
 }
 
 int64_t BlackBox::unixTime() {

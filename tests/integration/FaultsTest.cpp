@@ -1,4 +1,4 @@
-// What goes wrong around the service, and what it does then.
+// How the service behaves when its surroundings fail.
 
 #include <chrono>
 #include <cstdlib>
@@ -53,7 +53,7 @@ TEST(FaultsTest, withoutTheSdkModuleTheFirstReportEndsTheProcess) {
   const std::string alone = daemon.dir().path("alone");
   fs::create_directory(alone);
   fs::copy_file(staged("diagnostics_collector_service"), alone + "/service");
-  // Looked for beside the program first; nothing there, nothing in the system's own folders.
+  // The loader looks beside the program and in the system's folders. The module is in neither.
   daemon.start(alone + "/service");
   PersistableBundle all;
   EXPECT_EQ(daemon.collector()->getAllAvailableApplicationStateData(&all).transactionError(),
@@ -64,7 +64,7 @@ TEST(FaultsTest, withoutTheSdkModuleTheFirstReportEndsTheProcess) {
 
 TEST(FaultsTest, noStartWithoutTheStatsdFeed) {
   Daemon daemon;
-  daemon.dir().write("runtime/statsdw/in-the-way", "");  // a directory where the socket is to be
+  daemon.dir().write("runtime/statsdw/in-the-way", "");  // a directory takes the socket's place
   daemon.launch();
   EXPECT_TRUE(aborted(daemon.process().wait().value_or(0)));
   expectNoFeed(daemon.log());
@@ -165,7 +165,7 @@ TEST(FaultsTest, aTableTooLargeForAReplyComesWithoutTheStatesOfItsLargestProcess
   EXPECT_EQ(daemon.countInLog("processes did not fit into a reply"), 1u) << daemon.log();
 }
 
-// What a tester's checkout, or root's, may be: a directory that the service's uid cannot enter.
+// Root's checkout can be a directory that the service's uid cannot enter.
 TEST(FaultsTest, theServiceRunsFromACheckoutThatOnlyItsOwnerCanEnter) {
   Daemon daemon;
   const std::string checkout = daemon.dir().path("checkout");

@@ -1,4 +1,4 @@
-// Good and bad clients together. DIAG_LOAD_SECONDS says for how long (6 where it is not set).
+// Good and bad clients together. DIAG_LOAD_SECONDS says for how long (default: 6).
 
 #include <algorithm>
 #include <atomic>

@@ -33,7 +33,7 @@ namespace {
 
 using testing::ElementsAre, testing::HasSubstr, testing::Pair, testing::UnorderedElementsAre;
 
-// A process that does this, of another user where the test may make one, and has then stopped for good.
+// Forks a process that does `work` and then stops for good. It runs as `uid` if the test is root.
 pid_t forkStopped(uid_t uid, const std::function<void()>& work) {
   const pid_t pid = fork();
   if (pid == 0) {

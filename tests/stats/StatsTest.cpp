@@ -1,4 +1,4 @@
-// The feed: what it asks of statsd, and what it makes of the atoms that it gets.
+// The feed: how it configures statsd, and how it decodes atoms.
 #include <gmock/gmock.h>
 #include <statsd/StatsdCollection.h>
 #include <statsd/StatsdConfiguration.h>
@@ -7,7 +7,7 @@
 #include "stats/StatsManagerBuilder.h"
 #include "support/LogCapture.h"
 
-// What statsd's client library is asked in this program, and what it answers.
+// What the program asks of statsd's client library, and what the library answers.
 struct FakeStatsd {
   std::string asked;
   int32_t refusedAtom = 0;
@@ -16,7 +16,7 @@ struct FakeStatsd {
 };
 static FakeStatsd gStatsd;
 
-// Stands before the client library's two classes, so that statsd can refuse and fail.
+// Replaces the client library's two classes, so that statsd can refuse and fail.
 namespace libstatsd {
 
 bool StatsdConfiguration::addEventAtomId(int32_t atomId) {
@@ -97,7 +97,7 @@ TEST_F(StatsManagerTest, bringsNothingWhereAFetchFailsAndGoesOn) {
   builder.addAtomId(1).addAllowedLogSource("AID_APP").setConfigId(3);
   const std::unique_ptr<StatsManager> manager = std::move(builder).build();
   ASSERT_NE(manager, nullptr);
-  EXPECT_EQ(gStatsd.asked, "publish 3 1000, collect 3 1000");  // the system's uid, where none is said
+  EXPECT_EQ(gStatsd.asked, "publish 3 1000, collect 3 1000");  // the default uid is the system's
   gStatsd.reports = libstatsd::Error{"gone"};
   EXPECT_TRUE(manager->fetchReports().empty());
   const libstatsd::AtomReport report = atom(kApplicationStateAtomId, 9, "\x08\x05");

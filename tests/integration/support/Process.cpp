@@ -53,7 +53,7 @@ uid_t reporterUid() {
 
 void actAs(uid_t uid, const std::function<void()>& work) {
   std::thread([&] {
-    // The bare system call changes this thread alone, where the library's function would change all.
+    // The system call changes this thread only. The library's function would change all threads.
     if (syscall(SYS_setresuid, uid, uid, uid) != 0) throw std::runtime_error("setresuid");
     work();
   }).join();
@@ -68,7 +68,7 @@ Process::Process(std::vector<std::string> arguments, const ProcessOptions& optio
   if (mPid < 0) throw std::runtime_error("fork");
   if (mPid > 0) return;
   if (!options.output.empty()) {
-    // Opened by the tester, who may write where the child may not.
+    // Opened before the child becomes another user, who may not write here.
     const int output = open(options.output.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
     if (output < 0 || dup2(output, STDOUT_FILENO) < 0 || dup2(output, STDERR_FILENO) < 0) _exit(126);
   }

@@ -3,16 +3,12 @@
 #pragma once
 
 #include <cstddef>
-#include <limits>
-#include <memory>
-#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
-#include <binder/PersistableBundle.h>
-
 #include "base/StringMap.h"
+#include "dev/kerno/internal/diagnostics/BinderHeaders.h"
 
 namespace Torv::OS::Diagnostics {
 

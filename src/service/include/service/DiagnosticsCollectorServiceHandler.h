@@ -1,15 +1,12 @@
 #pragma once
 
-#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
 #include <unordered_map>
 
-#include <binder/PersistableBundle.h>
-#include <binder/Status.h>
-
 #include "base/Mutex.h"
+#include "dev/kerno/internal/diagnostics/BinderHeaders.h"
 #include "service/Observer.h"
 #include "state/ApplicationStateManager.h"
 #include "systemcontext/SystemContextManager.h"

@@ -22,10 +22,10 @@ struct BlackBoxLimits {
   // What a cut leaves. A cut looks at every process, so it must make room for some thousand states at once.
   size_t bytesAfterCut = 36 * kMiB;
 
-  // Processes with states. Twice what is protected, and few enough that the entries of all of them fit into
-  // one reply. Beyond it a pid without a process is refused, and one with a process takes the place of the
-  // pid without a process that came last.
-  size_t maxProcesses = 2 * kProtectedProcesses;
+  // Processes with states: those that are protected and some more. Every one has an entry in a whole-table
+  // reply, which takes memory even without states. Beyond it a pid without a process is refused, and one with
+  // a process takes the place of one without.
+  size_t maxProcesses = kProtectedProcesses + 512;
 
   // Memory of one process's states, in bytes. Far more than a reply can carry; one process must not make the
   // black box copy tens of megabytes when its block grows. Beyond it the newer half is kept.

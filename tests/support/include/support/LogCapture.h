@@ -10,14 +10,14 @@ namespace test {
 
 struct LogLine {
   int priority = 0;                // ANDROID_LOG_*
-  std::optional<std::string> tag;  // empty where the message carries no tag
+  std::optional<std::string> tag;  // nullopt if the message has no tag
   std::string text;
 
   bool operator==(const LogLine&) const = default;
 };
 
-// Takes every log message of the process, DEBUG included, instead of letting it reach stderr, from
-// construction to destruction. One at a time; messages may come from any thread.
+// Captures every log message of the process, DEBUG included, from construction to destruction; none reaches
+// stderr. Only one may exist at a time. Messages may come from any thread.
 class LogCapture {
  public:
   LogCapture();

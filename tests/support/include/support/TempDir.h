@@ -6,7 +6,7 @@
 
 namespace test {
 
-// A directory of its own for one test, removed with all that is in it.
+// A new directory for one test, removed with its contents at the end of the scope.
 class TempDir {
  public:
   TempDir();
@@ -15,13 +15,15 @@ class TempDir {
 
   const std::string& path() const { return mPath; }
   std::string path(std::string_view name) const { return mPath + "/" + std::string(name); }
-  // Writes a file below the directory, making the directories on the way; returns its full path.
+  // Writes a file below the directory and creates missing directories. Returns the file's path. Throws if it
+  // cannot.
   std::string write(std::string_view name, std::string_view contents) const;
 
  private:
   std::string mPath;
 };
 
+// Returns the file's contents, or "" if it cannot be read.
 std::string readFile(const std::string& path);
 
 // Sets an environment variable for a scope and puts the old value back.
