@@ -11,8 +11,13 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_CXX_FLAGS_DEBUG "-O1 -g1")
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -g1 -DNDEBUG")
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # The archives that are installed hide our names, and a name that the compiler makes unique cannot be hidden.
+  string(APPEND CMAKE_CXX_FLAGS_RELEASE " -fno-gnu-unique")
+endif()
 
-# Programs and the SDK module lie side by side, so that a bare module name is found by RUNPATH.
+# The SDK module is opened by its bare name: a program finds it in its own folder, wherever the two are copied.
+set(CMAKE_BUILD_RPATH "$ORIGIN")
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 

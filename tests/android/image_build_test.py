@@ -63,7 +63,8 @@ class ImageBuildTest(unittest.TestCase):
         self.assertGreater(len(compilations), 0)
         with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
             faults = [fault for fault in pool.map(lambda pair: self.compile(*pair), compilations) if fault]
-        self.assertEqual(faults, [], "\n\n".join(faults))
+        if faults:
+            self.fail("\n\n".join(faults))
 
     def compiled_sources(self, name):
         """The module's C++ sources. Makes the code of its schemas, which clang sees only as headers."""
@@ -79,7 +80,8 @@ class ImageBuildTest(unittest.TestCase):
         """Returns what is wrong with the source, empty if it compiles."""
         whole = blueprint.with_defaults(modules, module)
         used = self.scratch / f"{module['name']}.{source.name}.d"
-        command = ["clang++", "-fsyntax-only", f"-std={whole['cpp_std']}", "-fno-exceptions", "-MD", "-MF", used]
+        command = ["clang++", "-fsyntax-only", f"-std={whole['cpp_std']}", "-fno-exceptions", "-ferror-limit=1",
+                   "-MD", "-MF", used]
         command += [] if whole["rtti"] else ["-fno-rtti"]
         command += whole["cflags"] + [f"-I{checkout}"]  # Soong always gives the folder of Android.bp
         command += [f"-I{checkout / path}" for path in whole.get("local_include_dirs", [])]

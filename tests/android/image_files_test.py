@@ -44,12 +44,16 @@ class ImageFilesTest(unittest.TestCase):
                 for path in [paths] if isinstance(paths, str) else paths:
                     self.assertTrue(list(checkout.glob(path)), f"{module['name']}, {key}: {path}")
 
-    def test_everyModuleThatIsNamedAsOurOwnExists(self):
-        for module in modules.values():
-            for key in ("defaults", "static_libs", "export_static_lib_headers"):
-                for name in module.get(key, []):
-                    if name.startswith("diag"):
-                        self.assertIn(name, modules, f"{module['name']}, {key}")
+    def test_everyProgramLinksAllThatItsLibrariesUse(self):
+        # Soong links what the program itself names and no more.
+        for name, module in modules.items():
+            if module["kind"] in ("cc_binary", "cc_test"):
+                program = blueprint.with_defaults(modules, module)
+                for library in program["static_libs"]:
+                    used = blueprint.with_defaults(modules, modules.get(library, {}))
+                    for key in ("static_libs", "shared_libs"):
+                        with self.subTest(program=name, library=library):
+                            self.assertLessEqual(set(used.get(key, [])), set(program[key]))
 
     def test_flagsAreThoseThatTheServiceReads(self):
         names = re.compile(r'"(persist\.[^"]*)"')

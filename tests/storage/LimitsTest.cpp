@@ -41,7 +41,7 @@ class LimitsTest : public testing::Test {
     EXPECT_THAT(*states, SizeIs(testing::Ge(8 * kKiB / 60))) << pid;
   }
 
-  const BlackBoxLimits limits;
+  const BlackBoxLimits limits{};
   int64_t now = 1'000'000;
   std::set<int> processes;
   BlackBox box{[this] { return now; }, [this](pid_t pid) { return processes.count(pid) > 0; }};

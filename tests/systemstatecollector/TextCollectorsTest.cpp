@@ -1,7 +1,9 @@
 // From the kernel's texts to metrics, for each source.
+#include <filesystem>
 #include <string>
 #include <thread>
 
+#include <android-base/file.h>
 #include <gtest/gtest.h>
 
 #include "CpuUsageCollector.h"
@@ -28,7 +30,9 @@ Strings gpuMetrics(std::initializer_list<std::string_view> texts) {
 }
 
 std::string recorded(const std::string& name) {
-  return test::readFile(DIAG_TEST_DATA "/" + name);
+  // An absolute path on a host; on a device the data lies beside the program.
+  return test::readFile(std::filesystem::path(android::base::GetExecutableDirectory()) / DIAG_TEST_DATA /
+                        name);
 }
 
 std::string psi(const std::string& text) {

@@ -113,6 +113,7 @@ int showConfiguration(const Options& options) {
     std::string answer = layer;
     answer.resize(std::string("preferences  ").size(), ' ');
     rows.emplace_back(setting.key, answer + printable(plainText(value)));
+    document[setting.key]["type"] = nameOf(setting.type);
     document[setting.key]["layer"] = layer;
     document[setting.key]["value"] = std::move(value);
   }

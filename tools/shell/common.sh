@@ -19,6 +19,7 @@ build_packages=(
   libjsoncpp-dev libprotobuf-dev libfmt-dev libcli11-dev libncurses-dev libjs-dygraphs util-linux)
 test_packages=(libgtest-dev libgmock-dev clang checkpolicy m4 python3 python3-jsonschema tmux)
 page_packages=(chromium chromium-driver python3-selenium)
+package_packages=(debhelper dpkg-dev lintian systemd man-db pkg-config bash-completion git python3)
 bench_packages=(libbenchmark-dev valgrind)
 check_packages=(clang clang-format clang-tidy libclang-rt-14-dev libc++-dev libc++abi-dev)
 
