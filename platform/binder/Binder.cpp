@@ -7,6 +7,7 @@
 
 #include <binder/Binder.h>
 #include <binder/IInterface.h>
+#include <binder/Stability.h>
 #include <utils/misc.h>
 
 #include "Log.h"
@@ -72,7 +73,7 @@ status_t BBinder::unlinkToDeath(const wp<DeathRecipient>& /*recipient*/, void* /
 
 void BBinder::attachObject(const void* /*objectID*/, void* /*object*/, void* /*cleanupCookie*/,
                            object_cleanup_func /*func*/) {
-  platform::binder::refuseAttachedObjects();
+  LOG_ALWAYS_FATAL("binders have no attached objects here");
 }
 
 void* BBinder::findObject(const void* /*objectID*/) const {
@@ -129,5 +130,9 @@ sp<IBinder> IInterface::asBinder(const IInterface* iface) {
 sp<IBinder> IInterface::asBinder(const sp<IInterface>& iface) {
   return asBinder(iface.get());
 }
+
+// Called by stubs that aidl-cpp has generated. Binders do not travel in parcels here, so nothing ever asks
+// for the level of one.
+void internal::Stability::markCompilationUnit(IBinder* /*binder*/) {}
 
 }  // namespace android

@@ -7,7 +7,6 @@
 #include <binder/BpBinder.h>
 #include <binder/IPCThreadState.h>
 
-#include "DeathWatch.h"
 #include "Log.h"
 #include "RemoteService.h"
 
@@ -39,16 +38,16 @@ int32_t BpBinder::handle() const {
 
 // Asks the remote object once. If that fails, the descriptor is empty and the next call asks again.
 const String16& BpBinder::getInterfaceDescriptor() const {
-  if (!isDescriptorCached()) {
-    Parcel data;
-    Parcel reply;
-    const status_t status = const_cast<BpBinder*>(this)->transact(INTERFACE_TRANSACTION, data, &reply);
-    if (status == OK) {
-      const String16 descriptor = reply.readString16();
-      AutoMutex guard(mLock);
-      if (mDescriptorCache.size() == 0) mDescriptorCache = descriptor;
-    }
+  {
+    AutoMutex guard(mLock);
+    if (mDescriptorCache.size() != 0) return mDescriptorCache;
   }
+  Parcel data;
+  Parcel reply;
+  const_cast<BpBinder*>(this)->transact(INTERFACE_TRANSACTION, data, &reply);
+  const String16 descriptor = reply.readString16();
+  AutoMutex guard(mLock);
+  if (mDescriptorCache.size() == 0) mDescriptorCache = descriptor;
   return mDescriptorCache;
 }
 
@@ -119,13 +118,16 @@ void BpBinder::sendObituary() {
     obituaries = std::exchange(mObituaries, nullptr);
   }
   if (obituaries == nullptr) return;
-  for (size_t i = 0; i < obituaries->size(); ++i) reportOneDeath(obituaries->itemAt(i));
+  for (size_t i = 0; i < obituaries->size(); ++i) {
+    const auto recipient = obituaries->itemAt(i).recipient.promote();
+    if (recipient != nullptr) recipient->binderDied(this);
+  }
   delete obituaries;
 }
 
 void BpBinder::attachObject(const void* /*objectID*/, void* /*object*/, void* /*cleanupCookie*/,
                             object_cleanup_func /*func*/) {
-  platform::binder::refuseAttachedObjects();
+  LOG_ALWAYS_FATAL("binders have no attached objects here");
 }
 
 void* BpBinder::findObject(const void* /*objectID*/) const {
@@ -145,15 +147,6 @@ void BpBinder::onLastStrongRef(const void* /*id*/) {}
 // Called only for objects that live on weak references; a proxy lives on strong ones.
 bool BpBinder::onIncStrongAttempted(uint32_t /*flags*/, const void* /*id*/) {
   return false;
-}
-
-void BpBinder::reportOneDeath(const Obituary& obit) {
-  if (const auto recipient = obit.recipient.promote(); recipient != nullptr) recipient->binderDied(this);
-}
-
-bool BpBinder::isDescriptorCached() const {
-  AutoMutex guard(mLock);
-  return mDescriptorCache.size() != 0;
 }
 
 // The class has one as a member; see attachObject().

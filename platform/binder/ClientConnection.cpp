@@ -148,7 +148,7 @@ std::optional<android::status_t> ClientConnection::receive(android::Parcel* repl
   android::Parcel unwanted;
   const auto status = readReply(reply != nullptr ? reply : &unwanted);
   if (status.ok()) return *status;
-  logWarning("a server %s", status.error().message().c_str());
+  ALOGW("a server %s", status.error().message().c_str());
   return std::nullopt;
 }
 

@@ -6,26 +6,17 @@
 #include <poll.h>
 #include <sys/socket.h>
 
-#include "Dispatch.h"
 #include "Log.h"
 #include "runtime/HeapPolicy.h"
 
 namespace platform::binder {
-namespace {
-
-Shares::Rule ruleOf(const Share& share) {
-  return {.total = share.total, .byUid = share.byUid};
-}
-
-}  // namespace
-
 // The slots come when the pool starts.
 Pool::Pool(const Limits& limits)
     : transfer(limits.transfer),
-      slots({}),
-      requests(ruleOf(limits.requests)),
-      replies(ruleOf(limits.replies)),
-      oneWays(ruleOf(limits.oneWays)) {}
+      slots({0, 0}),
+      requests(limits.requests),
+      replies(limits.replies),
+      oneWays(limits.oneWays) {}
 
 std::string warningsNote(uint64_t times) {
   return times == 1 ? "" : " (and " + std::to_string(times - 1) + " more warnings since the last one)";
@@ -150,8 +141,8 @@ void Connection::enter(State state) {
 bool Connection::fail(const std::string& why) {
   if (mGivenUp) return false;
   if (const uint64_t times = mPool.warnings.count(); times != 0) {
-    logWarning("a client of %s (uid %u, pid %d) %s%s", mService->name.c_str(), mPeer.uid, mPeer.pid,
-               why.c_str(), warningsNote(times).c_str());
+    ALOGW("a client of %s (uid %u, pid %d) %s%s", mService->name.c_str(), mPeer.uid, mPeer.pid, why.c_str(),
+          warningsNote(times).c_str());
   }
   return false;
 }

@@ -6,9 +6,7 @@
 #include <android-base/unique_fd.h>
 
 #include "Frame.h"
-#include "OneWayQueue.h"
-#include "Shares.h"
-#include "Socket.h"
+#include "Service.h"
 #include "base/Clock.h"
 #include "runtime/LogLimit.h"
 
@@ -25,13 +23,6 @@ struct CoarseClock {
     clock_gettime(CLOCK_MONOTONIC_COARSE, &time);
     return time_point(duration(Torv::Base::toNanoseconds(time)));
   }
-};
-
-// A service as its connections see it.
-struct Service {
-  std::string name;
-  android::sp<android::BBinder> binder;
-  std::shared_ptr<OneWayQueue> oneWays;
 };
 
 // What the connections of a server share: the slots of its pool, the bytes of Limits, and one line in the log

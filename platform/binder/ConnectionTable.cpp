@@ -51,8 +51,8 @@ bool ConnectionTable::giveUpOne(std::optional<uid_t> ofUid) {
     if (ofUid && connection.uid() != *ofUid) continue;
     const Connection::State state = connection.state();
     const auto time = connection.timeInState(now);
-    const bool stalled = state == Connection::State::Transferring && time >= kStalledAfter;
-    if (!stalled && state != Connection::State::Idle) continue;
+    if (state == Connection::State::Running || time < kGiveUpAfter) continue;
+    const bool stalled = state == Connection::State::Transferring;
     const std::tuple claim{mHeld[connection.uid()], stalled, time};
     if (chosen != mConnections.end() && claim <= most) continue;
     most = claim;

@@ -2,6 +2,7 @@
 // with its unit, its reason, and what happens beyond it.
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 
@@ -51,6 +52,14 @@ struct Limits {
   Share oneWays{size_t{4} << 20, size_t{1} << 20};
 };
 
+// The slots of a pool of `slots` that one uid may hold: a quarter, as of the connections, but up to four
+// unless that is more than half. Its further calls wait. Half of a large pool would be unfair on a machine of
+// few processors, where so many calls of one uid slow down each call of another. Fewer than four would be too
+// few for a client of which two calls wait for a slow device. A pool of less than four slots is for those who
+// come first.
+constexpr size_t slotsByUid(size_t slots) {
+  return slots < 4 ? slots : std::max(slots / 4, std::min<size_t>(slots / 2, 4));
+}
 // A uid holds at most one in so many of the connections. Beyond it, it gives up one of its own.
 inline constexpr size_t kConnectionShares = 4;
 // Descriptors that stay free for the files of the process and for connections that are being closed.
@@ -60,9 +69,13 @@ inline constexpr size_t kMaxConnections = 1024;
 // Connections that have been given up and are not closed yet. Beyond it the next one is accepted when one of
 // them has gone, which takes a moment of its thread.
 inline constexpr size_t kClosingConnections = 32;
-// How long a frame or a reply may be under way before its connection counts as stalled, and may be given up
-// for another one.
-inline constexpr std::chrono::milliseconds kStalledAfter{100};
+// How long a connection has been idle, or a frame or reply has been under way, before the connection may be
+// given up for another one. Without it, one that has a request in the kernel's buffer could go, and a flood
+// of connections would make a thread for each.
+inline constexpr std::chrono::milliseconds kGiveUpAfter{100};
+// Connections that wait in the kernel to be accepted. A flood keeps that queue full whatever its length is,
+// and a good client waits for its turn in it.
+inline constexpr int kBacklog = 128;
 // The pause before the next accept(2) if the system refuses descriptors or memory; it could fail at once
 // again.
 inline constexpr std::chrono::milliseconds kAcceptPause{100};

@@ -9,7 +9,7 @@
 #include <android-base/unique_fd.h>
 #include <binder/BpBinder.h>
 
-#include "ServiceDirectory.h"
+#include "ServiceAddress.h"
 
 namespace platform::binder {
 
@@ -38,5 +38,12 @@ android::sp<android::IBinder> proxyFor(const ServiceAddress& address);
 std::shared_ptr<RemoteService> serviceOf(int32_t handle);
 // The proxy calls it when it goes.
 void releaseHandle(int32_t handle);
+
+// Calls sendObituary() of a proxy when its server dies. Each watched proxy has a connection of its own to the
+// server, and a thread that waits for its end and makes the call. Returns false if the server is dead
+// already, or cannot be watched. A child of fork(2) does not watch what its parent watches. Thread-safe.
+[[nodiscard]] bool watchForDeath(int32_t handle, std::shared_ptr<RemoteService> service,
+                                 const android::wp<android::BpBinder>& proxy);
+void stopWatchingForDeath(int32_t handle);
 
 }  // namespace platform::binder

@@ -48,7 +48,7 @@ void Server::serve(const std::string& name, android::sp<android::BBinder> binder
   auto service = std::make_shared<const Service>(Service{name, std::move(binder), oneWays});
   auto listener = std::make_unique<const Listener>(std::move(service), std::move(socket));
   const auto started = mThreads.start("BinderAccept", [this, &it = *listener] { acceptAll(it); });
-  if (!started.ok()) logError("%s is not served: %s", name.c_str(), started.error().message().c_str());
+  if (!started.ok()) ALOGE("%s is not served: %s", name.c_str(), started.error().message().c_str());
   mListeners.push_back(std::move(listener));
 }
 
@@ -84,11 +84,9 @@ void Server::stop() {
   mStopped.notify_all();
 }
 
-// While another uid waits, a uid gets no more than half of the slots; and it never gets the last quarter
-// beyond its half, so that another one finds a slot at once.
 void Server::updateSlots() {
   const size_t slots = (mPoolStarted ? 1 + mMaxThreads : 0) + mJoined;
-  mPool.slots.setRule({.total = slots, .byUid = (slots + 1) / 2, .keptFree = slots / 4});
+  mPool.slots.setShare({slots, slotsByUid(slots)});
 }
 
 // The loop of a listener's thread. Connections are accepted at once and then refused if need be: in the
@@ -103,7 +101,7 @@ void Server::acceptAll(const Listener& listener) {
       warn("cannot accept a connection: the process has no descriptors or no memory left");
       std::this_thread::sleep_for(kAcceptPause);
     } else if (errno != ECONNABORTED && errno != EINTR) {
-      logError("%s is not served any more: %s", listener.service->name.c_str(), strerror(errno));
+      ALOGE("%s is not served any more: %s", listener.service->name.c_str(), strerror(errno));
       return;
     }
   }
@@ -132,7 +130,7 @@ void Server::connect(const Listener& listener, unique_fd socket) {
 
 void Server::warn(const std::string& what) {
   const uint64_t times = mPool.warnings.count();
-  if (times != 0) logWarning("%s%s", what.c_str(), warningsNote(times).c_str());
+  if (times != 0) ALOGW("%s%s", what.c_str(), warningsNote(times).c_str());
 }
 
 Server& processServer() {

@@ -13,16 +13,13 @@
 #include "Log.h"
 #include "RemoteService.h"
 #include "Server.h"
-#include "ServiceDirectory.h"
-#include "Socket.h"
+#include "ServiceAddress.h"
 #include "base/Mutex.h"
 #include "runtime/RuntimeDirectory.h"
 
 namespace android {
 namespace {
 
-using platform::binder::logError;
-using platform::binder::logWarning;
 using Torv::Base::LockGuard;
 
 // getService() asks this often, and for this long; a service that is being started takes a moment.
@@ -38,7 +35,7 @@ class ServiceManager final : public IServiceManager {
   sp<IBinder> getService(const String16& name) const override {
     sp<IBinder> service = checkService(name);
     for (int i = 0; service == nullptr && i < kPolls; ++i) {
-      if (i == 0) logWarning("waiting for service %s", text(name).c_str());
+      if (i == 0) ALOGW("waiting for service %s", text(name).c_str());
       std::this_thread::sleep_for(kPollPause);
       service = checkService(name);
     }
@@ -100,7 +97,7 @@ class ServiceManager final : public IServiceManager {
 
  private:
   static status_t refuse(const String16& name, status_t status, const std::string& why) {
-    logError("cannot publish \"%s\": %s", text(name).c_str(), why.c_str());
+    ALOGE("cannot publish \"%s\": %s", text(name).c_str(), why.c_str());
     return status;
   }
 

@@ -1,7 +1,5 @@
 #include "Shares.h"
 
-#include <algorithm>
-
 namespace platform::binder {
 
 using Torv::Base::LockGuard;
@@ -22,10 +20,7 @@ void Shares::Part::giveBack() {
 Shares::Part Shares::take(uid_t uid, size_t amount) {
   const LockGuard guard(mMutex);
   if (mClosed) return {};
-  if (fits(uid, amount)) {
-    grant(uid, amount);
-    return {this, uid, amount};
-  }
+  if (grant(uid, amount)) return {this, uid, amount};
   Waiter self(uid, amount);
   mWaiters.push_back(&self);
   while (!self.granted && !mClosed) self.changed.wait(mMutex);
@@ -34,9 +29,9 @@ Shares::Part Shares::take(uid_t uid, size_t amount) {
   return {};
 }
 
-void Shares::setRule(const Rule& rule) {
+void Shares::setShare(const Share& share) {
   const LockGuard guard(mMutex);
-  mRule = rule;
+  mShare = share;
   grantToWaiters();
 }
 
@@ -46,51 +41,29 @@ void Shares::close() {
   for (Waiter* const waiter : mWaiters) waiter->changed.notify_one();
 }
 
-bool Shares::fits(uid_t uid, size_t amount) const {
-  const size_t free = mRule.total - std::min(mUsed, mRule.total);
-  if (amount > free) return false;
-  const auto held = holder(uid);
-  if ((held != mHolders.end() ? held->amount : 0) + amount <= mRule.byUid) return true;
-  if (mRule.keptFree > free - amount) return false;
-  return std::none_of(mWaiters.begin(), mWaiters.end(), [uid](const Waiter* w) { return w->uid != uid; });
-}
-
-void Shares::grant(uid_t uid, size_t amount) {
+bool Shares::grant(uid_t uid, size_t amount) {
+  size_t& held = mHeld[uid];
+  if (held + amount > mShare.byUid || mUsed + amount > mShare.total) return false;
+  held += amount;
   mUsed += amount;
-  const auto held = holder(uid);
-  if (held == mHolders.end()) {
-    mHolders.push_back({uid, amount});
-  } else {
-    mHolders[static_cast<size_t>(held - mHolders.begin())].amount += amount;
-  }
+  return true;
 }
 
 void Shares::giveBack(uid_t uid, size_t amount) {
   const LockGuard guard(mMutex);
   mUsed -= amount;
-  Holder& held = mHolders[static_cast<size_t>(holder(uid) - mHolders.begin())];
-  held.amount -= amount;
-  if (held.amount == 0) {
-    held = mHolders.back();
-    mHolders.pop_back();
-  }
+  mHeld[uid] -= amount;
   grantToWaiters();
 }
 
-std::vector<Shares::Holder>::const_iterator Shares::holder(uid_t uid) const {
-  return std::find_if(mHolders.begin(), mHolders.end(),
-                      [uid](const Holder& held) { return held.uid == uid; });
-}
-
 void Shares::grantToWaiters() {
-  for (auto waiter = mWaiters.begin(); waiter != mWaiters.end() && mUsed < mRule.total;) {
+  for (auto waiter = mWaiters.begin(); waiter != mWaiters.end() && mUsed < mShare.total;) {
     Waiter& next = **waiter;
-    if (!fits(next.uid, next.amount)) {
+    if (!grant(next.uid, next.amount)) {
       ++waiter;
       continue;
     }
     waiter = mWaiters.erase(waiter);
-    grant(next.uid, next.amount);
     next.granted = true;
     next.changed.notify_one();  // under the lock, because the waiter may go as soon as it sees `granted`
   }

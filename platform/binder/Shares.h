@@ -2,11 +2,12 @@
 
 #include <cstddef>
 #include <list>
+#include <unordered_map>
 #include <utility>
-#include <vector>
 
 #include <sys/types.h>
 
+#include "Limits.h"
 #include "base/Mutex.h"
 
 namespace platform::binder {
@@ -15,14 +16,6 @@ namespace platform::binder {
 // more than there is waits; waiters of one uid are served in the order in which they came. Thread-safe.
 class Shares {
  public:
-  struct Rule {
-    size_t total = 0;
-    // What a uid may hold at any time.
-    size_t byUid = 0;
-    // A uid may exceed its share if nobody else waits and this much stays free for others.
-    size_t keptFree = SIZE_MAX;
-  };
-
   // What somebody holds. Gives it back at the end of its life. Must not outlive the Shares.
   class Part {
    public:
@@ -44,12 +37,12 @@ class Shares {
     size_t mAmount = 0;
   };
 
-  explicit Shares(const Rule& rule) : mRule(rule) {}
+  explicit Shares(const Share& share) : mShare(share) {}
 
   // Waits for `amount`, at most byUid. Returns an empty part after close().
   [[nodiscard]] Part take(uid_t uid, size_t amount);
 
-  void setRule(const Rule& rule);
+  void setShare(const Share& share);
   // From now on nobody gets anything, and nobody waits.
   void close();
 
@@ -63,23 +56,17 @@ class Shares {
     Torv::Base::ConditionVariable changed;
   };
 
-  struct Holder {
-    uid_t uid;
-    size_t amount;
-  };
-
-  bool fits(uid_t uid, size_t amount) const REQUIRES(mMutex);
-  void grant(uid_t uid, size_t amount) REQUIRES(mMutex);
+  // Grants it if there is room.
+  bool grant(uid_t uid, size_t amount) REQUIRES(mMutex);
   void giveBack(uid_t uid, size_t amount);
-  std::vector<Holder>::const_iterator holder(uid_t uid) const REQUIRES(mMutex);
   void grantToWaiters() REQUIRES(mMutex);
 
   Torv::Base::Mutex mMutex;
-  Rule mRule GUARDED_BY(mMutex);
+  Share mShare GUARDED_BY(mMutex);
   bool mClosed GUARDED_BY(mMutex) = false;
   size_t mUsed GUARDED_BY(mMutex) = 0;
-  // Only uids that hold something. They are few, and a vector takes them without allocating.
-  std::vector<Holder> mHolders GUARDED_BY(mMutex);
+  // What each uid holds. A uid that has ever called keeps its entry, so that a transaction allocates nothing.
+  std::unordered_map<uid_t, size_t> mHeld GUARDED_BY(mMutex);
   std::list<Waiter*> mWaiters GUARDED_BY(mMutex);  // in the order in which they came
 };
 

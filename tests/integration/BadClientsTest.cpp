@@ -1,12 +1,9 @@
-// Whatever one client does, the others are served.
+// Wrong requests get an error, and the service goes on serving. AttackTest has the clients that do their
+// worst.
 
-#include <filesystem>
 #include <limits>
-#include <random>
 #include <string>
 #include <vector>
-
-#include <signal.h>
 
 #include <gtest/gtest.h>
 
@@ -19,10 +16,8 @@ using android::status_t;
 using android::String16;
 using android::os::PersistableBundle;
 using fixture::Daemon;
-using fixture::eventually;
 using fixture::IDiagnosticsCollectorService;
 using fixture::IDiagnosticsNotificationService;
-using fixture::staged;
 
 class BadClientsTest : public testing::Test {
  protected:
@@ -43,11 +38,6 @@ class BadClientsTest : public testing::Test {
     EXPECT_TRUE(daemon.process().running()) << daemon.log();
   }
 
-  size_t openFiles() {
-    const std::filesystem::directory_iterator all("/proc/" + std::to_string(daemon.process().pid()) + "/fd");
-    return std::distance(begin(all), end(all));
-  }
-
   Daemon daemon;
 };
 
@@ -60,7 +50,7 @@ struct Request {
   status_t expected;
 };
 
-TEST_F(BadClientsTest, RequestsThatAreWrongGetTheErrorThatSaysHow) {
+TEST_F(BadClientsTest, requestsThatAreWrongGetTheErrorThatSaysHow) {
   constexpr auto kCollector = IDiagnosticsCollectorService::kServiceName;
   constexpr auto kNotifier = IDiagnosticsNotificationService::kServiceName;
   const String16 collector = IDiagnosticsCollectorService::descriptor;
@@ -89,7 +79,7 @@ TEST_F(BadClientsTest, RequestsThatAreWrongGetTheErrorThatSaysHow) {
   }
 }
 
-TEST_F(BadClientsTest, ANameMayBeAsLongAsTheCarrierCarries) {
+TEST_F(BadClientsTest, aNameMayBeAsLongAsTheCarrierCarries) {
   const auto ask = [this](size_t length) {
     PersistableBundle states;
     const String16 name(std::string(length, 'x').c_str());
@@ -99,34 +89,7 @@ TEST_F(BadClientsTest, ANameMayBeAsLongAsTheCarrierCarries) {
   EXPECT_EQ(ask(600'000), android::FAILED_TRANSACTION);
 }
 
-TEST_F(BadClientsTest, CallersKilledInMidCallLeaveNothingBehind) {
-  const size_t before = openFiles();
-  std::mt19937 random(1);
-  for (int i = 0; i < 20; ++i) {
-    fixture::Process greedy({staged("greedy_client"), "4"}, daemon.client());
-    usleep(random() % 20'000);
-    greedy.signal(SIGKILL);
-  }
-  EXPECT_TRUE(eventually([&] { return openFiles() <= before; })) << openFiles() << " after " << before;
-}
-
-TEST_F(BadClientsTest, TwoHundredCallersThatStopReadingDelayNobody) {
-  // Answers of 600 KB, which no socket takes at once.
-  for (int i = 0; i < 100; ++i) {
-    ASSERT_TRUE(fixture::publish(getpid(), "key " + std::to_string(i), std::string(3000, 'x')));
-  }
-  const size_t before = openFiles();
-  fixture::ProcessOptions options = daemon.client();
-  options.output = daemon.dir().path("client.log");
-  fixture::Process stalled({staged("greedy_client"), "200"}, options);
-  ASSERT_TRUE(eventually([&] { return test::readFile(options.output).find("ready") == 0; }));
-  stalled.signal(SIGSTOP);
-  for (int i = 0; i < 50; ++i) expectServing();
-  EXPECT_TRUE(eventually([&] { return openFiles() < before + 200; })) << "stalled connections are dropped";
-  stalled.signal(SIGCONT);
-}
-
-TEST_F(BadClientsTest, OnlyKnownEventsReachTheHandlerAndEveryOneIsLogged) {
+TEST_F(BadClientsTest, onlyKnownEventsReachTheHandlerAndEveryOneIsLogged) {
   using Code = dev::kerno::internal::diagnostics::IDiagnosticsNotificationEventCode;
   using Limits = std::numeric_limits<int32_t>;
   for (const int32_t code : {-2, -1, 0, 1, 2, 3, Limits::min(), Limits::max()}) {

@@ -12,7 +12,7 @@
 
 #include <gtest/gtest.h>
 
-#include "Socket.h"
+#include "ServiceAddress.h"
 #include "runtime/SocketPath.h"
 #include "support/LogCapture.h"
 #include "support/TempDir.h"
@@ -208,7 +208,7 @@ TEST_F(ServerTest, theConnectionThatIsIdleForLongestMakesRoom) {
   for (int i = 0; i < 4; ++i) {
     idle.push_back(client());
     ASSERT_TRUE(idle.back().answers());
-    std::this_thread::sleep_for(milliseconds(20));  // the clock of idleness ticks every few milliseconds
+    std::this_thread::sleep_for(platform::binder::kGiveUpAfter);
   }
   idle[0].awaitEnd();
   for (size_t i = 1; i < 4; ++i) EXPECT_TRUE(idle[i].answers()) << i;
@@ -220,7 +220,7 @@ TEST_F(ServerTest, aStalledConnectionMakesRoomBeforeAnIdleOne) {
   ASSERT_TRUE(idle.answers());
   RawClient stalled = client();
   stalled.send("BX");
-  std::this_thread::sleep_for(platform::binder::kStalledAfter * 2);
+  std::this_thread::sleep_for(platform::binder::kGiveUpAfter * 2);
   EXPECT_TRUE(client().answers());
   EXPECT_FALSE(stalled.reply());
   EXPECT_TRUE(idle.answers());

@@ -27,41 +27,41 @@ class Taker {
   std::future<Part> mPart;
 };
 
-TEST(SharesTest, aUidMayUseMoreThanItsShareButLeavesWhatIsKeptFree) {
-  Shares shares({.total = 8, .byUid = 4, .keptFree = 2});
-  std::vector<Part> greedy;
-  for (int i = 0; i < 6; ++i) greedy.push_back(shares.take(kGreedy, 1));
-  Taker seventh(shares, kGreedy);
-  EXPECT_TRUE(seventh.waits());
-  const Part first = shares.take(kOther, 1);
-  const Part second = shares.take(kOther, 1);
-  greedy.clear();
-  EXPECT_TRUE(seventh.get());
+TEST(SharesTest, aUidThatHasUsedUpItsShareWaitsAndAnotherOneDoesNot) {
+  Shares shares({.total = 4, .byUid = 2});
+  Part first = shares.take(kGreedy, 1);
+  const Part second = shares.take(kGreedy, 1);
+  Taker third(shares, kGreedy);
+  EXPECT_TRUE(third.waits());
+  const Part others = shares.take(kOther, 2);
+  EXPECT_TRUE(others);
+  first.giveBack();
+  EXPECT_TRUE(third.get());
 }
 
-TEST(SharesTest, whatIsFreedGoesToTheOneWhoIsBelowTheShareThoughHeCameLater) {
-  Shares shares({.total = 2, .byUid = 1, .keptFree = 0});
+TEST(SharesTest, whatIsFreedGoesToTheFirstWaiterWhoseShareHasRoom) {
+  Shares shares({.total = 2, .byUid = 2});
   Part first = shares.take(kGreedy, 1);
   const Part second = shares.take(kGreedy, 1);
   Taker greedy(shares, kGreedy);
   EXPECT_TRUE(greedy.waits());
+  shares.setShare({.total = 2, .byUid = 1});
   Taker other(shares, kOther);
   EXPECT_TRUE(other.waits());
   first.giveBack();
-  Part others = other.get();
-  EXPECT_TRUE(others);
+  EXPECT_TRUE(other.get());
   EXPECT_TRUE(greedy.waits());
-  others.giveBack();
+  shares.setShare({.total = 3, .byUid = 2});
   EXPECT_TRUE(greedy.get());
 }
 
 TEST(SharesTest, nobodyWaitsOrGetsAnythingAfterItIsClosed) {
-  Shares shares({});
+  Shares shares({0, 0});
   Taker waiter(shares, kOther);
   EXPECT_TRUE(waiter.waits());
   shares.close();
   EXPECT_FALSE(waiter.get());
-  shares.setRule({.total = 1, .byUid = 1});
+  shares.setShare({.total = 1, .byUid = 1});
   EXPECT_FALSE(shares.take(kOther, 1));
 }
 

@@ -1,10 +1,14 @@
-#include "Socket.h"
+#include "ServiceAddress.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <filesystem>
 
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <android-base/strings.h>
 
 #include "Limits.h"
 #include "runtime/RuntimeDirectory.h"
@@ -14,8 +18,19 @@ namespace platform::binder {
 namespace {
 
 using android::base::ErrnoError;
+using android::base::Error;
 using android::base::Result;
+using android::base::StringReplace;
 using android::base::unique_fd;
+
+constexpr size_t kMaxName = 127;
+constexpr char kNameCharacters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_./-";
+constexpr char kSlash[] = "%2F";
+constexpr char kDot[] = "%2E";
+
+std::string directoryOfServices() {
+  return runtimeDirectory() + "/binder";
+}
 
 void setSendTimeout(int socket, std::chrono::milliseconds time) {
   const timeval value{time.count() / 1000, time.count() % 1000 * 1000};
@@ -27,6 +42,30 @@ unique_fd streamSocket() {
 }
 
 }  // namespace
+
+Result<ServiceAddress> addressOf(const std::string& name) {
+  if (name.empty() || name.size() > kMaxName ||
+      name.find_first_not_of(kNameCharacters) != std::string::npos) {
+    return Error() << "a service's name is 1 to " << kMaxName << " letters, digits and _./-";
+  }
+  std::string file = StringReplace(name, "/", kSlash, /*all=*/true);
+  if (file.front() == '.') file.replace(0, 1, kDot);
+  if (file.size() > SocketPath::kMaxName) return Error() << "a service's name has to fit a socket's name";
+  return ServiceAddress{directoryOfServices(), std::move(file)};
+}
+
+std::vector<std::string> publishedNames() {
+  std::vector<std::string> names;
+  std::error_code error;
+  for (std::filesystem::directory_iterator entry(directoryOfServices(), error), end; !error && entry != end;
+       entry.increment(error)) {
+    if (!entry->is_socket(error)) continue;
+    const std::string file = StringReplace(entry->path().filename().string(), kSlash, "/", /*all=*/true);
+    names.push_back(StringReplace(file, kDot, ".", /*all=*/false));
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
 
 Peer peerOf(int socket) {
   ucred credentials{};
@@ -43,7 +82,7 @@ Result<unique_fd> listenAt(const ServiceAddress& address) {
   unique_fd fd = streamSocket();
   // The umask has no say in who may call a service. Nobody can connect before listen().
   if (!fd.ok() || bind(fd.get(), path->address(), path->size()) != 0 ||
-      fchmodat(path->directory(), address.file.c_str(), 0666, 0) != 0 || listen(fd.get(), SOMAXCONN) != 0) {
+      fchmodat(path->directory(), address.file.c_str(), 0666, 0) != 0 || listen(fd.get(), kBacklog) != 0) {
     return ErrnoError() << "cannot listen at " << address.path();
   }
   return fd;

@@ -1,19 +1,28 @@
+// What a server publishes: a binder object under a name, and how transactions reach it.
 #pragma once
 
 #include "parcel/ParcelHeader.h"
 
 #include <deque>
 #include <memory>
+#include <string>
 
 #include <binder/Binder.h>
 
 #include "Frame.h"
+#include "ServiceAddress.h"
 #include "Shares.h"
-#include "Socket.h"
 #include "Threads.h"
 #include "base/Mutex.h"
 
 namespace platform::binder {
+
+// Hands a transaction to `binder` on the calling thread, on which getCallingUid() and getCallingPid() name
+// `caller` until it returns; a one-way transaction's pid is 0, as on the device. Returns the transaction's
+// status: OK for a positive one, and the parcel's error if the reply could not be written. `reply` is empty
+// before the call, and after it unless the status is OK.
+android::status_t dispatch(android::BBinder& binder, Peer caller, const FrameHeader& header,
+                           const android::Parcel& request, android::Parcel* reply);
 
 // The one-way transactions of one binder object. They run one after the other, in the order in which they
 // came from all clients, on one thread that starts with the first of them and ends with the server.
@@ -49,6 +58,13 @@ class OneWayQueue {
   std::deque<std::unique_ptr<Call>> mCalls GUARDED_BY(mMutex);
   bool mStarted GUARDED_BY(mMutex) = false;
   bool mStopped GUARDED_BY(mMutex) = false;
+};
+
+// A service as its connections see it.
+struct Service {
+  std::string name;
+  android::sp<android::BBinder> binder;
+  std::shared_ptr<OneWayQueue> oneWays;
 };
 
 }  // namespace platform::binder

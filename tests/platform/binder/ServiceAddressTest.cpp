@@ -1,4 +1,4 @@
-#include "ServiceDirectory.h"
+#include "ServiceAddress.h"
 
 #include <filesystem>
 #include <fstream>
@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 
 #include "Limits.h"
-#include "Socket.h"
 #include "runtime/SocketPath.h"
 #include "support/TempDir.h"
 
@@ -20,13 +19,13 @@ using platform::binder::addressOf;
 using platform::binder::connectTo;
 using platform::binder::listenAt;
 
-class ServiceDirectoryTest : public testing::Test {
+class ServiceAddressTest : public testing::Test {
  protected:
   test::TempDir mRuntime;
   test::ScopedEnv mEnv{"TORV_RUNTIME_DIR", mRuntime.path()};
 };
 
-TEST_F(ServiceDirectoryTest, namesBecomeFilesOfTheOneFolder) {
+TEST_F(ServiceAddressTest, namesBecomeFilesOfTheOneFolder) {
   EXPECT_EQ(addressOf("package.IService/default")->path(),
             mRuntime.path("binder/package.IService%2Fdefault"));
   EXPECT_EQ(addressOf("../..")->file, "%2E.%2F..");
@@ -37,7 +36,7 @@ TEST_F(ServiceDirectoryTest, namesBecomeFilesOfTheOneFolder) {
   EXPECT_FALSE(addressOf(std::string(SocketPath::kMaxName + 1, 'a')).ok());
 }
 
-TEST_F(ServiceDirectoryTest, theLongestNameInADirectoryOfALongPathIsReached) {
+TEST_F(ServiceAddressTest, theLongestNameInADirectoryOfALongPathIsReached) {
   const std::string deep = mRuntime.path(std::string(150, 'd'));
   const test::ScopedEnv env("TORV_RUNTIME_DIR", deep);
   const auto address = addressOf(std::string(SocketPath::kMaxName, 'a'));
@@ -46,7 +45,7 @@ TEST_F(ServiceDirectoryTest, theLongestNameInADirectoryOfALongPathIsReached) {
   EXPECT_TRUE(connectTo(*address).ok());
 }
 
-TEST_F(ServiceDirectoryTest, aStaleSocketIsReplaced) {
+TEST_F(ServiceAddressTest, aStaleSocketIsReplaced) {
   const auto address = *addressOf("service");
   { const auto dead = listenAt(address); }
   EXPECT_FALSE(connectTo(address).ok());
@@ -55,7 +54,7 @@ TEST_F(ServiceDirectoryTest, aStaleSocketIsReplaced) {
   EXPECT_TRUE(connectTo(address).ok());
 }
 
-TEST_F(ServiceDirectoryTest, aServerThatDoesNotAcceptIsBusyAndNotDead) {
+TEST_F(ServiceAddressTest, aServerThatDoesNotAcceptIsBusyAndNotDead) {
   const auto address = *addressOf("service");
   const auto listener = listenAt(address);
   ASSERT_EQ(listen(listener->get(), 0), 0);
@@ -66,7 +65,7 @@ TEST_F(ServiceDirectoryTest, aServerThatDoesNotAcceptIsBusyAndNotDead) {
   EXPECT_EQ(second.error().code(), EAGAIN);
 }
 
-TEST_F(ServiceDirectoryTest, namesAreListedInOrder) {
+TEST_F(ServiceAddressTest, namesAreListedInOrder) {
   EXPECT_TRUE(platform::binder::publishedNames().empty());
   const auto b = listenAt(*addressOf("b/2"));
   const auto a = listenAt(*addressOf(".a"));
@@ -74,7 +73,7 @@ TEST_F(ServiceDirectoryTest, namesAreListedInOrder) {
   EXPECT_EQ(platform::binder::publishedNames(), (std::vector<std::string>{".a", "b/2"}));
 }
 
-TEST_F(ServiceDirectoryTest, aDirectoryOfAnotherUserIsRefusedByName) {
+TEST_F(ServiceAddressTest, aDirectoryOfAnotherUserIsRefusedByName) {
   ASSERT_TRUE(listenAt(*addressOf("service")).ok());
   const std::string binder = mRuntime.path("binder");
   // Root may give a directory away; others find one of root's.

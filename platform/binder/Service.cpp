@@ -1,8 +1,9 @@
-#include "OneWayQueue.h"
+#include "Service.h"
 
 #include <utility>
 
-#include "Dispatch.h"
+#include <binder/IPCThreadState.h>
+
 #include "Log.h"
 
 namespace platform::binder {
@@ -10,11 +11,30 @@ namespace {
 
 using Torv::Base::LockGuard;
 
+// A token for IPCThreadState::restoreCallingIdentity(). clearCallingIdentity() would give one too, for two
+// system calls.
+int64_t identityToken(Peer caller) {
+  return static_cast<int64_t>(static_cast<uint64_t>(caller.uid) << 32 | static_cast<uint32_t>(caller.pid));
+}
+
 // The slot that a queue uses counts for nobody: a client that has used up its share of the pool does not hold
 // up the one-way calls of others behind its own.
 constexpr uid_t kNobody = static_cast<uid_t>(-1);
 
 }  // namespace
+
+android::status_t dispatch(android::BBinder& binder, Peer caller, const FrameHeader& header,
+                           const android::Parcel& request, android::Parcel* reply) {
+  if (isOneWay(header)) caller.pid = 0;
+  android::IPCThreadState* const thread = android::IPCThreadState::self();
+  const int64_t own = identityToken({thread->getCallingUid(), thread->getCallingPid()});
+  thread->restoreCallingIdentity(identityToken(caller));
+  android::status_t status = binder.transact(header.value, request, reply, header.flags);
+  thread->restoreCallingIdentity(own);
+  if (status >= android::OK) status = reply->errorCheck();
+  if (status != android::OK) reply->freeData();
+  return status;
+}
 
 void OneWayQueue::push(std::unique_ptr<Call> call) {
   const LockGuard guard(mMutex);
@@ -23,7 +43,7 @@ void OneWayQueue::push(std::unique_ptr<Call> call) {
   mChanged.notify_one();
   if (std::exchange(mStarted, true)) return;
   if (const auto started = mThreads.start("BinderOneWay", [this] { run(); }); !started.ok()) {
-    logError("one-way calls wait: %s", started.error().message().c_str());
+    ALOGE("one-way calls wait: %s", started.error().message().c_str());
     mStarted = false;  // the next call tries again
   }
 }
