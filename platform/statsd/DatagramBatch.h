@@ -20,14 +20,14 @@ class DatagramBatch {
 
   DatagramBatch();
 
-  // Takes what the socket holds, up to kMax, and does not wait. How many, or nothing, with errno set, where
-  // the socket fails.
+  // Receives what the socket holds, at most kMax datagrams, and does not wait. Returns how many, or nullopt
+  // with errno set if the socket fails.
   [[nodiscard]] std::optional<size_t> receive(int socket);
 
-  // Of a datagram received last.
+  // About datagram `i` of the last receive(). The texts are valid until the next one.
   std::string_view bytes(size_t i) const;
   bool isCut(size_t i) const;  // it was longer than any event
-  uid_t sender(size_t i);      // as the kernel vouches for it; 65534 where it does not
+  uid_t sender(size_t i);      // as the kernel says; 65534 (nobody) if it does not
 
  private:
   struct Slot {

@@ -14,7 +14,7 @@ Report reportOf(std::vector<AtomRecord> atoms) {
     entry.elapsedTimestampNs = atom.elapsedTimestampNs;
     // As on a device, the atom of an event without fields is empty.
     if (atom.payload.empty()) continue;
-    *entry.atom.mutable_unknown_fields()->AddLengthDelimited(atom.atomId) = std::move(atom.payload);
+    entry.atom.mutable_unknown_fields()->AddLengthDelimited(atom.atomId, std::move(atom.payload));
   }
   return report;
 }

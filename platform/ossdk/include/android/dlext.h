@@ -32,8 +32,8 @@ typedef struct {
   struct android_namespace_t* library_namespace;
 } android_dlextinfo;
 
-// dlopen(file, mode) where `info` is null or asks for nothing but a namespace. Null for a namespace that is
-// null and for every other flag, known or not.
+// Calls dlopen(file, mode) if `info` is null, has no flags, or asks for a namespace only. Returns null if
+// that namespace is null, and for every other flag, known or not; dlerror() then says nothing about it.
 void* android_dlopen_ext(const char* file, int mode, const android_dlextinfo* info);
 
 }  // extern "C"

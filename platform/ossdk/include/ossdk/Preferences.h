@@ -1,5 +1,5 @@
 // The preferences interface of the OS SDK, version 4. The module offers two entry points with C linkage,
-// looked up by name; each takes the interface version and answers another one with null or with nothing done.
+// looked up by name. Each takes the interface version; for another version it returns null or does nothing.
 #pragma once
 
 #include <cstdint>
@@ -26,7 +26,7 @@ enum Status : int32_t {
   kStoreError = 2  // the store cannot be read, written or watched
 };
 
-// Told of changes on a thread of the store's own.
+// Is called on a thread of the store, one call at a time.
 class IPreferencesListener {
  public:
   // Watching has begun. Every change from here on is reported.

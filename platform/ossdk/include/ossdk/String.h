@@ -22,7 +22,7 @@ struct String {
 };
 
 // Text that the module gives away: whoever receives it calls release(characters) once it has copied it.
-// release is null where there is nothing to release.
+// release is null if there is nothing to release.
 struct OwnedText {
   const char* characters = nullptr;
   size_t length = 0;

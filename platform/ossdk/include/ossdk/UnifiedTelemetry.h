@@ -1,5 +1,5 @@
 // The telemetry interface of the OS SDK, version 5. The module offers three entry points with C linkage,
-// looked up by name; each takes the interface version and answers another one with null or with nothing done.
+// looked up by name. Each takes the interface version; for another version it returns null or does nothing.
 #pragma once
 
 #include <cstdint>
@@ -44,9 +44,10 @@ class ITelemetryEvent {
 // Creates and records events. One thread at a time; each thread may have a handler of its own.
 class ITelemetryHandler {
  public:
-  // Null where the SDK takes no event of that name.
+  // Returns null if the SDK takes no event of that name. The caller releases the event with the module's
+  // destroyTelemetryEvent().
   virtual ITelemetryEvent* createTelemetryEvent(String name) = 0;
-  // kRecorded, or anything else where the event could not be recorded. With `flush`, returns only when the
+  // Returns kRecorded, or another value if the event could not be recorded. With `flush`, returns when the
   // event is on disk.
   virtual int record(ITelemetryEvent* event, bool flush) = 0;
 

@@ -4,7 +4,7 @@
 
 namespace Torv::Utils {
 
-// The system property's value, of any length; empty where it is not set.
+// Returns the value of a system property, of any length; "" if it is not set.
 std::string getSystemProperty(const std::string& name);
 
 }  // namespace Torv::Utils

@@ -33,21 +33,22 @@ using PropertyMap = std::map<std::string, std::string, std::less<>>;
 // All properties of `text`; ignored lines are logged as above.
 PropertyMap parseProperties(std::string_view text);
 
-// `text` with the property set: its last line is rewritten where it has one, else a line is appended; all
-// other lines stay as they are.
+// Returns `text` with the property set: rewrites the last line of that name, or appends a line if there is
+// none. All other lines stay as they are.
 std::string withProperty(std::string_view text, std::string_view name, std::string_view value);
 
 // `text` without any line that sets the property; all other lines stay as they are.
 std::string withoutProperty(std::string_view text, std::string_view name);
 
-// The file of the current runtime directory as it is now. One that is there but cannot be read is logged once
-// and reads as empty, as a missing one does.
+// Returns the present text of the file of the current runtime directory, of at most 1 MiB; "" if there is no
+// file. Returns "" and logs it once if the file cannot be read: it is too large or no regular file, or the
+// process has no descriptor left. Never waits.
 std::string readPropertyFile();
 
-// Sets a property in the file of the current runtime directory, atomically and under the file's lock. The
-// device's rules hold: legal names, values up to 91 bytes (read-only ones may be longer), valid UTF-8,
-// properties whose names begin with "ro." are set once; and no line breaks, which the file cannot hold.
-// Returns an error of one sentence if a rule is broken or a step fails.
+// Sets a property in the file of the current runtime directory. Replaces the file atomically, under its lock.
+// The device's rules hold: legal names, values up to 91 bytes (of read-only properties, "ro.*", also longer),
+// valid UTF-8, and a read-only property is set once. A value with a line break is refused too. Returns an
+// error of one sentence if a rule is broken or a step fails. Waits for other writers.
 [[nodiscard]] android::base::Result<void> setProperty(std::string_view name, std::string_view value);
 
 // Removes a property from the same file, in the same way. Returns an error of one sentence if it is not set

@@ -18,24 +18,26 @@ extern "C" {
 // Stands for a property by its name. Lives as long as the process, so it may be kept.
 typedef struct prop_info prop_info;
 
-// Null where there is no such property.
+// Returns null if there is no such property, or if the file cannot be read (which is logged once).
 const prop_info* __system_property_find(const char* name);
 
-// Calls `callback` once, before it returns, with the property's current value ("" where the property has gone
-// since it was found), whole whatever its length. Name and value are good during the callback. The serial
-// is a function of the value: length in bits 24 to 31 (for a value of PROP_VALUE_MAX bytes or more: that of
-// the text __system_property_get() gives), bit 16 set for a long value, bit 0 never.
+// Calls `callback` once, before it returns, with the property's present value, whatever its length; the value
+// is "" if the property has been removed since it was found. Name and value are valid during the callback.
+// The serial is computed from the value: bits 24 to 31 are its length (of a value of PROP_VALUE_MAX bytes or
+// more: the length of the text that __system_property_get() gives), bit 16 is set for such a long value, bit
+// 0 never.
 void __system_property_read_callback(const prop_info* property,
                                      void (*callback)(void* cookie, const char* name, const char* value,
                                                       uint32_t serial),
                                      void* cookie);
 
-// Copies the value into `value`, which has room for PROP_VALUE_MAX bytes; returns its length, 0 and "" where
-// there is none. A longer value is replaced by a text that tells to use __system_property_read_callback().
+// Copies the value into `value`, which has room for PROP_VALUE_MAX bytes, and returns its length. If there is
+// no such property, or the file cannot be read, copies "" and returns 0. In place of a longer value, copies a
+// text that tells the reader to use __system_property_read_callback().
 int __system_property_get(const char* name, char* value);
 
-// 0, or -1 where the name or the value is not legal, a read-only property has a value already, or the file
-// cannot be written; a log line says which. A null value is "".
+// Sets a property; a null value is "". Returns 0, or -1 and logs the reason if the name or the value is not
+// legal, a read-only property has a value already, or the file cannot be written.
 int __system_property_set(const char* name, const char* value);
 
 // Calls `callback` for every property, in the order of the names. Returns 0.

@@ -31,7 +31,7 @@ struct StatsdCounters {
   uint64_t held = 0;              // atoms in the stores now
 };
 
-// The same by uid, where it matters who it was.
+// What became of the atoms of one uid.
 struct UidCounters {
   uid_t uid = 0;
   uint64_t received = 0;     // datagrams
