@@ -62,22 +62,33 @@ void publishStates(int processes, int updates) {
 }
 
 std::unique_ptr<fixture::Process> startHelper(const fixture::Daemon& daemon,
-                                              std::vector<std::string> arguments) {
+                                              std::vector<std::string> arguments,
+                                              const std::string& runtime) {
   arguments.insert(arguments.begin(), fixture::staged("service_bench_helper"));
   fixture::ProcessOptions options = daemon.client(fixture::serviceUid());
   options.output = daemon.dir().path("helper.log");
+  if (!runtime.empty()) options.environment["TORV_RUNTIME_DIR"] = runtime;
   return std::make_unique<fixture::Process>(arguments, options);
 }
 
 ServiceAndEcho::ServiceAndEcho() {
   mDaemon.start();
   publishStates();
-  mEcho = startHelper(mDaemon, {"echo"});
-  if (!fixture::eventually([] { return fixture::Daemon::binder("echo") != nullptr; })) fail("no echo", 0);
+  mEcho = startHelper(mDaemon, {"echo"}, mEchoRuntime.path());
+  if (!fixture::eventually([this] { return echo() != nullptr; })) fail("no echo", 0);
 }
 
-Call Call::oneProcess(const char* service) {
-  const auto proxy = android::interface_cast<IDiagnosticsCollectorService>(fixture::Daemon::binder(service));
+android::sp<android::IBinder> ServiceAndEcho::service() {
+  return fixture::Daemon::binder(IDiagnosticsCollectorService::kServiceName);
+}
+
+android::sp<android::IBinder> ServiceAndEcho::ofHelper(const char* name) const {
+  const test::ScopedEnv runtime("TORV_RUNTIME_DIR", mEchoRuntime.path());
+  return fixture::Daemon::binder(name);
+}
+
+Call Call::oneProcess(const android::sp<android::IBinder>& service) {
+  const auto proxy = android::interface_cast<IDiagnosticsCollectorService>(service);
   return Call([proxy] {
     PersistableBundle process;
     const auto status = proxy->getApplicationStateDataForProcess(kOnePid, String16("reporter"), &process);
@@ -85,8 +96,8 @@ Call Call::oneProcess(const char* service) {
   });
 }
 
-Call Call::allProcesses(const char* service) {
-  const auto proxy = android::interface_cast<IDiagnosticsCollectorService>(fixture::Daemon::binder(service));
+Call Call::allProcesses(const android::sp<android::IBinder>& service) {
+  const auto proxy = android::interface_cast<IDiagnosticsCollectorService>(service);
   return Call([proxy] {
     PersistableBundle all;
     const auto status = proxy->getAllAvailableApplicationStateData(&all);
@@ -94,8 +105,8 @@ Call Call::allProcesses(const char* service) {
   });
 }
 
-Call Call::systemContext(const char* service) {
-  const auto proxy = android::interface_cast<IDiagnosticsCollectorService>(fixture::Daemon::binder(service));
+Call Call::systemContext(const android::sp<android::IBinder>& service) {
+  const auto proxy = android::interface_cast<IDiagnosticsCollectorService>(service);
   return Call([proxy] {
     PersistableBundle context;
     const auto status = proxy->getSystemContextData(&context);
@@ -111,15 +122,14 @@ Call Call::unread(uint32_t code) {
   });
 }
 
-Call Call::plainBytes(size_t size) {
-  const auto binder = fixture::Daemon::binder("bytes");
-  return Call([binder, size] {
+Call Call::plainBytes(const android::sp<android::IBinder>& bytes, size_t size) {
+  return Call([bytes, size] {
     Parcel request;
     Parcel reply;
     request.writeInt32(static_cast<int32_t>(size));
     // Makes the request as long as a request to the service.
     request.writeInterfaceToken(IDiagnosticsCollectorService::descriptor);
-    return binder->transact(1, request, &reply);
+    return bytes->transact(1, request, &reply);
   });
 }
 

@@ -23,33 +23,43 @@ void useAllCores();
 // each key `updates` times. Ends the program if a state cannot be sent.
 void publishStates(int processes = kProcesses, int updates = 1);
 
-// Starts service_bench_helper with `arguments` as a client of `daemon`.
+// Starts service_bench_helper with `arguments` in the runtime directory of `daemon`, or in `runtime` if that
+// is given.
 std::unique_ptr<fixture::Process> startHelper(const fixture::Daemon& daemon,
-                                              std::vector<std::string> arguments);
+                                              std::vector<std::string> arguments,
+                                              const std::string& runtime = "");
 
-// A running daemon with the states of all processes, and the echo service in the same runtime directory.
+// A running daemon with the states of all processes, and the echo service in a runtime directory of its own,
+// because one process publishes in each.
 class ServiceAndEcho {
  public:
   ServiceAndEcho();
 
   const fixture::Daemon& daemon() const { return mDaemon; }
+  // Binders of the collector service, and of the helper's services "echo" and "bytes".
+  static android::sp<android::IBinder> service();
+  android::sp<android::IBinder> echo() const { return ofHelper("echo"); }
+  android::sp<android::IBinder> bytes() const { return ofHelper("bytes"); }
 
  private:
+  android::sp<android::IBinder> ofHelper(const char* name) const;
+
   fixture::Daemon mDaemon;
+  test::TempDir mEchoRuntime;
   std::unique_ptr<fixture::Process> mEcho;
 };
 
 // A call that can be repeated, from any thread.
 class Call {
  public:
-  // These use the proxy, as clients do. `service` is the name of a service with the collector's interface.
-  static Call oneProcess(const char* service);
-  static Call allProcesses(const char* service);
-  static Call systemContext(const char* service);
+  // These use the proxy, as clients do. `service` has the collector's interface.
+  static Call oneProcess(const android::sp<android::IBinder>& service);
+  static Call allProcesses(const android::sp<android::IBinder>& service);
+  static Call systemContext(const android::sp<android::IBinder>& service);
   // Sends transaction `code` to the service without the proxy and does not read the reply.
   static Call unread(uint32_t code);
-  // Asks the service "bytes" for a reply of `size` bytes and does not read it.
-  static Call plainBytes(size_t size);
+  // Asks the helper's service "bytes" for a reply of `size` bytes and does not read it.
+  static Call plainBytes(const android::sp<android::IBinder>& bytes, size_t size);
 
   // Makes one round trip and returns its time in nanoseconds. Ends the program if the call fails.
   double timeNs() const;

@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -98,6 +99,8 @@ int serveHistories() {
   const auto configuration =
       Torv::buildConfigurationChain();  // before Histories, which takes its device root away
   bench::Histories histories;
+  // A signal will end this process, so nobody removes the directory later. The histories no longer need it.
+  std::filesystem::remove_all(histories.device.path());
   const auto handler = std::make_shared<DiagnosticsCollectorServiceHandler>(
       ApplicationStateManager::makeDefaultManager(),
       std::make_unique<SystemContextManager>(configuration, std::move(histories.manager)));

@@ -21,7 +21,6 @@ namespace servicebench {
 namespace {
 
 constexpr char kCallgrind[] = "/usr/bin/valgrind --tool=callgrind --callgrind-out-file=/dev/null --vgdb=no ";
-constexpr auto kService = fixture::IDiagnosticsCollectorService::kServiceName;
 
 // Returns the count that callgrind printed into `log`. Ends the program if it printed none.
 double countIn(const std::string& log) {
@@ -55,14 +54,14 @@ void repeat(int times, const std::function<void()>& action) {
 double transaction1(int calls) {
   return countService(fixture::staged("diagnostics_collector_service"), [calls] {
     publishStates(1);
-    const Call call = Call::oneProcess(kService);
+    const Call call = Call::oneProcess(ServiceAndEcho::service());
     repeat(calls, [&] { call.timeNs(); });
   });
 }
 
 double transaction3(int calls) {
   return countService(fixture::staged("service_bench_helper") + " histories", [calls] {
-    const Call call = Call::systemContext(kService);
+    const Call call = Call::systemContext(ServiceAndEcho::service());
     repeat(calls, [&] { call.timeNs(); });
   });
 }
@@ -73,7 +72,7 @@ double atoms(int atoms) {
   constexpr int kRounds = 10;
   return countService(fixture::staged("diagnostics_collector_service"), [atoms] {
     publishStates();
-    const Call call = Call::oneProcess(kService);
+    const Call call = Call::oneProcess(ServiceAndEcho::service());
     repeat(kRounds, [&] {
       publishStates(atoms / kRounds / kKeys);
       call.timeNs();

@@ -15,9 +15,6 @@ namespace {
 
 using fixture::IDiagnosticsCollectorService;
 
-constexpr auto kService = IDiagnosticsCollectorService::kServiceName;
-constexpr char kEcho[] = "echo";
-
 double us(double ns) {
   return ns / 1000;
 }
@@ -31,11 +28,13 @@ struct Limits {
 // ready; to the service without reading the reply; and for a reply of as many bytes that are no bundle. The
 // limits are for the service against the echo. The ratio to the plain bytes, which nobody packs or reads, is
 // only printed.
-void compareCalls(benchmark::State& state, uint32_t code, Call (*to)(const char*), const Limits& atMost) {
+void compareCalls(benchmark::State& state, uint32_t code, Call (*to)(const android::sp<android::IBinder>&),
+                  const Limits& atMost) {
   useOneCore();
   const ServiceAndEcho servers;
   const size_t size = replyBytes(code);
-  const Call calls[] = {to(kService), to(kEcho), Call::unread(code), Call::plainBytes(size)};
+  const Call calls[] = {to(servers.service()), to(servers.echo()), Call::unread(code),
+                        Call::plainBytes(servers.bytes(), size)};
   std::vector<double> ns[std::size(calls)];
   for (auto _ : state) {
     for (size_t i = 0; i < std::size(calls); ++i) ns[i].push_back(calls[i].timeNs());
@@ -74,7 +73,7 @@ void systemContext(benchmark::State& state) {
   const auto service = startHelper(daemon, {"histories"});
   if (!fixture::eventually([] { return fixture::Daemon::answers(); })) state.SkipWithError("no service");
   const bench::Histories histories;
-  const Call call = Call::systemContext(kService);
+  const Call call = Call::systemContext(ServiceAndEcho::service());
   std::vector<double> callNs;
   std::vector<double> dumpNs;
   for (auto _ : state) {
@@ -118,8 +117,8 @@ void sixteenClients(benchmark::State& state) {
   constexpr double kAtLeast = 0.6;
   useOneCore();
   const ServiceAndEcho servers;
-  const Call ours = Call::oneProcess(kService);
-  const Call echo = Call::oneProcess(kEcho);
+  const Call ours = Call::oneProcess(servers.service());
+  const Call echo = Call::oneProcess(servers.echo());
   std::vector<double> ratios;
   double longestNs = 0;
   Throughput last;
@@ -145,7 +144,7 @@ void underLoad(benchmark::State& state, const std::vector<std::vector<std::strin
   std::vector<std::unique_ptr<fixture::Process>> others;
   others.reserve(loads.size());
   for (const auto& arguments : loads) others.push_back(startHelper(servers.daemon(), arguments));
-  const Call call = Call::oneProcess(kService);
+  const Call call = Call::oneProcess(servers.service());
   std::vector<double> times;
   for (auto _ : state) {
     times.push_back(call.timeNs());
