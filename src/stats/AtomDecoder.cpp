@@ -93,7 +93,7 @@ std::vector<ApplicationState> decodeReports(std::vector<libstatsd::Report> repor
   for (libstatsd::Report& report : reports) {
     for (libstatsd::AtomReport& atom : report) {
       decoder.decode(atom);
-      atom.atom.Clear();  // a full batch in both forms would take 20 MiB
+      atom.atom = {};  // a full batch in both forms would take 20 MiB
     }
   }
   return states;
