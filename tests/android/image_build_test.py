@@ -29,8 +29,7 @@ LIBRARIES = {
     "libutils": ({name: debian / name for name in ("utils", "cutils", "system")}, []),
     "libbinder": ({"binder": debian / "binder"}, ["libbase", "libutils"]),
     "libjsoncpp": ({"json": pathlib.Path("/usr/include/jsoncpp/json")}, []),
-    "libstatsd": ({"statsd": checkout / "platform/statsd/include/statsd"}, ["atom"]),
-    "atom": ({}, ["libprotobuf-cpp-full"]),  # what protoc makes for libstatsd
+    "libstatsd": ({"statsd": checkout / "platform/statsd/include/statsd"}, ["libprotobuf-cpp-full"]),
     "libosutils": ({"osutils": checkout / "platform/osutils/include/osutils"}, ["libbinder", "libstatsd"]),
     "libossdk_headers": ({"ossdk": checkout / "platform/ossdk/include/ossdk"}, []),
     "fmtlib": ({}, []),
@@ -54,7 +53,6 @@ class ImageBuildTest(unittest.TestCase):
                 link = self.scratch / library / name
                 link.parent.mkdir(parents=True, exist_ok=True)
                 link.symlink_to(path)
-        protoc(checkout / "platform/statsd/proto", "statsd/atom.proto", self.scratch / "atom")
 
     def test_everyModuleCompilesWithTheFoldersThatItNames(self):
         compilations = [(module, source) for name, module in modules.items()
