@@ -101,7 +101,7 @@ int main(int argc, char** argv) {
   if (const auto status = runAsServiceUser("instruction_counts", argc, argv)) return *status;
   measure("transaction 1, 20 states", transaction1, 100, 1100, 105'000);
   measure("transaction 3, seven full histories", transaction3, 5, 25, 16'500'000);
-  measure("an atom, received, decoded, stored and applied", atoms, 2'000, 22'000, 5'700);
+  measure("an atom, received, decoded, stored and applied", atoms, 2'000, 22'000, 4'800);
   measure("a poll of seven sources", polls, 100, 1100, 2650);
   return bench::exitStatus();
 }
