@@ -180,24 +180,6 @@ size_t replySize(const PersistableBundle& bundle) {
   return reply.dataSize();
 }
 
-TEST_F(CollectorServiceTest, anAnswerAboutAllLeavesOutTheLargestProcessesUntilItFits) {
-  const std::string value(1000, 'x');
-  for (int i = 0; i < 300; ++i) publish(7, "key " + std::to_string(i), value);
-  for (int i = 0; i < 250; ++i) publish(8, "key " + std::to_string(i), value);
-  for (int pid = 1000; pid < 1050; ++pid) publish(pid, "screen", value);
-  PersistableBundle all;
-  ASSERT_TRUE(handler->getAllAvailableApplicationStateData(&all).isOk());
-  EXPECT_EQ(all.size(), 52u);
-  PersistableBundle largest;
-  EXPECT_TRUE(all.getPersistableBundle(String16("7"), &largest));
-  EXPECT_EQ(largest, process(7, {}));
-  EXPECT_TRUE(all.getPersistableBundle(String16("8"), &largest));
-  EXPECT_NE(largest, process(8, {}));
-  EXPECT_LE(replySize(all), kMaxReplyBytes);
-  EXPECT_GT(replySize(all), kMaxReplyBytes / 2);
-  EXPECT_TRUE(log.has(ANDROID_LOG_WARN, kTag, "1 processes did not fit into a reply and were left out: 7"));
-}
-
 TEST_F(CollectorServiceTest, anAnswerAboutOneLeavesOutItsOldestStatesUntilItFits) {
   for (int i = 0; i < 600; ++i) publish(7, "key " + std::to_string(i), std::string(1000, 'x'));
   PersistableBundle out;

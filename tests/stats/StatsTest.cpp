@@ -92,7 +92,7 @@ libstatsd::AtomReport atom(int32_t id, int64_t timestamp, const std::string& pay
   return report;
 }
 
-TEST_F(StatsManagerTest, bringsNothingWhereAFetchFailsAndGoesOn) {
+TEST_F(StatsManagerTest, bringsNothingIfAFetchFailsAndGoesOn) {
   StatsManagerBuilder builder;
   builder.addAtomId(1).addAllowedLogSource("AID_APP").setConfigId(3);
   const std::unique_ptr<StatsManager> manager = std::move(builder).build();

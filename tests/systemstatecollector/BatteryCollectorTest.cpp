@@ -4,8 +4,6 @@
 #include <string>
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "Source.h"
 #include "support/LogCapture.h"
@@ -73,16 +71,6 @@ TEST_F(BatteryCollectorTest, needsBothFilesAndTriesEachOnce) {
   EXPECT_EQ(makeCollector(), nullptr);
   EXPECT_EQ(log.texts(ANDROID_LOG_ERROR),
             test::Strings(2, "Failed to open /sys/class/power_supply/battery/charge_full"));
-}
-
-TEST_F(BatteryCollectorTest, whatIsNoRegularFileIsNotOpened) {
-  test::LogCapture log;
-  set("1\n", "4\n");
-  ASSERT_EQ(unlink(mRoot.path(kFull).c_str()), 0);
-  ASSERT_EQ(mkfifo(mRoot.path(kFull).c_str(), 0600), 0);
-  EXPECT_EQ(makeCollector(), nullptr);
-  EXPECT_EQ(log.count("Failed to open /sys/class/power_supply/battery/charge_full"), 1U);
-  EXPECT_FALSE(mFiles.readRatio());
 }
 
 TEST_F(BatteryCollectorTest, readsANumberAsScanfDoes) {

@@ -1,6 +1,5 @@
 // The parts of collectors: the ring, the report, the accounting of polls, the reading of a text.
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <iterator>
@@ -134,15 +133,6 @@ TEST_F(TextSourceTest, readsATextOfAnySizeWholeUpToTheLimit) {
   }
 }
 
-TEST_F(TextSourceTest, aSparseGigabyteCostsOnlyTheLimit) {
-  ASSERT_EQ(truncate(mRoot.write("text", "").c_str(), off_t{1} << 30), 0);
-  for (TextSource& source : bothWays("text")) {
-    std::string text;
-    EXPECT_FALSE(source.readInto(text));
-    EXPECT_LT(text.capacity(), 100U);
-  }
-}
-
 // A descriptor that is open for writing only fails to be read, as one does whose driver is gone for a while.
 TEST_F(TextSourceTest, recoversFromAFailedRead) {
   const std::string path = mRoot.write("file", "readable");
@@ -164,15 +154,6 @@ TEST_F(TextSourceTest, recoversFromAFailedRead) {
     EXPECT_TRUE(source.readInto(text));
     EXPECT_EQ(text, "readable");
   }
-}
-
-TEST_F(TextSourceTest, whatIsNoRegularFileIsNotOpened) {
-  const test::LogCapture log;
-  ASSERT_EQ(mkfifo(mRoot.path("fifo").c_str(), 0600), 0);
-  ASSERT_EQ(symlink("/dev/zero", mRoot.path("device").c_str()), 0);
-  for (const char* path : {"/fifo", "/device", "/"}) EXPECT_FALSE(TextSource::open(path));
-  EXPECT_EQ(log.texts(ANDROID_LOG_ERROR),
-            (Strings{"Failed to open /fifo", "Failed to open /device", "Failed to open /"}));
 }
 
 TEST(TextCollectorTest, aBadStreamIsReportedEachTimeAndStoresNothing) {

@@ -69,38 +69,22 @@ TEST_F(SystemStateCollectorManagerTest, samplesEachInItsTurnWhateverAnotherDoes)
   EXPECT_EQ(mLog.texts(ANDROID_LOG_ERROR), Strings(2, "Failed to read metrics for collector 3"));
 }
 
-// A driver that hangs, in a poll: the collector returns when the test ends.
-class HangingDriverTest : public SystemStateCollectorManagerTest {
- protected:
-  HangingDriverTest() {
-    mManager.addCollector(std::make_unique<FakeCollector>(9, 1, [this] {
-      mEntered.set_value();
-      mLeave.get_future().wait();
-      return true;
-    }));
-    mPoll = std::thread([this] { mManager.pollCollectors(); });
-    mEntered.get_future().wait();
-  }
-
-  // How long a dump took that found the lock taken.
-  milliseconds dumpTime() {
+TEST_F(SystemStateCollectorManagerTest, twoCallersWaitForADriverThatHangsAndTheOthersDoNot) {
+  std::promise<void> entered, leave;
+  add(9, 1, [&] {
+    entered.set_value();
+    leave.get_future().wait();
+    return true;
+  });
+  std::thread poll([this] { mManager.pollCollectors(); });
+  entered.get_future().wait();
+  const auto dumpTime = [this] {
     const auto start = steady_clock::now();
     EXPECT_TRUE(mManager.dumpSystemStateHistory()->empty());
-    return std::chrono::duration_cast<milliseconds>(steady_clock::now() - start);
-  }
-
-  void endPoll() {
-    mLeave.set_value();
-    mPoll.join();
-  }
-
-  std::promise<void> mEntered, mLeave;
-  std::thread mPoll;
-};
-
-TEST_F(HangingDriverTest, twoCallersWaitForItAndTheOthersDoNot) {
-  std::vector<std::future<milliseconds>> waits;
-  for (int i = 0; i < 8; ++i) waits.push_back(std::async(std::launch::async, [this] { return dumpTime(); }));
+    return steady_clock::now() - start;
+  };
+  std::vector<std::future<steady_clock::duration>> waits;
+  for (int i = 0; i < 8; ++i) waits.push_back(std::async(std::launch::async, dumpTime));
   int patient = 0;
   for (auto& wait : waits) {
     if (wait.get() > (kPatience.busy + kPatience.stuck) / 2) ++patient;
@@ -110,20 +94,14 @@ TEST_F(HangingDriverTest, twoCallersWaitForItAndTheOthersDoNot) {
   EXPECT_EQ(mLog.texts(ANDROID_LOG_WARN),
             Strings{"Collector 9 hangs in its source; system contexts go out without histories"});
   mLog.clear();
-  endPoll();
+  leave.set_value();
+  poll.join();
   EXPECT_EQ(mLog.count("9 system contexts went out without histories"), 1U);
-}
-
-TEST_F(HangingDriverTest, aDumpThatWaitsGoesOnWhenTheDriverDoes) {
-  auto dump = std::async(std::launch::async, [this] { return dumpTime(); });
-  endPoll();
-  dump.get();
-  EXPECT_EQ(mLog.count("Collector 9 hangs in its source; system contexts go out without histories"), 0U);
 }
 
 TEST_F(SystemStateCollectorManagerTest, warnsOfAPollThatTookTooLong) {
   add(1, 1, [] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(102));
+    std::this_thread::sleep_for(milliseconds(102));
     return true;
   });
   mManager.pollCollectors();

@@ -1,7 +1,6 @@
 // From the kernel's texts to metrics, for each source.
 #include <filesystem>
 #include <string>
-#include <thread>
 
 #include <android-base/file.h>
 #include <gtest/gtest.h>
@@ -116,19 +115,6 @@ TEST(CpuUsageCollectorTest, theBaselineOutlivesADump) {
   collector.collectSystemStateData();
   EXPECT_EQ(test::metrics(collector), cpu({"50.0"}));
   EXPECT_EQ(test::metrics(collector), cpu({"0"}));
-}
-
-TEST(PsiCollectorTest, twoDumpsAtTheSameTimeAreBothWhole) {
-  const test::Source source("proc/pressure/memory", recorded("pressure-memory-6.12"));
-  PsiMemCollector collector(SystemStateCollectorConfig(60, 1), source.open());
-  for (int i = 0; i < 60; ++i) collector.collectSystemStateData();
-  const Strings expected = test::metrics(collector);
-  const auto dump = [&] {
-    for (int i = 0; i < 20; ++i) EXPECT_EQ(test::metrics(collector), expected);
-  };
-  std::thread other(dump);
-  dump();
-  other.join();
 }
 
 TEST(GpuCollectorTest, everyLineCoversTheTimeSinceTheOneBefore) {

@@ -78,7 +78,7 @@ double ratioToEcho(int states) {
   return ratio;
 }
 
-TEST(Speed, RoundTripStaysNearABareEcho) {
+TEST(SpeedCheck, aRoundTripStaysNearABareEcho) {
   for (const Load& load : kLoads) EXPECT_LE(ratioToEcho(load.states), load.limit) << load.states << " states";
 }
 

@@ -8,7 +8,7 @@
 
 #include "recorded/Parcels.h"
 
-TEST(RecordedParcels, EveryRequestAndReplyEqualsTheRealLibrarys) {
+TEST(RecordedParcelsTest, everyRequestAndReplyEqualsTheRealLibrarys) {
   std::ifstream recorded(RECORDED_PARCELS);
   std::string line;
   for (const auto& [name, hex] : packParcels()) {

@@ -42,16 +42,6 @@ std::string read(const char* name) {
   return value;
 }
 
-TEST_F(PropertiesTest, readsTheFileAsItIsNow) {
-  EXPECT_EQ(read("a.b"), "none") << "no file";
-  write("a.b=1");
-  EXPECT_EQ(read("a.b"), "1");
-  write("a.b=2");
-  EXPECT_EQ(read("a.b"), "2");
-  write("");
-  EXPECT_EQ(read("a.b"), "none");
-}
-
 TEST_F(PropertiesTest, takesLinesAsBuildPropDoesAndLogsEachBadOneOnce) {
   const std::string longName(300, 'n');
   const std::string longValue(1 << 20, 'v');
@@ -69,17 +59,6 @@ TEST_F(PropertiesTest, takesLinesAsBuildPropDoesAndLogsEachBadOneOnce) {
   }
   EXPECT_THAT(mLog.texts(ANDROID_LOG_WARN),
               testing::Contains(HasSubstr("/properties: ignoring the line \"a..b=1\": the name")));
-}
-
-TEST_F(PropertiesTest, aFileCutAnywhereGivesWhatIsWhole) {
-  const std::string text = "first=1\r\n# c\nro.second=two=2\nthird=3\n";
-  for (size_t size = 0; size <= text.size(); size++) {
-    write(text.substr(0, size));
-    EXPECT_EQ(read("first") == "1", size >= text.find('\r')) << size;
-    const size_t valueAt = text.find("two");
-    EXPECT_EQ(read("ro.second"),
-              size < valueAt ? "none" : text.substr(valueAt, std::min(size - valueAt, size_t{5})));
-  }
 }
 
 TEST_F(PropertiesTest, aFileThatCannotBeReadIsAnEmptyAreaAndSaysSoOnce) {
