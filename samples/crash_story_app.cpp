@@ -3,7 +3,7 @@
 //
 //   crash_story_app [--seconds N]
 //
-// Prints its pid on the first line.
+// Prints "  process PID" on the first line, then each step of its story.
 
 #include <algorithm>
 #include <atomic>
@@ -138,7 +138,7 @@ int main(int argc, char** argv) {
       ->capture_default_str();
   CLI11_PARSE(app, argc, argv);
 
-  printf("%d\n", getpid());
+  printf("  process %d\n", getpid());
   fflush(stdout);
   const rlimit none{};
   setrlimit(RLIMIT_CORE, &none);  // it dies on purpose; nobody wants its core file

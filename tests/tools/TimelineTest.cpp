@@ -172,5 +172,38 @@ TEST(TimelineTest, anAnswersDocumentGivesTheSameTimelineAgain) {
   }
 }
 
+TEST(TimelineTest, aCrashReportAddsWhatOnlyTheReporterKnows) {
+  Json::Value report = toDocument({clocksAt(9950), {}, {{"build_fingerprint", "b/1"}}, {}});
+  report["pid"] = 7;
+  report["signal"] = 11;
+  report["program"] = "/bin/app";
+  report["died"] = report["asked"];
+  report["died"]["boot_ms"] = 9900;
+  Builder builder;
+  builder.addStates(clocksAt(9000), {{7, {{"screen", "home"}}}});
+  builder.addDeath({9100, 8, kGap, ""});
+  // Published before the death, but the recorder has looked later than the reporter.
+  builder.addStates(clocksAt(10'000), {{7, {{"screen", "map"}}}});
+  builder.addDeath({10'000, 7, kGap, ""});
+  builder.addDeath({80'000, 7, kGap, ""});  // of a later process with the same pid
+  Timeline recorded = std::move(builder).finish();
+
+  const auto timeline = withReport(recorded, report);
+  ASSERT_TRUE(timeline.ok()) << timeline.error();
+  EXPECT_THAT(timeline->deaths, ElementsAre(Death{9100, 8, kGap, ""}, Death{9900, 7, 11, "/bin/app"},
+                                            Death{80'000, 7, kGap, ""}));
+  EXPECT_EQ(processesAt(*timeline, 9900)[0].keys["screen"].value, "map");
+  EXPECT_EQ(processesAt(*timeline, 9900)[0].deadMs, 9900);
+  EXPECT_EQ(timeline->names.at(7), "app");
+  EXPECT_EQ(timeline->context.at("build_fingerprint"), "b/1");
+  EXPECT_EQ(timeline->document, report);
+  EXPECT_EQ(timeline->endMs, recorded.endMs);
+
+  recorded.clocks.wallMs += 3'600'000;
+  EXPECT_FALSE(withReport(recorded, report).ok());
+  report["format"] = "diagnostics-recording";
+  EXPECT_FALSE(withReport(recorded, report).ok());
+}
+
 }  // namespace
 }  // namespace timeline

@@ -120,7 +120,7 @@ void addAtomCommands(CLI::App& app, const Options& options, int& exitCode) {
 
   const auto state = std::make_shared<Arguments>();
   CLI::App* push = app.add_subcommand("push", "Publish one state of a process, as an application would");
-  push->add_option("--pid", state->pid, "Whose state it is; your shell's where it is left out")
+  push->add_option("--pid", state->pid, "The process whose state it is; without it, your shell's")
       ->check(CLI::Range(1, std::numeric_limits<int32_t>::max()));
   push->add_option("KEY", state->first)->required();
   push->add_option("VALUE", state->second)->required();

@@ -14,16 +14,20 @@ using android::base::Error;
 
 struct Arguments {
   std::string from;
+  std::string crashReport;  // empty: none was given
   std::string to;
   int32_t pid = 0;  // 0: none was given
   int64_t lastMs = report::Choice{}.lastMs;
 };
 
 Result<void> writeReport(const Arguments& arguments) {
-  const auto timeline = timelineFrom(arguments.from);
+  const auto timeline = arguments.crashReport.empty()
+                            ? timelineFrom(arguments.from)
+                            : timeline::fromFiles(arguments.from, arguments.crashReport);
   if (!timeline.ok()) return Error() << timeline.error();
   report::Choice choice;
   if (arguments.pid != 0) choice.pid = arguments.pid;
+  if (!arguments.crashReport.empty()) choice.pid = timeline->document["pid"].asInt();
   choice.lastMs = arguments.lastMs;
   const auto page = report::page(*timeline, choice);
   if (!page.ok()) return Error() << page.error();
@@ -37,10 +41,17 @@ void addReportCommand(CLI::App& app, const Options& options, int& exitCode) {
   const auto arguments = std::make_shared<Arguments>();
   CLI::App* command =
       app.add_subcommand("report", "Write a page with charts about a process to open in a browser");
-  command->add_option("--pid", arguments->pid, "The process; without it, the one that died last")
-      ->check(CLI::Range(1, std::numeric_limits<int32_t>::max()));
-  command->add_option("--from", arguments->from,
-                      "A recording or a crash report; without it, the service is asked");
+  CLI::Option* const pid =
+      command->add_option("--pid", arguments->pid, "The process; without it, the one that died last")
+          ->check(CLI::Range(1, std::numeric_limits<int32_t>::max()));
+  CLI::Option* const from = command->add_option(
+      "--from", arguments->from, "A recording or a crash report; without it, the service is asked");
+  command
+      ->add_option(
+          "--report", arguments->crashReport,
+          "The crash report of a process in the recording: adds the signal, the program and the build")
+      ->needs(from)
+      ->excludes(pid);
   command->add_option("--last", arguments->lastMs, "How much time before the end the page shows: 30s, 10m")
       ->transform(CLI::AsNumberWithUnit(times, CLI::AsNumberWithUnit::UNIT_REQUIRED))
       ->check(CLI::Range(int64_t{1000}, int64_t{31'536'000'000}))

@@ -67,8 +67,8 @@ std::string eventRows(const Scope& scope) {
     if (!scope.holds(death.seenMs)) continue;
     const auto name = scope.timeline.names.find(death.pid);
     rows += row({timeCell(scope, death.seenMs, false),
-                 fmt::format("Process {} died. {}", death.pid,
-                             name == scope.timeline.names.end() ? "" : isolated(name->second))});
+                 fmt::format("Process {} died.{}", death.pid,
+                             name == scope.timeline.names.end() ? "" : " It was " + isolated(name->second))});
   }
   return rows;
 }
@@ -116,6 +116,7 @@ std::string factsTable(const Scope& scope) {
   const auto build = scope.timeline.context.find("build_fingerprint");
   const std::string when = wallText(wallMsOf(scope.timeline, scope.endMs));
   return fact("Process", processName(scope)) +
+         fact("Program", death != nullptr ? shown(death->program) : "") +
          fact("Signal", death != nullptr && death->signal ? signalText(*death->signal) : "") +
          fact(death != nullptr ? "Died" : "Seen", when + " UTC") +
          fact("Shown",

@@ -161,4 +161,16 @@ Result<Timeline> fromFile(const std::string& path) {
   return timeline;
 }
 
+Result<Timeline> fromFiles(const std::string& path, const std::string& reportPath) {
+  auto recorded = fromFile(path);
+  if (!recorded.ok()) return recorded;
+  const auto text = Torv::Base::readFile(reportPath, kMaxFileBytes);
+  if (!text.ok()) return Error() << text.error();
+  const auto report = Torv::Base::parseJson(*text, Torv::Base::JsonRules::Strict);
+  if (!report.ok()) return Error() << reportPath << " is no crash report: " << report.error();
+  auto timeline = withReport(*std::move(recorded), *report);
+  if (!timeline.ok()) return Error() << reportPath << ": " << timeline.error();
+  return timeline;
+}
+
 }  // namespace timeline

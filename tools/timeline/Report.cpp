@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <cstdlib>
 #include <string>
 #include <utility>
 
@@ -11,6 +13,18 @@ namespace {
 using android::base::Error;
 using android::base::Result;
 using Torv::Base::findMember;
+
+// The last part of a path, as a recorder would see the program's name.
+std::string shortName(const std::string& program) {
+  return program.substr(program.rfind('/') + 1);
+}
+
+// A stable order: what happened at the same time stays as it was told.
+template <typename Event>
+void sortByTime(std::vector<Event>& events) {
+  std::stable_sort(events.begin(), events.end(),
+                   [](const Event& a, const Event& b) { return a.seenMs < b.seenMs; });
+}
 
 // The states in the bundle of a process.
 Result<Texts> statesOf(const Json::Value& process) {
@@ -71,6 +85,22 @@ Result<Death> deathFrom(const Json::Value& report) {
   return death;
 }
 
+// Boot clocks of two boots cannot be compared, and only the wall clock tells them apart. It may be set while
+// the machine runs, so a small difference is none.
+bool areOfOneBoot(const Clocks& one, const Clocks& other) {
+  constexpr int64_t kMostSetMs = 60'000;
+  return std::abs((one.wallMs - one.bootMs) - (other.wallMs - other.bootMs)) <= kMostSetMs;
+}
+
+// Returns the recorder's note of the same death; the end of the list if it has none. A pid may die twice in a
+// recording, but not twice within a minute: the service remembers the first for that long.
+std::vector<Death>::iterator sameDeath(std::vector<Death>& deaths, const Death& death) {
+  constexpr int64_t kMostApartMs = 60'000;
+  return std::find_if(deaths.begin(), deaths.end(), [&](const Death& recorded) {
+    return recorded.pid == death.pid && std::abs(recorded.seenMs - death.seenMs) <= kMostApartMs;
+  });
+}
+
 // The service's own JSON texts, and applications', are easier to read as JSON. Numbers and words stay
 // strings.
 Json::Value nested(const std::string& text) {
@@ -107,9 +137,38 @@ Result<Timeline> fromReport(const Json::Value& report) {
   builder.addDeath(*death);
   Timeline timeline = std::move(builder).finish();
   timeline.endMs = death->seenMs;
-  if (!death->program.empty()) timeline.names[death->pid] = death->program;
+  if (!death->program.empty()) timeline.names[death->pid] = shortName(death->program);
   timeline.document = report;
   return timeline;
+}
+
+Result<Timeline> withReport(Timeline recorded, const Json::Value& report) {
+  auto reported = fromReport(report);
+  if (!reported.ok()) return Error() << reported.error();
+  if (!areOfOneBoot(recorded.clocks, reported->clocks)) {
+    return Error() << "the recording and the crash report are not of the same time since a boot";
+  }
+  Death death = reported->deaths.front();
+  const auto same = sameDeath(recorded.deaths, death);
+  if (same != recorded.deaths.end()) {
+    const int64_t recordedMs = same->seenMs;
+    death.seenMs = std::min(death.seenMs, recordedMs);
+    for (KeyChange& change : recorded.changes) {
+      if (change.pid == death.pid && change.seenMs > death.seenMs && change.seenMs <= recordedMs) {
+        change.seenMs = death.seenMs;
+      }
+    }
+    recorded.deaths.erase(same);
+  }
+  recorded.deaths.push_back(death);
+  sortByTime(recorded.deaths);
+  sortByTime(recorded.changes);
+  recorded.beginMs = std::min(recorded.beginMs, death.seenMs);
+  recorded.endMs = std::max(recorded.endMs, death.seenMs);
+  recorded.names.merge(reported->names);
+  recorded.context = std::move(reported->context);
+  recorded.document = report;
+  return recorded;
 }
 
 Json::Value toDocument(const Answer& answer) {

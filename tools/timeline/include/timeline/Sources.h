@@ -85,6 +85,17 @@ Timeline fromAnswer(const Answer& answer);
 // one is missing or has another type.
 [[nodiscard]] android::base::Result<Timeline> fromReport(const Json::Value& report);
 
+// Puts what only a crash reporter knows over a recording of the same time: the death with its signal and
+// program, the system context (with the build) as it was then, and the report itself as the `document`.
+//
+// Returns an error if `report` is no crash report, or if its clocks say that it comes from another boot than
+// the recording.
+//
+// If the recorder has seen the death too, the earlier of both times counts, because both looked after it
+// happened. What the recorder saw of the process between the report's death and its own was published before,
+// so it is dated with the death.
+[[nodiscard]] android::base::Result<Timeline> withReport(Timeline recorded, const Json::Value& report);
+
 // From a recording (docs/recording.md). Returns an error if the first line is not that of a recording or has
 // a version that this program does not know, or if a line in the middle is damaged, with the line's number. A
 // last line that was cut is ignored.
@@ -93,6 +104,11 @@ Timeline fromAnswer(const Answer& answer);
 // From a file that holds a recording or a crash report, whichever it is. Returns an error that names the
 // file.
 [[nodiscard]] android::base::Result<Timeline> fromFile(const std::string& path);
+
+// The recording in the file `path`, with the crash report in the file `reportPath` over it (withReport).
+// Returns an error that names the file that cannot be read or is not what it should be.
+[[nodiscard]] android::base::Result<Timeline> fromFiles(const std::string& path,
+                                                        const std::string& reportPath);
 
 // The answer as the JSON of a crash report without what only a reporter knows (signal, program).
 Json::Value toDocument(const Answer& answer);
