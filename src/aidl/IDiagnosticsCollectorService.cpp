@@ -19,7 +19,11 @@ IMPLEMENT_META_INTERFACE(DiagnosticsCollectorService,
 
 namespace {
 
-status_t writeAnswer(const Status& status, const PersistableBundle& data, Parcel* reply) {
+// Calls `query(PersistableBundle*)`, which returns a Status, and writes what comes of it into `reply`.
+template <typename Query>
+status_t answer(const Query& query, Parcel* reply) {
+  PersistableBundle data;
+  const Status status = query(&data);
   const status_t written = status.writeToParcel(reply);
   if (written != OK || !status.isOk()) return written;
   return reply->writeParcelable(data);
@@ -30,21 +34,10 @@ status_t transactForProcess(IDiagnosticsCollectorService& service, const Parcel&
   String16 name;
   if (const status_t read = data.readInt32(&pid); read != OK) return read;
   if (const status_t read = data.readString16(&name); read != OK) return read;
-  PersistableBundle states;
-  const Status status = service.getApplicationStateDataForProcess(pid, name, &states);
-  return writeAnswer(status, states, reply);
-}
-
-status_t transactForAll(IDiagnosticsCollectorService& service, Parcel* reply) {
-  PersistableBundle states;
-  const Status status = service.getAllAvailableApplicationStateData(&states);
-  return writeAnswer(status, states, reply);
-}
-
-status_t transactForSystem(IDiagnosticsCollectorService& service, Parcel* reply) {
-  PersistableBundle context;
-  const Status status = service.getSystemContextData(&context);
-  return writeAnswer(status, context, reply);
+  const auto query = [&](PersistableBundle* out) {
+    return service.getApplicationStateDataForProcess(pid, name, out);
+  };
+  return answer(query, reply);
 }
 
 // Sends the request and reads the bundle of its reply into `data`.
@@ -58,6 +51,14 @@ Status call(IBinder* remote, IDiagnosticsCollectorService::Transaction code, con
   if (const status_t read = status.readFromParcel(reply); read != OK) return Status::fromStatusT(read);
   if (!status.isOk()) return status;
   return Status::fromStatusT(reply.readParcelable(data));
+}
+
+Status callWithoutArguments(IBinder* remote, IDiagnosticsCollectorService::Transaction code,
+                            PersistableBundle* data) {
+  Parcel request;
+  const status_t written = request.writeInterfaceToken(IDiagnosticsCollectorService::descriptor);
+  if (written != OK) return Status::fromStatusT(written);
+  return call(remote, code, request, data);
 }
 
 }  // namespace
@@ -74,10 +75,10 @@ status_t BnDiagnosticsCollectorService::onTransact(uint32_t code, const Parcel& 
       result = transactForProcess(*this, data, reply);
       break;
     case kGetAllAvailableApplicationStateData:
-      result = transactForAll(*this, reply);
+      result = answer([this](auto* out) { return getAllAvailableApplicationStateData(out); }, reply);
       break;
     default:
-      result = transactForSystem(*this, reply);
+      result = answer([this](auto* out) { return getSystemContextData(out); }, reply);
       break;
   }
   // A string that is missing, truncated or null is the caller's fault, so the caller gets an exception.
@@ -99,17 +100,11 @@ Status BpDiagnosticsCollectorService::getApplicationStateDataForProcess(int32_t 
 }
 
 Status BpDiagnosticsCollectorService::getAllAvailableApplicationStateData(PersistableBundle* data) {
-  Parcel request;
-  const status_t written = request.writeInterfaceToken(getInterfaceDescriptor());
-  if (written != OK) return Status::fromStatusT(written);
-  return call(remote(), kGetAllAvailableApplicationStateData, request, data);
+  return callWithoutArguments(remote(), kGetAllAvailableApplicationStateData, data);
 }
 
 Status BpDiagnosticsCollectorService::getSystemContextData(PersistableBundle* data) {
-  Parcel request;
-  const status_t written = request.writeInterfaceToken(getInterfaceDescriptor());
-  if (written != OK) return Status::fromStatusT(written);
-  return call(remote(), kGetSystemContextData, request, data);
+  return callWithoutArguments(remote(), kGetSystemContextData, data);
 }
 
 }  // namespace dev::kerno::internal::diagnostics

@@ -11,13 +11,13 @@ namespace Torv::OS {
 struct PeriodicTask::Run {
   const std::chrono::microseconds period;
   const std::shared_ptr<const std::function<void()>> task;
+  const bool runImmediately;
   Base::Mutex mutex;
   Base::ConditionVariable wakeUp;
   bool running GUARDED_BY(mutex) = true;
-  bool runNow GUARDED_BY(mutex);
 
   Run(std::chrono::microseconds pause, std::shared_ptr<const std::function<void()>> work, bool immediately)
-      : period(pause), task(std::move(work)), runNow(immediately) {}
+      : period(pause), task(std::move(work)), runImmediately(immediately) {}
 };
 
 PeriodicTask::PeriodicTask(std::chrono::microseconds period, std::string name, std::function<void()> task)
@@ -79,20 +79,13 @@ bool PeriodicTask::isRunning() {
 
 void PeriodicTask::threadLoop(Run& run) {
   run.mutex.lock();
-  while (true) {
-    const bool due = std::exchange(run.runNow, true);
+  for (bool due = run.runImmediately; run.running; due = !due) {
     if (due) {
-      run.runNow = false;
-      if (!run.running) break;
       run.mutex.unlock();
       (*run.task)();
       run.mutex.lock();
     } else {
-      if (!run.running) {
-        run.runNow = false;
-        break;
-      }
-      run.wakeUp.wait_for(run.mutex, run.period);  // a run follows, whatever ended the wait
+      run.wakeUp.wait_for(run.mutex, run.period);  // a run follows unless the task was stopped
     }
   }
   run.mutex.unlock();

@@ -37,8 +37,7 @@ int64_t bootTimeMs(int (*readClock)(clockid_t, timespec*)) {
     __android_log_print(ANDROID_LOG_ERROR, kTag, "error getting time: %s", strerror(errno));
     return 0;
   }
-  const auto nowUs = static_cast<uint64_t>(static_cast<double>(Base::toNanoseconds(now)) * 0.001);
-  return static_cast<int64_t>(nowUs / 1000);
+  return static_cast<int64_t>(Base::toReportMilliseconds(now));
 }
 
 std::optional<std::string> agedValue(int64_t timestampNs, std::string_view value, int64_t nowMs) {

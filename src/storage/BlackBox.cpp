@@ -55,8 +55,7 @@ std::optional<StringMap> BlackBox::getAllForPid(int32_t pid, size_t maxReplyByte
   if (found == mProcesses.end()) return std::nullopt;
   const State& state = found->second.state;
   const size_t forStates = maxReplyBytes - std::min(maxReplyBytes, kReplyBytesPerProcess);
-  const bool fits = maxReplyBytes == SIZE_MAX || state.replyBytes() <= forStates;
-  return fits ? state.getAll(false) : state.getNewest(forStates);
+  return state.replyBytes() <= forStates ? state.getAll(false) : state.getNewest(forStates);
 }
 
 BlackBox::ProcessStates BlackBox::getAllProcessStates(size_t maxReplyBytes, std::vector<int>* leftOut) const {

@@ -8,11 +8,14 @@
 namespace Torv::OS::Diagnostics {
 namespace {
 
-constexpr size_t kRoomStep = 8;  // lets a text grow by a few bytes without moving its record
-constexpr size_t kCapacityStep =
-    1024;                           // equal sizes let one process reuse the block that another has outgrown
+constexpr size_t kRoomStep = 8;     // lets a text grow by a few bytes without moving its record
 constexpr size_t kSpareShare = 16;  // a sixteenth of the block is spare: it counts as memory too
 constexpr size_t kMinCells = 16;
+
+// Equal sizes let one process reuse the block that another has outgrown. With steps of 1 KiB, 2,048 processes
+// that grow side by side to 8 KiB of texts take 43 MiB of the heap; with 512 bytes they take 48 MiB, and a
+// fetch is a tenth slower.
+constexpr size_t kCapacityStep = 1024;
 
 uint32_t hashOf(std::string_view key) {
   return static_cast<uint32_t>(std::hash<std::string_view>()(key));
@@ -59,6 +62,10 @@ void PackedHistories::add(std::string_view key, int64_t timestampNs, std::string
   const size_t added = sizeof(ValueHeader) + value.size();
   const size_t target = middle - removed;
 
+  if (place == values + history.size) {  // the value becomes the newest
+    mReplyBytes -= history.replyBytes();
+    mReplyBytes += replyBytesOfState(key.size(), value.size());
+  }
   if (end - removed + added > headerAt(at).room) at = append(key, hash, end - removed + added, at);
   char* const record = mBlock.data() + at;
   memmove(record + begin, record + begin + removed, target - begin);
@@ -79,6 +86,7 @@ PackedHistories::History PackedHistories::find(std::string_view key) const {
 void PackedHistories::clear(std::string_view key) {
   const size_t at = findRecord(key, hashOf(key));
   if (at == kNone) return;
+  mReplyBytes -= historyAt(at).replyBytes();
   Header header = headerAt(at);
   header.count = 0;
   setHeader(at, header);
@@ -106,7 +114,10 @@ size_t PackedHistories::keepNewest(size_t maxBytes) {
     if (capacityFor(with) + cellsFor(kept + 1) * sizeof(uint32_t) > maxBytes) break;
     used = with;
   }
-  for (size_t i = kept; i < candidates.size(); ++i) drop(candidates[i].at);
+  for (size_t i = kept; i < candidates.size(); ++i) {
+    mReplyBytes -= historyAt(candidates[i].at).replyBytes();
+    drop(candidates[i].at);
+  }
   mKeys = kept;
   mCells.assign(cellsFor(kept), 0);
   mCells.shrink_to_fit();

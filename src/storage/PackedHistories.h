@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "storage/Limits.h"
+
 namespace Torv::OS::Diagnostics {
 
 // The keys of one State, each with its newest three values. All texts lie one behind the other in one block
@@ -33,6 +35,8 @@ class PackedHistories {
 
     bool empty() const { return size == 0; }
     const Value& newest() const { return values[size - 1]; }  // undefined if empty()
+    // Bytes of the key and the newest value in a reply; 0 if empty().
+    size_t replyBytes() const { return empty() ? 0 : replyBytesOfState(key.size(), newest().text.size()); }
   };
 
   // Inserts a value at its place in time. If the key has three already, the oldest of the four is dropped.
@@ -60,6 +64,10 @@ class PackedHistories {
 
   // Bytes of memory allocated for all of this.
   size_t bytes() const { return mBlock.capacity() + mCells.size() * sizeof(uint32_t); }
+  // The sum of replyBytes() of all histories. It is kept up to date, so that a reply for thousands of
+  // processes can be sized without reading their texts.
+  size_t replyBytes() const { return mReplyBytes; }
+  // Known keys, cleared ones included.
   size_t keyCount() const { return mKeys; }
 
  private:
@@ -101,6 +109,7 @@ class PackedHistories {
   std::vector<char> mBlock;
   std::vector<uint32_t> mCells;  // a power of two of them, probed one by one; a record's offset plus 1
   size_t mKeys = 0;
+  size_t mReplyBytes = 0;
 };
 
 }  // namespace Torv::OS::Diagnostics

@@ -5,7 +5,6 @@
 
 #include "AgedValue.h"
 #include "PackedHistories.h"
-#include "storage/Limits.h"
 
 namespace Torv::OS::Diagnostics {
 namespace {
@@ -18,10 +17,6 @@ std::optional<std::string> newestValue(const History& history, bool withAge) {
   const PackedHistories::Value& newest = history.newest();
   if (!withAge) return std::string(newest.text);
   return agedValue(newest.timestampNs, newest.text, bootTimeMs());
-}
-
-size_t replySize(const History& history) {
-  return history.empty() ? 0 : replyBytesOfState(history.key.size(), history.newest().text.size());
 }
 
 }  // namespace
@@ -57,9 +52,7 @@ void State::dropIfNewer(const std::string& key, int64_t timestamp) {
 }
 
 size_t State::replyBytes() const {
-  size_t sum = 0;
-  mHistories->forEach([&](const History& history) { sum += replySize(history); });
-  return sum;
+  return mHistories->replyBytes();
 }
 
 StringMap State::getNewest(size_t maxReplyBytes) const {
@@ -74,7 +67,7 @@ StringMap State::getNewest(size_t maxReplyBytes) const {
   StringMap newest;
   size_t sum = 0;
   for (const History& history : histories) {
-    sum += replySize(history);
+    sum += history.replyBytes();
     if (sum > maxReplyBytes) break;
     newest.try_emplace(std::string(history.key), history.newest().text);
   }

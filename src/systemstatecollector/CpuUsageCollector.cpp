@@ -11,11 +11,6 @@ constexpr SourceInfo kStat{6, "/proc/stat", "cpu_utilization_history", "Provides
                            "Stream /proc/stat is bad"};
 const Json::StaticString kUtilization("CpuUtilization_%");
 
-// Most lines of /proc/stat begin with another letter. Looking at it spares the search for their first word.
-bool mayBeAggregate(std::string_view line) {
-  return !line.empty() && (line.front() == 'c' || isSpace(line.front()));
-}
-
 // Guest time is part of user and nice, so it is not added again.
 uint64_t totalOf(const CpuUsageCollector::CpuStats& stats) {
   return stats.user + stats.nice + stats.system + stats.idle + stats.iowait + stats.irq + stats.softirq +
@@ -27,7 +22,7 @@ uint64_t totalOf(const CpuUsageCollector::CpuStats& stats) {
 bool CpuUsageCollector::parseNext(std::string_view& text, CpuStats& stats) {
   std::string_view line;
   while (nextLine(text, line)) {
-    if (!mayBeAggregate(line) || nextWord(line) != "cpu") continue;
+    if (nextWord(line) != "cpu") continue;
     stats = CpuStats{};
     for (uint64_t* column : {&stats.user, &stats.nice, &stats.system, &stats.idle, &stats.iowait, &stats.irq,
                              &stats.softirq, &stats.steal, &stats.guest, &stats.guestNice}) {

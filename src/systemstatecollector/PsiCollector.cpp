@@ -3,24 +3,24 @@
 #include <cstdio>
 #include <optional>
 #include <string>
-#include <utility>
 
 #include <fmt/format.h>
 
 #include "TextScanner.h"
 
 namespace Torv::OS::Diagnostics {
-namespace {
 
-constexpr SourceInfo kCpu{1, "/proc/pressure/cpu", "psi_cpu_history",
-                          "Returns the PSI information by sampling cpu file in /proc/pressure",
-                          "PSI cpu Stream is bad"};
-constexpr SourceInfo kMemory{2, "/proc/pressure/memory", "psi_memory_history",
-                             "Returns the PSI information by sampling memory file in /proc/pressure",
-                             "PSI memory Stream is bad"};
-constexpr SourceInfo kIo{3, "/proc/pressure/io", "psi_io_history",
-                         "Returns the PSI information by sampling io file in /proc/pressure",
-                         "PSI io Stream is bad"};
+constexpr SourceInfo kPsiCpu{1, "/proc/pressure/cpu", "psi_cpu_history",
+                             "Returns the PSI information by sampling cpu file in /proc/pressure",
+                             "PSI cpu Stream is bad"};
+constexpr SourceInfo kPsiMemory{2, "/proc/pressure/memory", "psi_memory_history",
+                                "Returns the PSI information by sampling memory file in /proc/pressure",
+                                "PSI memory Stream is bad"};
+constexpr SourceInfo kPsiIo{3, "/proc/pressure/io", "psi_io_history",
+                            "Returns the PSI information by sampling io file in /proc/pressure",
+                            "PSI io Stream is bad"};
+
+namespace {
 
 struct MetricNames {
   Json::StaticString avg10;
@@ -134,26 +134,5 @@ void PsiCollector::extractMetrics(const RawMetric& sample, Json::Value& out) {
     }
   }
 }
-
-std::unique_ptr<PsiCpuCollector> PsiCpuCollector::init(SystemStateCollectorConfig config) {
-  return initFrom<PsiCpuCollector>(kCpu, config);
-}
-
-PsiCpuCollector::PsiCpuCollector(const SystemStateCollectorConfig& config, TextSource source)
-    : PsiCollector(config, kCpu, std::move(source)) {}
-
-std::unique_ptr<PsiMemCollector> PsiMemCollector::init(SystemStateCollectorConfig config) {
-  return initFrom<PsiMemCollector>(kMemory, config);
-}
-
-PsiMemCollector::PsiMemCollector(const SystemStateCollectorConfig& config, TextSource source)
-    : PsiCollector(config, kMemory, std::move(source)) {}
-
-std::unique_ptr<PsiIoCollector> PsiIoCollector::init(SystemStateCollectorConfig config) {
-  return initFrom<PsiIoCollector>(kIo, config);
-}
-
-PsiIoCollector::PsiIoCollector(const SystemStateCollectorConfig& config, TextSource source)
-    : PsiCollector(config, kIo, std::move(source)) {}
 
 }  // namespace Torv::OS::Diagnostics

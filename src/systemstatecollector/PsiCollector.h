@@ -4,13 +4,14 @@
 #include <cstdint>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include "TextCollector.h"
 
 namespace Torv::OS::Diagnostics {
 
-// Pressure stall information: the share of time in which tasks waited for one resource. Three classes sample
-// one resource each, from a file under /proc/pressure:
+// Pressure stall information: the share of time in which tasks waited for one resource. Each collector
+// samples one resource, from a file under /proc/pressure:
 //   some avg10=0.12 avg60=0.34 avg300=0.05 total=6227413
 //   full avg10=0.00 avg60=0.00 avg300=0.00 total=2113778
 // (Documentation/accounting/psi.rst of the kernel). Metrics: "some_avg10" and so on, four for each line.
@@ -37,26 +38,25 @@ class PsiCollector : public TextCollector {
   void extractMetrics(const RawMetric& sample, Json::Value& out) override;
 };
 
-class PsiCpuCollector : public PsiCollector {
+// The collector of one resource, whose file `kInfo` names.
+template <const SourceInfo& kInfo>
+class PsiCollectorOf : public PsiCollector {
  public:
-  // Opens /proc/pressure/cpu. Returns null and logs an error if it cannot be opened.
-  static std::unique_ptr<PsiCpuCollector> init(SystemStateCollectorConfig config);
+  // Opens the resource's file. Returns null and logs an error if it cannot be opened.
+  static std::unique_ptr<PsiCollectorOf> init(SystemStateCollectorConfig config) {
+    return initFrom<PsiCollectorOf>(kInfo, config);
+  }
   // Takes over an open stream, or a source, of that file.
-  PsiCpuCollector(const SystemStateCollectorConfig& config, TextSource source);
+  PsiCollectorOf(const SystemStateCollectorConfig& config, TextSource source)
+      : PsiCollector(config, kInfo, std::move(source)) {}
 };
 
-// The same for /proc/pressure/memory.
-class PsiMemCollector : public PsiCollector {
- public:
-  static std::unique_ptr<PsiMemCollector> init(SystemStateCollectorConfig config);
-  PsiMemCollector(const SystemStateCollectorConfig& config, TextSource source);
-};
+extern const SourceInfo kPsiCpu;     // /proc/pressure/cpu
+extern const SourceInfo kPsiMemory;  // /proc/pressure/memory
+extern const SourceInfo kPsiIo;      // /proc/pressure/io
 
-// The same for /proc/pressure/io.
-class PsiIoCollector : public PsiCollector {
- public:
-  static std::unique_ptr<PsiIoCollector> init(SystemStateCollectorConfig config);
-  PsiIoCollector(const SystemStateCollectorConfig& config, TextSource source);
-};
+using PsiCpuCollector = PsiCollectorOf<kPsiCpu>;
+using PsiMemCollector = PsiCollectorOf<kPsiMemory>;
+using PsiIoCollector = PsiCollectorOf<kPsiIo>;
 
 }  // namespace Torv::OS::Diagnostics

@@ -2,10 +2,13 @@
 
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <utility>
 
 #include <android/log.h>
 #include <json/writer.h>
+
+#include "base/Clock.h"
 
 namespace Torv::OS::Diagnostics {
 namespace {
@@ -35,14 +38,7 @@ uint64_t SystemStateCollector::Utils::monotonicMilliseconds() {
     __android_log_print(ANDROID_LOG_ERROR, nullptr, "error getting time: %s", strerror(errno));
     return 0;
   }
-  return toMilliseconds(time);
-}
-
-uint64_t SystemStateCollector::Utils::toMilliseconds(const timespec& time) {
-  const uint64_t ns =
-      static_cast<uint64_t>(time.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(time.tv_nsec);
-  const double us = static_cast<double>(ns) * 0.001;
-  return static_cast<uint64_t>(us) / 1000;
+  return Base::toReportMilliseconds(time);
 }
 
 Json::Value SystemStateCollector::Utils::makeJsonReport(uint64_t nowMs) {

@@ -66,7 +66,7 @@ TEST(StateTest, answersWithTheNewestValueOfAKeyThatHoldsOne) {
   EXPECT_FALSE(state.isDead);
   EXPECT_THAT(state.getAll(false), IsEmpty());
   state.add("screen", 20, "home");
-  state.add("screen", 10, "boot");
+  state.add("screen", 10, "starting");
   state.add("", 1, "");
   state.add("cleared", 1, "x");
   state.dropIfNewer("cleared", 0);
@@ -76,6 +76,7 @@ TEST(StateTest, answersWithTheNewestValueOfAKeyThatHoldsOne) {
     EXPECT_EQ(state.get(key, false), std::nullopt);
   }
   EXPECT_EQ(state.get("future", true), std::nullopt);
+  EXPECT_EQ(state.replyBytes(), replyBytesOfState(6, 4) + replyBytesOfState(0, 0) + replyBytesOfState(6, 1));
   EXPECT_THAT(state.getAll(false),
               UnorderedElementsAre(Pair("screen", "home"), Pair("", ""), Pair("future", "y")));
   EXPECT_THAT(state.getAll(true), UnorderedElementsAre(Pair("screen", HasSubstr(R"("v":"home")")),
@@ -106,6 +107,15 @@ TEST(PackedHistoriesTest, keepTheNewestThreeInOrderOfTimeAndAnEqualTimeBeforeThe
   }
 }
 
+// What histories.replyBytes() must be.
+size_t freshReplyBytes(const PackedHistories& histories) {
+  size_t sum = 0;
+  histories.forEach([&](const PackedHistories::History& history) {
+    if (!history.empty()) sum += replyBytesOfState(history.key.size(), history.newest().text.size());
+  });
+  return sum;
+}
+
 // Against plain maps: values that grow and shrink move records, cut histories are packed anew.
 TEST(PackedHistoriesTest, holdWhatPlainMapsHoldHoweverTextsGrowAndShrink) {
   std::mt19937 random(1);
@@ -124,6 +134,7 @@ TEST(PackedHistoriesTest, holdWhatPlainMapsHoldHoweverTextsGrowAndShrink) {
     if (plain[key].size() > 3) plain[key].erase(plain[key].begin());
   }
   EXPECT_EQ(histories.keyCount(), plain.size());
+  EXPECT_EQ(histories.replyBytes(), freshReplyBytes(histories));
   histories.forEach([&](const PackedHistories::History& history) {
     std::string expected;
     for (const auto& [timestamp, value] : plain.at(std::string(history.key))) expected += value;
@@ -134,6 +145,7 @@ TEST(PackedHistoriesTest, holdWhatPlainMapsHoldHoweverTextsGrowAndShrink) {
   const size_t dropped = histories.keepNewest(half);
   EXPECT_LE(histories.bytes(), half);
   EXPECT_EQ(histories.keyCount(), plain.size() - dropped);
+  EXPECT_EQ(histories.replyBytes(), freshReplyBytes(histories));
   std::vector<std::pair<int64_t, std::string>> byTime;
   for (const auto& [key, values] : plain) byTime.emplace_back(values.rbegin()->first, key);
   std::sort(byTime.begin(), byTime.end());

@@ -11,6 +11,7 @@
 
 #include "PsiCollector.h"
 #include "Source.h"
+#include "base/Clock.h"
 #include "support/LogCapture.h"
 #include "systemstatecollector/CircularBuffer.h"
 #include "systemstatecollector/PollStatistics.h"
@@ -84,10 +85,10 @@ TEST(ReportTest, cutsFloatingPointToTwoDecimalsAndNothingElse) {
 }
 
 TEST(ReportTest, timesAreWholeMilliseconds) {
-  using Utils = SystemStateCollector::Utils;
-  EXPECT_EQ(Utils::toMilliseconds({1, 999'999'999}), 1999U);
+  using Torv::Base::toReportMilliseconds;
+  EXPECT_EQ(toReportMilliseconds({1, 999'999'999}), 1999U);
   // After some thirty years, the conversion through a double rounds up.
-  EXPECT_EQ(Utils::toMilliseconds({1'000'000'000, 999'999'999}), 1'000'000'001'000U);
+  EXPECT_EQ(toReportMilliseconds({1'000'000'000, 999'999'999}), 1'000'000'001'000U);
 }
 
 TEST(PollStatisticsTest, everyPollOver100WholeMillisecondsWarns) {

@@ -17,6 +17,13 @@ constexpr int64_t toMilliseconds(const timespec& time) {
   return toNanoseconds(time) / 1'000'000;
 }
 
+// The same in the milliseconds of reports: truncated twice, to microseconds in a double and then to
+// milliseconds. After some thirty years the double rounds up. `time` must not be negative.
+constexpr uint64_t toReportMilliseconds(const timespec& time) {
+  const double us = static_cast<double>(toNanoseconds(time)) * 0.001;
+  return static_cast<uint64_t>(us) / 1000;
+}
+
 // CLOCK_BOOTTIME in nanoseconds: the time since boot, including the time in suspend. Atoms and states carry
 // it.
 inline int64_t bootTimeNs() {

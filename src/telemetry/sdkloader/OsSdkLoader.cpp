@@ -39,9 +39,7 @@ void* openModule() {
 }
 
 void* moduleHandle() {
-  static std::once_flag once;
-  static void* module = nullptr;
-  std::call_once(once, [] { module = openModule(); });
+  static void* const module = openModule();  // by the first caller; others wait for it
   return module;
 }
 

@@ -51,7 +51,8 @@ class State {
   // Drops the values of `key` if the newest of them is newer than `timestamp`. The key stays known.
   void dropIfNewer(const std::string& key, int64_t timestamp);
 
-  // How many bytes the newest values and their keys take in a reply (see kReplyBytesPerState).
+  // Returns how many bytes the newest values and their keys take in a reply (see kReplyBytesPerState). Reads
+  // one number, however many keys there are.
   size_t replyBytes() const;
 
   // Returns getAll(false) without the keys that do not fit into `maxReplyBytes`: those whose newest value is
@@ -62,8 +63,9 @@ class State {
   // has dropped.
   size_t keepNewest(size_t maxBytes);
 
+  // Returns how many keys are known, cleared ones included.
   size_t keyCount() const;
-  // Bytes of memory that the keys and values take.
+  // Returns how many bytes of memory the keys and values take.
   size_t bytes() const;
 
   // Kept by the black box. A State neither reads nor writes them.

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <ctime>
 #include <memory>
 #include <string>
 
@@ -51,9 +50,6 @@ class SystemStateCollector {
    public:
     // Returns the monotonic clock's time in milliseconds. Returns 0 and logs an error if it cannot be read.
     static uint64_t monotonicMilliseconds();
-    // Returns a clock reading in milliseconds, truncated twice: to microseconds in a double, then to
-    // milliseconds. After some thirty years the double rounds up.
-    static uint64_t toMilliseconds(const timespec& time);
 
     // Returns a report of the time `nowMs` with an empty time series.
     static Json::Value makeJsonReport(uint64_t nowMs);
