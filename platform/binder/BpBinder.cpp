@@ -25,11 +25,8 @@ BpBinder::BpBinder(int32_t handle, int32_t trackedUid)
       mTrackedUid(trackedUid) {}
 
 BpBinder::~BpBinder() {
-  if (mObituaries != nullptr) {
-    platform::binder::stopWatchingForDeath(mHandle);
-    delete mObituaries;
-  }
-  platform::binder::releaseHandle(mHandle);
+  platform::binder::stopWatchingForDeath(*this);
+  delete mObituaries;
 }
 
 int32_t BpBinder::handle() const {
@@ -73,15 +70,13 @@ status_t BpBinder::transact(uint32_t code, const Parcel& data, Parcel* reply, ui
   return status;
 }
 
+// The first link starts the watch, which lasts until the server or the proxy goes: mObituaries may be empty.
 status_t BpBinder::linkToDeath(const sp<DeathRecipient>& recipient, void* cookie, uint32_t flags) {
   if (recipient == nullptr) return BAD_VALUE;
   AutoMutex guard(mLock);
   if (mObitsSent) return DEAD_OBJECT;
   if (mObituaries == nullptr) {
-    auto service = platform::binder::serviceOf(mHandle);
-    if (service == nullptr || !platform::binder::watchForDeath(mHandle, std::move(service), this)) {
-      return DEAD_OBJECT;
-    }
+    if (!platform::binder::watchForDeath(*this)) return DEAD_OBJECT;
     mObituaries = new Vector<Obituary>;
   }
   const ssize_t index = mObituaries->add(Obituary{recipient, cookie, flags});
@@ -100,10 +95,6 @@ status_t BpBinder::unlinkToDeath(const wp<DeathRecipient>& recipient, void* cook
     if (!same || obituary.flags != flags) continue;
     if (outRecipient != nullptr) *outRecipient = obituary.recipient;
     mObituaries->removeAt(i);
-    if (mObituaries->isEmpty()) {
-      platform::binder::stopWatchingForDeath(mHandle);
-      delete std::exchange(mObituaries, nullptr);
-    }
     return OK;
   }
   return NAME_NOT_FOUND;

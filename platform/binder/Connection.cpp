@@ -6,32 +6,61 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <binder/IPCThreadState.h>
+
 #include "Log.h"
 #include "runtime/HeapPolicy.h"
 
 namespace platform::binder {
-// The slots come when the pool starts.
-Pool::Pool(const Limits& limits)
-    : transfer(limits.transfer),
-      slots({0, 0}),
-      requests(limits.requests),
-      replies(limits.replies),
-      oneWays(limits.oneWays) {}
+namespace {
 
-std::string warningsNote(uint64_t times) {
-  return times == 1 ? "" : " (and " + std::to_string(times - 1) + " more warnings since the last one)";
+// The slots of one-way calls count for this uid, not for their clients: a client that has used up its share
+// of the pool would otherwise hold the turn and so delay the one-way calls of all others.
+constexpr uid_t kNobody = static_cast<uid_t>(-1);
+
+// Makes a token for IPCThreadState::restoreCallingIdentity(). clearCallingIdentity() makes one too, but it
+// costs two system calls.
+int64_t identityToken(Peer caller) {
+  return static_cast<int64_t>(static_cast<uint64_t>(caller.uid) << 32 | static_cast<uint32_t>(caller.pid));
 }
+
+// Runs a transaction on the calling thread. Until it returns, getCallingUid() and getCallingPid() name
+// `caller`. Returns the transaction's status: OK for a positive one, and the parcel's error if the reply
+// could not be written. Leaves `reply` empty unless the status is OK.
+android::status_t dispatch(android::BBinder& binder, Peer caller, const FrameHeader& header,
+                           const android::Parcel& request, android::Parcel* reply) {
+  android::IPCThreadState* const thread = android::IPCThreadState::self();
+  const int64_t own = identityToken({thread->getCallingUid(), thread->getCallingPid()});
+  thread->restoreCallingIdentity(identityToken(caller));
+  android::status_t status = binder.transact(header.value, request, reply, header.flags);
+  thread->restoreCallingIdentity(own);
+  if (status >= android::OK) status = reply->errorCheck();
+  if (status != android::OK) reply->freeData();
+  return status;
+}
+
+}  // namespace
+
+Pool::Pool(const Limits& limits)
+    : transfer(limits.transfer), slots({0, 0}), requests(limits.requests), replies(limits.replies) {}
 
 void Pool::close() {
-  for (Shares* const shares : {&slots, &requests, &replies, &oneWays}) shares->close();
+  for (Shares* const shares : {&slots, &requests, &replies}) shares->close();
 }
 
-Connection::Connection(Pool& pool, std::shared_ptr<const Service> service, android::base::unique_fd socket,
-                       Peer peer)
+void Pool::warn(const std::string& what) {
+  const uint64_t times = mWarnings.count();
+  if (times == 0) return;
+  const std::string note =
+      times == 1 ? "" : " (and " + std::to_string(times - 1) + " more warnings since the last one)";
+  ALOGW("%s%s", what.c_str(), note.c_str());
+}
+
+Connection::Connection(Pool& pool, const Service& service, android::base::unique_fd socket)
     : mPool(pool),
-      mService(std::move(service)),
+      mService(service),
       mSocket(std::move(socket)),
-      mPeer(peer),
+      mPeer(peerOf(mSocket.get())),
       mReader(mSocket.get(), FrameKind::Transaction, pool.transfer) {}
 
 void Connection::run() {
@@ -41,27 +70,33 @@ void Connection::run() {
 
 void Connection::giveUp() {
   mGivenUp = true;
-  // A frame that has arrived whole is still read after SHUT_RD, and its reply is sent.
+  // After SHUT_RD the thread still reads what the client has sent before, and sends its replies.
   shutdown(mSocket.get(), state() == State::Transferring ? SHUT_RDWR : SHUT_RD);
 }
 
-// Returns false if the connection is at its end, as do the functions below.
+// Returns false if the connection has ended, as do the functions below.
 bool Connection::serveFrame() {
   enter(State::Idle);
   if (!mReader.await()) return false;
   enter(State::Transferring);
   const auto header = mReader.header();
   if (!header.ok()) return fail(header.error().message());
-  return isOneWay(*header) ? enqueue(*header) : answer(*header);
+  android::Parcel request;
+  Shares::Part room;
+  if (!readPayload(header->size, &request, &room)) return false;
+  const bool goesOn =
+      isOneWay(*header) ? runOneWay(*header, request) : answer(*header, &request, std::move(room));
+  if (mReply.dataSize() > kSmallPayload || mReply.errorCheck() != android::OK) mReply.freeData();
+  mReply.setDataSize(0);
+  return goesOn;
 }
 
-// Reads the payload as soon as the client's share of `shares` has room for it.
-bool Connection::readPayload(Shares& shares, size_t charge, size_t size, android::Parcel* data,
-                             Shares::Part* room) {
-  if (charge != 0) {
+// Waits until the client's share has room for the payload, then reads it. Small payloads need no room.
+bool Connection::readPayload(size_t size, android::Parcel* data, Shares::Part* room) {
+  if (size > kSmallPayload) {
     const auto before = SteadyClock::now();
     enter(State::Running);
-    *room = shares.take(mPeer.uid, charge);
+    *room = mPool.requests.take(mPeer.uid, size);
     if (!*room) return false;
     mReader.extendDeadline(SteadyClock::now() - before);
     enter(State::Transferring);
@@ -71,27 +106,23 @@ bool Connection::readPayload(Shares& shares, size_t charge, size_t size, android
   return true;
 }
 
-bool Connection::enqueue(const FrameHeader& header) {
-  auto call = std::make_unique<OneWayQueue::Call>();
-  call->header = header;
-  call->caller = mPeer;
-  if (!readPayload(mPool.oneWays, header.size + kOneWayOverhead, header.size, &call->data, &call->room)) {
-    return false;
-  }
-  mService->oneWays->push(std::move(call));
+bool Connection::runOneWay(const FrameHeader& header, const android::Parcel& request) {
+  // The turn comes first: calls that wait for it must not hold slots, which two-way calls could use.
+  const Shares::Part turn = mService.oneWayTurn.take(mPeer.uid, 1);
+  const Shares::Part slot = mPool.slots.take(kNobody, 1);
+  if (!turn || !slot) return false;
+  // A one-way call has no calling pid, as on the device.
+  dispatch(*mService.binder, {mPeer.uid, 0}, header, request, &mReply);
   return true;
 }
 
-bool Connection::answer(const FrameHeader& header) {
-  android::Parcel request;
-  Shares::Part room;
-  const size_t charge = header.size > kSmallPayload ? header.size : 0;
-  if (!readPayload(mPool.requests, charge, header.size, &request, &room)) return false;
+bool Connection::answer(const FrameHeader& header, android::Parcel* request, Shares::Part room) {
   Shares::Part slot = mPool.slots.take(mPeer.uid, 1);
   if (!slot) return false;
-  android::status_t status = dispatch(*mService->binder, mPeer, header, request, &mReply);
-  request.freeData();
-  room.giveBack();
+  android::status_t status = dispatch(*mService.binder, mPeer, header, *request, &mReply);
+  // The request must not take memory while a slow client reads the reply.
+  request->freeData();
+  room.reset();
   noteHeapTraffic(mReply.dataSize());
   if (mReply.dataSize() > kMaxPayload) {
     fail("asked with code " + std::to_string(header.value) + " for a reply of " +
@@ -100,32 +131,29 @@ bool Connection::answer(const FrameHeader& header) {
     mReply.freeData();
     status = android::FAILED_TRANSACTION;
   }
-  const bool sent = reply(status, mReply, std::move(slot));
-  if (mReply.dataSize() > kSmallPayload || mReply.errorCheck() != android::OK) mReply.freeData();
-  mReply.setDataSize(0);
-  return sent;
+  return reply(status, std::move(slot));
 }
 
-bool Connection::reply(android::status_t status, const android::Parcel& data, Shares::Part slot) {
-  const FrameHeader header{static_cast<uint32_t>(FrameKind::Reply), static_cast<uint32_t>(data.dataSize()),
+bool Connection::reply(android::status_t status, Shares::Part slot) {
+  const FrameHeader header{static_cast<uint32_t>(FrameKind::Reply), static_cast<uint32_t>(mReply.dataSize()),
                            static_cast<uint32_t>(status), 0};
-  const ssize_t taken = sendFrame(mSocket.get(), header, data.data(), 0, MSG_DONTWAIT);
+  const ssize_t taken = sendFrame(mSocket.get(), header, mReply.data(), 0, MSG_DONTWAIT);
   if (taken < 0 && errno != EAGAIN) return false;
   const size_t sent = taken > 0 ? static_cast<size_t>(taken) : 0;
   if (sent == sizeof(header) + header.size) return true;
   // The slot is kept until the client's share has room for the reply: this is what bounds the replies that
   // wait for slow readers.
   const Shares::Part room = mPool.replies.take(mPeer.uid, sizeof(header) + header.size);
-  slot.giveBack();
-  return room && sendRest(header, data, sent);
+  slot.reset();
+  return room && sendRest(header, sent);
 }
 
-bool Connection::sendRest(const FrameHeader& header, const android::Parcel& data, size_t sent) {
+bool Connection::sendRest(const FrameHeader& header, size_t sent) {
   enter(State::Transferring);
   const auto deadline = SteadyClock::now() + mPool.transfer;
   while (sent < sizeof(header) + header.size) {
     if (!waitFor(mSocket.get(), POLLOUT, deadline)) return fail("does not read its reply");
-    const ssize_t taken = sendFrame(mSocket.get(), header, data.data(), sent, MSG_DONTWAIT);
+    const ssize_t taken = sendFrame(mSocket.get(), header, mReply.data(), sent, MSG_DONTWAIT);
     if (taken < 0 && errno != EAGAIN) return false;
     if (taken > 0) sent += static_cast<size_t>(taken);
   }
@@ -133,17 +161,15 @@ bool Connection::sendRest(const FrameHeader& header, const android::Parcel& data
 }
 
 void Connection::enter(State state) {
-  mStateSince.store(CoarseClock::now(), std::memory_order_relaxed);
+  mStateSince.store(SteadyClock::now(), std::memory_order_relaxed);
   mState.store(state, std::memory_order_relaxed);
 }
 
-// Says what the client has done, unless the server itself ended the connection. Returns false.
+// Warns about what the client has done, unless the server itself has ended the connection. Returns false.
 bool Connection::fail(const std::string& why) {
   if (mGivenUp) return false;
-  if (const uint64_t times = mPool.warnings.count(); times != 0) {
-    ALOGW("a client of %s (uid %u, pid %d) %s%s", mService->name.c_str(), mPeer.uid, mPeer.pid, why.c_str(),
-          warningsNote(times).c_str());
-  }
+  mPool.warn("a client of " + mService.name + " (uid " + std::to_string(mPeer.uid) + ", pid " +
+             std::to_string(mPeer.pid) + ") " + why);
   return false;
 }
 

@@ -1,94 +1,93 @@
 #pragma once
 
+#include "parcel/ParcelHeader.h"
+
 #include <atomic>
 #include <string>
 
 #include <android-base/unique_fd.h>
+#include <binder/Binder.h>
 
 #include "Frame.h"
-#include "Service.h"
-#include "base/Clock.h"
+#include "ServiceAddress.h"
+#include "Shares.h"
 #include "runtime/LogLimit.h"
 
 namespace platform::binder {
 
-// CLOCK_MONOTONIC at the resolution of the kernel's tick: reading it costs a few nanoseconds, and each
-// transaction reads it three times.
-struct CoarseClock {
-  using duration = std::chrono::nanoseconds;
-  using time_point = std::chrono::time_point<CoarseClock, duration>;
-
-  static time_point now() {
-    timespec time{};
-    clock_gettime(CLOCK_MONOTONIC_COARSE, &time);
-    return time_point(duration(Torv::Base::toNanoseconds(time)));
-  }
-};
-
-// What the connections of a server share: the slots of its pool, the bytes of Limits, and one line in the log
-// for each second.
+// What the connections of a server share: the slots of its pool, the bytes of Limits, and the right to write
+// one warning into the log each second. Thread-safe.
 struct Pool {
+  // The pool has no slots until setShare() gives it some.
   explicit Pool(const Limits& limits);
-  // Nobody gets anything any more, so that all connections end.
+  // From now on every take() fails, also for those who wait, so all connections end.
   void close();
+  // Logs a warning, or counts it for the next one if there was one in this second.
+  void warn(const std::string& what);
 
   const std::chrono::milliseconds transfer;
   Shares slots;
   Shares requests;
   Shares replies;
-  Shares oneWays;
-  LogLimit warnings;  // about what clients do
+
+ private:
+  LogLimit mWarnings;
 };
 
-// The end of a line that stands for `times` warnings.
-std::string warningsNote(uint64_t times);
+// A binder object that a server publishes under a name.
+struct Service {
+  std::string name;
+  android::sp<android::BBinder> binder;
+  // One-way calls to one object run one after the other: each takes the object's only turn. Two names of the
+  // same object share it.
+  Shares& oneWayTurn;
+  android::base::unique_fd listener;
+};
 
-// The server's end of a client's connection. A thread of its own reads the frames, runs the two-way
-// transactions one at a time, each with a slot of the pool, and hands the one-way ones to the queue of the
-// service.
+// The server's end of a client's connection. A thread of its own reads the frames and runs the transactions
+// one at a time, each with a slot of the pool. Calls that the thread has not read yet wait in the socket.
 class Connection {
  public:
   enum class State {
     Idle,          // waits for the first byte of a frame
     Transferring,  // a frame or a reply is under way
-    Running,       // the server is at work, or has the client wait for its share
+    Running,       // runs the transaction, or waits for a share of the pool
   };
 
-  Connection(Pool& pool, std::shared_ptr<const Service> service, android::base::unique_fd socket, Peer peer);
+  // `pool` and `service` must outlive the connection.
+  Connection(Pool& pool, const Service& service, android::base::unique_fd socket);
 
-  // Serves the connection to its end.
+  // Serves the connection until it ends. Called once.
   void run();
 
   uid_t uid() const { return mPeer.uid; }
-  // Any thread.
+  // Any thread may call it, as the two functions below.
   State state() const { return mState.load(std::memory_order_relaxed); }
-  CoarseClock::duration timeInState(CoarseClock::time_point now) const {
-    return now - mStateSince.load(std::memory_order_relaxed);
-  }
-  // Ends the connection: at once if a frame or a reply is under way, otherwise when what its client has sent
-  // is answered. A client that is answered or idle notices when it sends next. Any thread.
+  SteadyClock::time_point inStateSince() const { return mStateSince.load(std::memory_order_relaxed); }
+  // Ends the connection: at once if a frame or a reply is under way, otherwise when the transactions that its
+  // client has sent are done and answered. The client notices when it sends next.
   void giveUp();
 
  private:
   bool serveFrame();
-  bool readPayload(Shares& shares, size_t charge, size_t size, android::Parcel* data, Shares::Part* room);
-  bool enqueue(const FrameHeader& header);
-  bool answer(const FrameHeader& header);
-  bool reply(android::status_t status, const android::Parcel& data, Shares::Part slot);
-  bool sendRest(const FrameHeader& header, const android::Parcel& data, size_t sent);
+  bool readPayload(size_t size, android::Parcel* data, Shares::Part* room);
+  bool runOneWay(const FrameHeader& header, const android::Parcel& request);
+  bool answer(const FrameHeader& header, android::Parcel* request, Shares::Part room);
+  bool reply(android::status_t status, Shares::Part slot);
+  bool sendRest(const FrameHeader& header, size_t sent);
   void enter(State state);
   bool fail(const std::string& why);
 
   Pool& mPool;
-  const std::shared_ptr<const Service> mService;
+  const Service& mService;
   const android::base::unique_fd mSocket;
   const Peer mPeer;
-  // Keeps its memory between calls unless the last reply was large: freed after each call, it makes the
-  // allocator tidy up its heap each time, which costs a sixth of a small call.
+  // Empty between calls, but keeps its memory unless the last reply was large: if it were freed after each
+  // call, the allocator would tidy up its heap each time, which costs a sixth of a small call.
   android::Parcel mReply;
   FrameReader mReader;
   std::atomic<State> mState{State::Idle};
-  std::atomic<CoarseClock::time_point> mStateSince{CoarseClock::now()};
+  std::atomic<SteadyClock::time_point> mStateSince{SteadyClock::now()};
   std::atomic<bool> mGivenUp{false};
 };
 

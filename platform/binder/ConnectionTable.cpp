@@ -4,34 +4,26 @@
 #include <tuple>
 
 namespace platform::binder {
-namespace {
 
 using Torv::Base::LockGuard;
 
-}  // namespace
-
-bool ConnectionTable::reserve(uid_t uid) {
+bool ConnectionTable::add(Connection& connection) {
   const LockGuard guard(mMutex);
-  const auto held = mHeld.find(uid);
-  const bool usedUp = held != mHeld.end() && held->second >= std::max<size_t>(mMost / kConnectionShares, 1);
-  if (usedUp && !giveUpOne(uid)) return false;
-  if (!usedUp && mCount >= mMost && !giveUpOne(std::nullopt)) return false;
-  ++mHeld[uid];
-  ++mCount;
-  return true;
-}
-
-void ConnectionTable::add(Connection& connection) {
-  const LockGuard guard(mMutex);
+  // Counted anew each time: new connections are rare, because clients keep theirs.
+  Counts held;
+  for (const Connection* const other : mConnections) ++held[other->uid()];
+  if (held[connection.uid()] >= std::max<size_t>(mMost / kConnectionShares, 1)) {
+    if (!giveUpOne(held, connection.uid())) return false;
+  } else if (mConnections.size() >= mMost && !giveUpOne(held, std::nullopt)) {
+    return false;
+  }
   mConnections.push_back(&connection);
+  return true;
 }
 
 void ConnectionTable::remove(Connection& connection) {
   const LockGuard guard(mMutex);
-  const auto entry = std::find(mConnections.begin(), mConnections.end(), &connection);
-  if (entry == mConnections.end()) return;
-  mConnections.erase(entry);
-  uncount(connection.uid());
+  mConnections.remove(&connection);
 }
 
 void ConnectionTable::giveUpAll() {
@@ -39,36 +31,28 @@ void ConnectionTable::giveUpAll() {
   for (Connection* const connection : mConnections) connection->giveUp();
 }
 
-// Of one uid, or of the uid that holds most: the connection that has stalled for longest, else the one that
-// has been idle for longest. A connection that is given up counts no more, although its thread has yet to
-// end.
-bool ConnectionTable::giveUpOne(std::optional<uid_t> ofUid) {
-  const auto now = CoarseClock::now();
-  std::tuple<size_t, bool, CoarseClock::duration> most{};
-  auto chosen = mConnections.end();
-  for (auto entry = mConnections.begin(); entry != mConnections.end(); ++entry) {
-    const Connection& connection = **entry;
-    if (ofUid && connection.uid() != *ofUid) continue;
-    const Connection::State state = connection.state();
-    const auto time = connection.timeInState(now);
+// Chooses among the connections of one uid, or of the uid that holds most: the one that has stalled for
+// longest, else the one that has been idle for longest. The chosen connection leaves the table at once,
+// although its thread has yet to end.
+bool ConnectionTable::giveUpOne(const Counts& held, std::optional<uid_t> ofUid) {
+  const auto now = SteadyClock::now();
+  std::tuple<size_t, bool, SteadyClock::duration> most{};
+  Connection* chosen = nullptr;
+  for (Connection* const connection : mConnections) {
+    if (ofUid && connection->uid() != *ofUid) continue;
+    const Connection::State state = connection->state();
+    const auto time = now - connection->inStateSince();
     if (state == Connection::State::Running || time < kGiveUpAfter) continue;
     const bool stalled = state == Connection::State::Transferring;
-    const std::tuple claim{mHeld[connection.uid()], stalled, time};
-    if (chosen != mConnections.end() && claim <= most) continue;
+    const std::tuple claim{held.at(connection->uid()), stalled, time};
+    if (chosen != nullptr && claim <= most) continue;
     most = claim;
-    chosen = entry;
+    chosen = connection;
   }
-  if (chosen == mConnections.end()) return false;
-  (*chosen)->giveUp();
-  uncount((*chosen)->uid());
-  mConnections.erase(chosen);
+  if (chosen == nullptr) return false;
+  chosen->giveUp();
+  mConnections.remove(chosen);
   return true;
-}
-
-void ConnectionTable::uncount(uid_t uid) {
-  const auto held = mHeld.find(uid);
-  if (--held->second == 0) mHeld.erase(held);
-  --mCount;
 }
 
 }  // namespace platform::binder

@@ -12,31 +12,32 @@
 
 namespace platform::binder {
 
-// The connections of a server, and who has to go when there are too many. Thread-safe.
+// The connections of a server. Decides which one ends if there are too many; see Limits::connections. Does
+// not own them. Thread-safe.
 class ConnectionTable {
  public:
   explicit ConnectionTable(size_t most) : mMost(most) {}
 
+  // The number of connections that the table has room for.
   size_t most() const { return mMost; }
 
-  // Makes room for one connection of `uid` and counts it; if its share or the table is full, gives another
-  // one up (see Limits::connections). Returns false if none can go.
-  bool reserve(uid_t uid);
-  // Enters the connection that the room was reserved for. It stays until remove(), or until it is given up.
-  void add(Connection& connection);
+  // Enters a connection. If its uid's share or the table is full, gives up another connection first. Returns
+  // false if none can be given up; then the connection is not entered. It must live until remove().
+  bool add(Connection& connection);
+  // Does nothing if the connection is not in the table, for instance because it was given up.
   void remove(Connection& connection);
 
+  // Gives up all connections; they stay in the table until remove().
   void giveUpAll();
 
  private:
-  bool giveUpOne(std::optional<uid_t> ofUid) REQUIRES(mMutex);
-  void uncount(uid_t uid) REQUIRES(mMutex);
+  using Counts = std::map<uid_t, size_t>;
+
+  bool giveUpOne(const Counts& held, std::optional<uid_t> ofUid) REQUIRES(mMutex);
 
   const size_t mMost;
   Torv::Base::Mutex mMutex;
-  std::list<Connection*> mConnections GUARDED_BY(mMutex);  // none of those that were given up
-  std::map<uid_t, size_t> mHeld GUARDED_BY(mMutex);        // connections and reservations
-  size_t mCount GUARDED_BY(mMutex) = 0;                    // the sum over mHeld
+  std::list<Connection*> mConnections GUARDED_BY(mMutex);
 };
 
 }  // namespace platform::binder

@@ -72,7 +72,7 @@ void FrameReader::extendDeadline(SteadyClock::duration by) {
 // Receives between one and `size` bytes.
 Result<size_t> FrameReader::receive(uint8_t* to, size_t size) {
   for (;;) {
-    const int flags = mPatience ? MSG_DONTWAIT : MSG_WAITALL;
+    const int flags = mPatience ? MSG_DONTWAIT : 0;
     const ssize_t got = TEMP_FAILURE_RETRY(recv(mSocket, to, size, flags));
     if (got > 0) return static_cast<size_t>(got);
     if (got == 0) return Error(ECONNRESET) << "closed in the middle of a frame";

@@ -4,7 +4,7 @@
 
 #include <binder/IPCThreadState.h>
 
-#include "ClientConnection.h"
+#include "RemoteService.h"
 #include "Server.h"
 
 namespace android {
@@ -67,7 +67,7 @@ void IPCThreadState::stopProcess(bool /*immediate*/) {
 
 status_t IPCThreadState::transact(int32_t handle, uint32_t code, const Parcel& data, Parcel* reply,
                                   uint32_t flags) {
-  return platform::binder::transact(handle, code, data, reply, flags);
+  return platform::binder::transact(platform::binder::serviceOf(handle), code, data, reply, flags);
 }
 
 }  // namespace android

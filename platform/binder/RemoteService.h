@@ -1,10 +1,10 @@
-// What the handle of a proxy stands for on the client's side.
+// The client's side: what the handle of a proxy stands for, and transactions with it. All functions are
+// thread-safe.
 #pragma once
 
 #include "parcel/ParcelHeader.h"
 
 #include <atomic>
-#include <memory>
 
 #include <android-base/unique_fd.h>
 #include <binder/BpBinder.h>
@@ -13,7 +13,7 @@
 
 namespace platform::binder {
 
-// One server of a name for as long as it lives. Once it has died it stays dead, whoever takes its address.
+// One server process of a name. Once it has died it stays dead, also if another process takes its address.
 struct RemoteService {
   RemoteService(ServiceAddress at, pid_t serverPid) : address(std::move(at)), server(serverPid) {}
 
@@ -22,28 +22,29 @@ struct RemoteService {
   std::atomic<bool> dead{false};
 };
 
-// Returns a connection to this very server; not valid if it is dead, which is then noted in `service`, or too
-// busy to accept.
-android::base::unique_fd connectTo(RemoteService& service);
-
-// Asks the kernel whether the server still lives, after a connection to it has ended: a living server closes
-// connections too. Notes in `service` if it does not.
-bool isAlive(RemoteService& service);
-
-// Returns the proxy of the server that listens at `address`, the same one for as long as somebody holds it.
-// Returns null if nobody listens there, or accepts. Thread-safe, as are the functions below.
+// Returns the proxy of the server that listens at `address`; as long as a caller holds that proxy, everybody
+// gets the same one. Returns null if no server listens there, or if it is too busy to accept.
 android::sp<android::IBinder> proxyFor(const ServiceAddress& address);
 
-// Returns what the handle stands for; null for a handle that is not in use.
-std::shared_ptr<RemoteService> serviceOf(int32_t handle);
-// The proxy calls it when it goes.
-void releaseHandle(int32_t handle);
+// Returns what the handle of a proxy stands for. The result is never destroyed: a process meets few servers.
+RemoteService& serviceOf(int32_t handle);
 
-// Calls sendObituary() of a proxy when its server dies. Each watched proxy has a connection of its own to the
-// server, and a thread that waits for its end and makes the call. Returns false if the server is dead
-// already, or cannot be watched. A child of fork(2) does not watch what its parent watches. Thread-safe.
-[[nodiscard]] bool watchForDeath(int32_t handle, std::shared_ptr<RemoteService> service,
-                                 const android::wp<android::BpBinder>& proxy);
-void stopWatchingForDeath(int32_t handle);
+// Returns a connection to this very server. The result is not valid if the server is dead, which is then
+// noted in `service`, or if it is too busy to accept.
+android::base::unique_fd connectTo(RemoteService& service);
+
+// Runs a transaction over the calling thread's own connection to the service, which is made at first use and
+// kept. Returns DEAD_OBJECT if the server is dead. Returns FAILED_TRANSACTION if the data is over
+// kMaxPayload, if a living server closed the connection, and for a one-way call that the server has no room
+// for at present. A child of fork(2) makes connections of its own.
+android::status_t transact(RemoteService& service, uint32_t code, const android::Parcel& data,
+                           android::Parcel* reply, uint32_t flags);
+
+// Calls sendObituary() of the proxy when the process of its server has ended, on a thread of its own. Returns
+// false if the server is dead already, or if it cannot be watched. A child of fork(2) does not watch what its
+// parent watches. Call it once for a proxy.
+[[nodiscard]] bool watchForDeath(android::BpBinder& proxy);
+// The proxy calls it in its destructor, whether it was watched or not.
+void stopWatchingForDeath(const android::BpBinder& proxy);
 
 }  // namespace platform::binder

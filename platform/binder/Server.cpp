@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <thread>
 #include <utility>
 
@@ -43,13 +44,11 @@ Server::~Server() {
 
 void Server::serve(const std::string& name, android::sp<android::BBinder> binder, unique_fd socket) {
   const LockGuard guard(mMutex);
-  auto& oneWays = mOneWays[binder.get()];
-  if (oneWays == nullptr) oneWays = std::make_shared<OneWayQueue>(binder, mPool.slots, mThreads);
-  auto service = std::make_shared<const Service>(Service{name, std::move(binder), oneWays});
-  auto listener = std::make_unique<const Listener>(std::move(service), std::move(socket));
-  const auto started = mThreads.start("BinderAccept", [this, &it = *listener] { acceptAll(it); });
+  Shares& turn = mOneWayTurns.try_emplace(binder.get(), Share{1, 1}).first->second;
+  mServices.push_back(Service{name, std::move(binder), turn, std::move(socket)});
+  const auto started =
+      mThreads.start("BinderAccept", [this, &service = mServices.back()] { acceptAll(service); });
   if (!started.ok()) ALOGE("%s is not served: %s", name.c_str(), started.error().message().c_str());
-  mListeners.push_back(std::move(listener));
 }
 
 void Server::setMaxThreads(size_t count) {
@@ -77,8 +76,8 @@ void Server::join() {
 void Server::stop() {
   const LockGuard guard(mMutex);
   if (mStopping.exchange(true)) return;
-  for (const auto& listener : mListeners) shutdown(listener->socket.get(), SHUT_RDWR);
-  for (const auto& [binder, queue] : mOneWays) queue->stop();
+  for (const Service& service : mServices) shutdown(service.listener.get(), SHUT_RDWR);
+  for (auto& [binder, turn] : mOneWayTurns) turn.close();
   mPool.close();
   mConnections.giveUpAll();
   mStopped.notify_all();
@@ -89,48 +88,40 @@ void Server::updateSlots() {
   mPool.slots.setShare({slots, slotsByUid(slots)});
 }
 
-// The loop of a listener's thread. Connections are accepted at once and then refused if need be: in the
-// kernel's queue the ones of a flood would keep all others waiting.
-void Server::acceptAll(const Listener& listener) {
+// The loop of a service's thread. It accepts every connection at once and then refuses some if need be: if
+// they stayed in the kernel's queue, those of a flood would keep all others waiting.
+void Server::acceptAll(const Service& service) {
   for (;;) {
-    unique_fd socket(accept4(listener.socket.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    unique_fd socket(accept4(service.listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
     if (mStopping) return;
     if (socket.ok()) {
-      connect(listener, std::move(socket));
+      connect(service, std::move(socket));
     } else if (isShortage(errno)) {
-      warn("cannot accept a connection: the process has no descriptors or no memory left");
+      mPool.warn("cannot accept a connection: the process has no descriptors or no memory left");
       std::this_thread::sleep_for(kAcceptPause);
     } else if (errno != ECONNABORTED && errno != EINTR) {
-      ALOGE("%s is not served any more: %s", listener.service->name.c_str(), strerror(errno));
+      ALOGE("%s is not served any more: %s", service.name.c_str(), strerror(errno));
       return;
     }
   }
 }
 
-void Server::connect(const Listener& listener, unique_fd socket) {
+void Server::connect(const Service& service, unique_fd socket) {
   mThreads.awaitAtMost(mConnections.most() + kClosingConnections);
-  const Peer peer = peerOf(socket.get());
-  if (!mConnections.reserve(peer.uid)) {
-    warn("a connection is refused, because all those of its uid are in use");
+  const auto connection = std::make_shared<Connection>(mPool, service, std::move(socket));
+  if (!mConnections.add(*connection)) {
+    mPool.warn("a connection is refused, because all those of its uid are in use");
     return;
   }
-  const auto connection = std::make_shared<Connection>(mPool, listener.service, std::move(socket), peer);
-  mConnections.add(*connection);
   const auto started = mThreads.start("BinderClient", [this, connection] {
     connection->run();
     mConnections.remove(*connection);
   });
-  if (started.ok()) {
-    if (mStopping) connection->giveUp();  // stop() may have been too early to see it
-    return;
+  if (!started.ok()) {
+    mPool.warn(started.error().message());
+    mConnections.remove(*connection);
   }
-  warn(started.error().message());
-  mConnections.remove(*connection);
-}
-
-void Server::warn(const std::string& what) {
-  const uint64_t times = mPool.warnings.count();
-  if (times != 0) ALOGW("%s%s", what.c_str(), warningsNote(times).c_str());
+  if (mStopping) connection->giveUp();  // stop() may have been too early to see it
 }
 
 Server& processServer() {

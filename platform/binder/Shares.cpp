@@ -4,27 +4,14 @@ namespace platform::binder {
 
 using Torv::Base::LockGuard;
 
-Shares::Part& Shares::Part::operator=(Part&& other) noexcept {
-  if (this == &other) return *this;
-  giveBack();
-  mFrom = std::exchange(other.mFrom, nullptr);
-  mUid = other.mUid;
-  mAmount = other.mAmount;
-  return *this;
-}
-
-void Shares::Part::giveBack() {
-  if (Shares* const from = std::exchange(mFrom, nullptr); from != nullptr) from->giveBack(mUid, mAmount);
-}
-
 Shares::Part Shares::take(uid_t uid, size_t amount) {
   const LockGuard guard(mMutex);
   if (mClosed) return {};
-  if (grant(uid, amount)) return {this, uid, amount};
+  if (grant(uid, amount)) return Part(this, GiveBack{uid, amount});
   Waiter self(uid, amount);
   mWaiters.push_back(&self);
   while (!self.granted && !mClosed) self.changed.wait(mMutex);
-  if (self.granted) return {this, uid, amount};
+  if (self.granted) return Part(this, GiveBack{uid, amount});
   mWaiters.remove(&self);
   return {};
 }

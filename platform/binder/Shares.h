@@ -2,8 +2,8 @@
 
 #include <cstddef>
 #include <list>
+#include <memory>
 #include <unordered_map>
-#include <utility>
 
 #include <sys/types.h>
 
@@ -12,38 +12,30 @@
 
 namespace platform::binder {
 
-// A counting semaphore that several uids share, so that none of them can keep the others out. Who asks for
-// more than there is waits; waiters of one uid are served in the order in which they came. Thread-safe.
+// A counting semaphore that several uids share, so that none of them can keep the others out. A caller that
+// asks for more than is free waits; waiters of one uid are served in the order in which they came.
+// Thread-safe.
 class Shares {
- public:
-  // What somebody holds. Gives it back at the end of its life. Must not outlive the Shares.
-  class Part {
-   public:
-    Part() = default;
-    Part(Part&& other) noexcept { *this = std::move(other); }
-    Part& operator=(Part&& other) noexcept;
-    ~Part() { giveBack(); }
-
-    explicit operator bool() const { return mFrom != nullptr; }
-    // Gives it back now.
-    void giveBack();
-
-   private:
-    friend class Shares;
-    Part(Shares* from, uid_t uid, size_t amount) : mFrom(from), mUid(uid), mAmount(amount) {}
-
-    Shares* mFrom = nullptr;
-    uid_t mUid = 0;
-    size_t mAmount = 0;
+  struct GiveBack {
+    uid_t uid = 0;
+    size_t amount = 0;
+    void operator()(Shares* shares) const { shares->giveBack(uid, amount); }
   };
+
+ public:
+  // What a caller of take() holds. Gives it back when it is destroyed or reset. Must not outlive the Shares.
+  using Part = std::unique_ptr<Shares, GiveBack>;
 
   explicit Shares(const Share& share) : mShare(share) {}
 
-  // Waits for `amount`, at most byUid. Returns an empty part after close().
+  // Waits until `amount`, at most byUid, is free for the uid. Returns null after close(), also to those who
+  // wait then.
   [[nodiscard]] Part take(uid_t uid, size_t amount);
 
+  // Waiters for whom the new share has room get it at once. If more than the new share is in use, that stays
+  // so until it is given back.
   void setShare(const Share& share);
-  // From now on nobody gets anything, and nobody waits.
+  // From now on take() returns null at once. What is held may still be given back.
   void close();
 
  private:
@@ -56,7 +48,7 @@ class Shares {
     Torv::Base::ConditionVariable changed;
   };
 
-  // Grants it if there is room.
+  // Returns false if there is no room.
   bool grant(uid_t uid, size_t amount) REQUIRES(mMutex);
   void giveBack(uid_t uid, size_t amount);
   void grantToWaiters() REQUIRES(mMutex);

@@ -28,21 +28,16 @@ Result<void> Threads::start(const char* name, std::function<void()> body) {
   const int error = pthread_create(&thread, &attributes, run, task.get());
   pthread_attr_destroy(&attributes);
   if (error != 0) return Error(error) << "cannot start the thread " << name;
-  static_cast<void>(task.release());  // now the thread's
+  static_cast<void>(task.release());  // the thread owns it now
   ++mCount;
   return {};
 }
 
-bool Threads::awaitAtMost(size_t count, SteadyClock::time_point deadline) {
+void Threads::awaitAtMost(size_t count, SteadyClock::time_point deadline) {
   const LockGuard guard(mMutex);
   while (mCount > count) {
-    if (deadline == SteadyClock::time_point::max()) {
-      mEnded.wait(mMutex);
-    } else if (mEnded.wait_until(mMutex, deadline) == std::cv_status::timeout) {
-      return mCount <= count;
-    }
+    if (mEnded.wait_for(mMutex, deadline - SteadyClock::now()) == std::cv_status::timeout) return;
   }
-  return true;
 }
 
 void* Threads::run(void* task) {
@@ -50,7 +45,7 @@ void* Threads::run(void* task) {
   Threads& owner = mine->owner;
   pthread_setname_np(pthread_self(), mine->name);
   mine->body();
-  mine.reset();
+  mine.reset();  // before the owner may go, because the body may refer to it
   const LockGuard guard(owner.mMutex);
   --owner.mCount;
   owner.mEnded.notify_all();

@@ -10,15 +10,16 @@
 
 namespace platform::binder {
 
-// The detached threads of a server, counted. Thread-safe; must outlive its threads.
+// The detached threads of a server, counted. Must outlive its threads. Thread-safe.
 class Threads {
  public:
   // Runs `body` on a new thread with a stack of kStackSize. Returns an error if the system has no thread
-  // left. `name` is for the kernel, at most 15 characters.
+  // left. `name` is for the kernel, at most 15 characters, and must live as long as the thread.
   android::base::Result<void> start(const char* name, std::function<void()> body);
 
-  // Waits until at most `count` threads run. Returns false if the deadline passes first.
-  bool awaitAtMost(size_t count, SteadyClock::time_point deadline = SteadyClock::time_point::max());
+  // Waits until at most `count` threads run, or until the deadline has passed. By then a thread that has
+  // ended has also destroyed its body.
+  void awaitAtMost(size_t count, SteadyClock::time_point deadline = SteadyClock::time_point::max());
 
  private:
   struct Task;

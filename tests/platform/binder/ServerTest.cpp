@@ -189,7 +189,7 @@ TEST_F(ServerTest, repliesThatNobodyReadsHoldTheirShareAndThenSlotsOfThePool) {
 }
 
 TEST_F(ServerTest, aOneWayFloodStopsTheSenderAndNeitherTwoWayCallsNorThePool) {
-  start({.oneWays = {1 << 20, 4096}}, kThreads);
+  start({}, kThreads);
   RawClient flood = client();
   flood.send(frame(TestService::kHold, 0, kOneWay));
   std::string notes;

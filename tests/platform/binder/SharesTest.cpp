@@ -34,8 +34,8 @@ TEST(SharesTest, aUidThatHasUsedUpItsShareWaitsAndAnotherOneDoesNot) {
   Taker third(shares, kGreedy);
   EXPECT_TRUE(third.waits());
   const Part others = shares.take(kOther, 2);
-  EXPECT_TRUE(others);
-  first.giveBack();
+  EXPECT_TRUE(others != nullptr);
+  first.reset();
   EXPECT_TRUE(third.get());
 }
 
@@ -48,7 +48,7 @@ TEST(SharesTest, whatIsFreedGoesToTheFirstWaiterWhoseShareHasRoom) {
   shares.setShare({.total = 2, .byUid = 1});
   Taker other(shares, kOther);
   EXPECT_TRUE(other.waits());
-  first.giveBack();
+  first.reset();
   EXPECT_TRUE(other.get());
   EXPECT_TRUE(greedy.waits());
   shares.setShare({.total = 3, .byUid = 2});
