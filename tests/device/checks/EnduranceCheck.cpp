@@ -1,12 +1,15 @@
-// Many clients, a stopped daemon, dying clients, and the daemon's own death; these run last.
+// Many clients, dying clients, a dead process's states, and the daemon's own death; these run last.
 
 #include <gtest/gtest.h>
 #include <linux/android/binder.h>
 #include <signal.h>
 #include <sys/wait.h>
+#include <time.h>
+#include <utils/String16.h>
 
 #include <atomic>
 #include <deque>
+#include <thread>
 
 #include "Machine.h"
 
@@ -14,9 +17,16 @@ namespace {
 
 using android::IBinder;
 using android::sp;
+using android::String16;
 using android::os::PersistableBundle;
 
-TEST(EnduranceCheck, sixteenClientsAtOnceGetTheirAnswers) {
+bool isKnown(pid_t pid) {
+  PersistableBundle states;
+  EXPECT_TRUE(Daemon::collector()->getApplicationStateDataForProcess(pid, String16(), &states).isOk());
+  return flatten(states)["ApplicationStateData/last_words"] == "told";
+}
+
+TEST(Endurance, SixteenClientsAtOnceGetTheirAnswers) {
   Child application(kApplication, {"publish", "who", "everyone's"});
   ASSERT_TRUE(application.ready());
   std::deque<Child> clients;
@@ -28,7 +38,7 @@ TEST(EnduranceCheck, sixteenClientsAtOnceGetTheirAnswers) {
   for (Child& client : clients) EXPECT_EQ(client.wait(), 0);
 }
 
-// Returns true if the process's main thread is in the driver's read-and-write call.
+// Whether a process's main thread stands in the driver's read-and-write call.
 bool waitsInBinder(pid_t pid) {
   char call[16];
   snprintf(call, sizeof(call), "0x%lx", static_cast<unsigned long>(BINDER_WRITE_READ));
@@ -42,17 +52,9 @@ void stopDaemon() {
   EXPECT_EQ(waitid(P_PID, Machine::daemon().pid(), &info, WSTOPPED), 0);
 }
 
-// A call that waited for the stopped daemon would never come back.
-TEST(EnduranceCheck, aNotificationReturnsBeforeTheServiceHasTakenIt) {
-  const auto notifier = Daemon::notifier();
-  stopDaemon();
-  EXPECT_TRUE(notifier->notifySystemEvent(IDiagnosticsNotificationEventCode::APPLICATION_CRASHED, {}).isOk());
-  Machine::daemon().signal(SIGCONT);
-}
-
 // A stopped daemon leaves the client in the driver, where it dies; the daemon then finds a request that
 // nobody waits for.
-TEST(EnduranceCheck, aClientKilledInMidCallHurtsNobody) {
+TEST(Endurance, AClientKilledInMidCallHurtsNobody) {
   for (int i = 0; i < 20; ++i) {
     Child client(kApplication, {"stuck"});
     ASSERT_TRUE(client.ready());
@@ -66,7 +68,26 @@ TEST(EnduranceCheck, aClientKilledInMidCallHurtsNobody) {
   EXPECT_EQ(Daemon::binder(IDiagnosticsCollectorService::kServiceName)->pingBinder(), android::OK);
 }
 
-TEST(EnduranceCheck, clientsLearnOfTheDaemonsDeathAndFindTheNextOne) {
+// Waits out the real clean-up period twice; only the minute between marking and forgetting is moved.
+TEST(Endurance, ADeadProcessIsRememberedForAMinute) {
+  constexpr auto kCleanUpPeriod = std::chrono::seconds(30);
+  Child application(kApplication, {"publish", "last_words", "told"});
+  ASSERT_TRUE(application.ready());
+  const pid_t pid = application.pid();
+  application.kill();
+  application.wait();
+  EXPECT_TRUE(isKnown(pid));
+
+  std::this_thread::sleep_for(kCleanUpPeriod + std::chrono::seconds(2));
+  EXPECT_TRUE(isKnown(pid)) << "forgotten when it was found dead";
+  timespec now;
+  ASSERT_EQ(clock_gettime(CLOCK_REALTIME, &now), 0);
+  now.tv_sec += 60;
+  ASSERT_EQ(clock_settime(CLOCK_REALTIME, &now), 0);
+  EXPECT_TRUE(fixture::eventually([&] { return !isKnown(pid); }, std::chrono::milliseconds(100)));
+}
+
+TEST(Endurance, ItsClientsLearnOfTheDaemonsDeathAndFindTheNextOne) {
   class Mourner : public IBinder::DeathRecipient {
    public:
     std::atomic<int> deaths = 0;

@@ -19,11 +19,12 @@ using android::sp;
 using android::status_t;
 using android::String16;
 using android::String8;
+using android::binder::Status;
 using android::os::PersistableBundle;
 
 PersistableBundle statesOf(pid_t pid) {
   PersistableBundle states;
-  const auto status = Daemon::collector()->getApplicationStateDataForProcess(pid, String16("any"), &states);
+  const Status status = Daemon::collector()->getApplicationStateDataForProcess(pid, String16("any"), &states);
   EXPECT_TRUE(status.isOk()) << status.toString8().string();
   return states;
 }
@@ -34,16 +35,19 @@ status_t transactWith(const sp<IBinder>& binder, const char* token, uint32_t cod
   return binder->transact(code, request, &reply);
 }
 
-TEST(InterfaceCheck, theServiceManagerListsBothServices) {
+TEST(Interface, BothServicesAreRegisteredInOrderAndListed) {
+  const std::vector<std::string> expected = {"DiagnosticsCollectorService", "DiagnosticsNotificationService"};
+  ASSERT_TRUE(fixture::eventually([] { return Machine::registrations().size() >= 2; }));
+  EXPECT_EQ(Machine::registrations(), expected);
+
   std::vector<std::string> listed;
   for (const String16& name : android::defaultServiceManager()->listServices()) {
     if (String8(name).contains("Diagnostics")) listed.emplace_back(String8(name).string());
   }
-  EXPECT_EQ(listed,
-            (std::vector<std::string>{"DiagnosticsCollectorService", "DiagnosticsNotificationService"}));
+  EXPECT_EQ(listed, expected);
 }
 
-TEST(InterfaceCheck, theRealLibraryPacksWhatIsRecorded) {
+TEST(Interface, RealLibraryPacksWhatIsRecorded) {
   std::ifstream recorded("/parcels.txt");
   for (const auto& [name, hex] : packParcels()) {
     std::string line;
@@ -52,26 +56,36 @@ TEST(InterfaceCheck, theRealLibraryPacksWhatIsRecorded) {
   }
 }
 
-TEST(InterfaceCheck, statesComeAloneAndUnderTheirPids) {
-  Child application(kApplication, {"publish", "who", "old", "who", "application", "empty", "", "wide",
+TEST(Interface, OneProcessIsTheNewestValueOfEachOfItsStates) {
+  Child application(kApplication, {"publish", "screen", "home", "screen", "settings", "empty", "", "wide",
                                    "\u00e9\u65e5\U0001f680"});
-  Child system(kSystem, {"publish", "who", "system"});
-  ASSERT_TRUE(application.ready() && system.ready());
+  ASSERT_TRUE(application.ready());
   EXPECT_EQ(flatten(statesOf(application.pid())),
             (Flat{{"processId", "int " + std::to_string(application.pid())},
-                  {"ApplicationStateData/who", "application"},
+                  {"ApplicationStateData/screen", "settings"},
                   {"ApplicationStateData/empty", ""},
                   {"ApplicationStateData/wide", "\u00e9\u65e5\U0001f680"}}));
-  EXPECT_TRUE(statesOf(4000000).empty()) << "an unknown process";
+}
+
+TEST(Interface, AnUnknownProcessIsAnEmptyBundle) {
+  EXPECT_TRUE(statesOf(4000000).empty());
+}
+
+TEST(Interface, AllProcessesStandUnderTheirPids) {
+  Child application(kApplication, {"publish", "who", "application"});
+  Child system(kSystem, {"publish", "who", "system"});
+  ASSERT_TRUE(application.ready() && system.ready());
   PersistableBundle all;
   ASSERT_TRUE(Daemon::collector()->getAllAvailableApplicationStateData(&all).isOk());
   EXPECT_EQ(all.size(), all.getPersistableBundleKeys().size());
-  for (const Child* child : {&application, &system}) {
-    EXPECT_EQ(below(flatten(all), std::to_string(child->pid()) + "/"), flatten(statesOf(child->pid())));
+  for (const auto& [pid, who] : {std::pair(application.pid(), "application"), {system.pid(), "system"}}) {
+    const std::string key = std::to_string(pid);
+    EXPECT_EQ(below(flatten(all), key + "/"),
+              (Flat{{"processId", "int " + key}, {"ApplicationStateData/who", who}}));
   }
 }
 
-TEST(InterfaceCheck, theSystemContextHasEveryEntryHistoryAndGlobalState) {
+TEST(Interface, SystemContextJoinsContextAndGlobalStates) {
   ASSERT_EQ(Child(kSystem, {"session", "S-1", "U-1"}).wait(), 0);
   PersistableBundle bundle;
   ASSERT_TRUE(Daemon::collector()->getSystemContextData(&bundle).isOk());
@@ -96,7 +110,7 @@ TEST(InterfaceCheck, theSystemContextHasEveryEntryHistoryAndGlobalState) {
   EXPECT_EQ(below(flat, "GlobalStateData/").size() + context.size(), flat.size());
 }
 
-TEST(InterfaceCheck, foreignAndUnknownTransactionsAreRefusedAsBinderDoes) {
+TEST(Interface, ForeignAndUnknownTransactionsAreRefusedAsBinderDoes) {
   const char* const descriptors[] = {"dev.kerno.internal.diagnostics.IDiagnosticsCollectorService",
                                      "dev.kerno.internal.diagnostics.IDiagnosticsNotificationService"};
   const sp<IBinder> binders[] = {Daemon::binder(IDiagnosticsCollectorService::kServiceName),
@@ -111,7 +125,33 @@ TEST(InterfaceCheck, foreignAndUnknownTransactionsAreRefusedAsBinderDoes) {
   }
 }
 
-TEST(NotificationCheck, reachesTheDaemonFromEveryUidEvenIfTheSenderIsGone) {
+TEST(Interface, AMissingArgumentIsToldAsItsKindIs) {
+  Parcel noPid, reply;
+  noPid.writeInterfaceToken(IDiagnosticsCollectorService::descriptor);
+  EXPECT_EQ(Daemon::binder(IDiagnosticsCollectorService::kServiceName)->transact(1, noPid, &reply),
+            android::NOT_ENOUGH_DATA);
+
+  Parcel noName;
+  noName.writeInterfaceToken(IDiagnosticsCollectorService::descriptor);
+  noName.writeInt32(1);
+  reply.freeData();
+  ASSERT_EQ(Daemon::binder(IDiagnosticsCollectorService::kServiceName)->transact(1, noName, &reply),
+            android::OK);
+  EXPECT_EQ(reply.readExceptionCode(), Status::EX_NULL_POINTER);
+}
+
+TEST(Notification, ReturnsBeforeASlowObserverHasFinished) {
+  Child service(kSystem, {"slow"});
+  ASSERT_TRUE(service.ready());
+  const auto slow = android::interface_cast<IDiagnosticsNotificationService>(
+      android::defaultServiceManager()->checkService(String16(kSlowService)));
+  // The observer waits for release(), so a call that waited for it would never come back.
+  ASSERT_TRUE(slow->notifySystemEvent(IDiagnosticsNotificationEventCode::APPLICATION_CRASHED, {}).isOk());
+  service.release();
+  EXPECT_TRUE(service.ready());
+}
+
+TEST(Notification, ReachesTheDaemonFromEveryUidEvenIfTheSenderIsGone) {
   const auto told = [](const char* event) { return countOf(test::readFile(kTelemetryLog), event); };
   const size_t taken = told("notify_system_event_success");
   const size_t refused = told("notify_system_event_error");

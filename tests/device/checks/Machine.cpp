@@ -5,13 +5,18 @@
 
 #include <cstdio>
 #include <fstream>
+#include <mutex>
 #include <optional>
 
+#include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
 #include <utils/String8.h>
 
 namespace {
 
+using android::IBinder;
+using android::Parcel;
+using android::sp;
 using android::String16;
 using android::String8;
 using android::os::PersistableBundle;
@@ -23,7 +28,45 @@ constexpr char kProperties[] =
     "persist.device_config.pellux_shared_os_services.oscontrol_enable_diagnostic_collector_service_corr="
     "true\n";
 
+// Hears from the service manager of each registration, as android.os.IServiceCallback.
+class RegistrationListener : public android::BBinder {
+ public:
+  RegistrationListener() : mDescriptor("android.os.IServiceCallback") {}
+
+  const String16& getInterfaceDescriptor() const override { return mDescriptor; }
+
+  std::vector<std::string> names() {
+    const std::lock_guard lock(mMutex);
+    return mNames;
+  }
+
+ private:
+  android::status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) override {
+    if (code != IBinder::FIRST_CALL_TRANSACTION) return BBinder::onTransact(code, data, reply, flags);
+    if (!data.enforceInterface(mDescriptor)) return android::BAD_TYPE;
+    const std::lock_guard lock(mMutex);
+    mNames.emplace_back(String8(data.readString16()).string());
+    return android::OK;
+  }
+
+  const String16 mDescriptor;
+  std::mutex mMutex;
+  std::vector<std::string> mNames;
+};
+
+sp<RegistrationListener> listener;
 std::optional<fixture::Process> daemonProcess;
+
+bool listenFor(const char* name) {
+  constexpr uint32_t kRegisterForNotifications = 5;
+  Parcel request, reply;
+  request.writeInterfaceToken(String16("android.os.IServiceManager"));
+  request.writeString16(String16(name));
+  request.writeStrongBinder(listener);
+  const sp<IBinder> manager = android::ProcessState::self()->getContextObject(nullptr);
+  return manager->transact(kRegisterForNotifications, request, &reply) == android::OK &&
+         reply.readExceptionCode() == 0;
+}
 
 void layOutRuntimeDirectory() {
   mkdir(kRuntimeDirectory, 0755);
@@ -60,6 +103,12 @@ void flattenInto(const PersistableBundle& bundle, const std::string& prefix, Fla
 bool Machine::start() {
   layOutRuntimeDirectory();
   android::ProcessState::self()->startThreadPool();
+  listener = new RegistrationListener;
+  if (!listenFor(IDiagnosticsCollectorService::kServiceName) ||
+      !listenFor(IDiagnosticsNotificationService::kServiceName)) {
+    std::printf("The service manager takes no listeners\n");
+    return false;
+  }
   if (startDaemon()) return true;
   std::printf("The daemon does not answer\n");
   return false;
@@ -79,6 +128,10 @@ bool Machine::startDaemon() {
   options.output = kDaemonLog;
   daemonProcess.emplace(std::vector<std::string>{"/bin/diagnostics_collector_service"}, options);
   return fixture::eventually(&Daemon::answers);
+}
+
+std::vector<std::string> Machine::registrations() {
+  return listener->names();
 }
 
 Flat flatten(const PersistableBundle& bundle) {

@@ -19,14 +19,16 @@ using fixture::IDiagnosticsNotificationService;
 // What stands before the first check and serves all of them.
 class Machine {
  public:
-  // Lays out the runtime directory and starts the daemon. Returns false, with a line on the console, if that
-  // fails.
+  // Lays out the runtime directory, listens for registrations and starts the daemon. False, with a word on
+  // the console, if that fails.
   static bool start();
   static void stop();
 
   static fixture::Process& daemon();
   // Starts it and waits until both its services answer.
   static bool startDaemon();
+  // The names that the service manager announced since start(), in its order.
+  static std::vector<std::string> registrations();
 };
 
 // A bundle tree as one map: "outer/inner" to the text of a string, or to "int 5" for an int. An empty nested

@@ -3,9 +3,12 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 
+#include <service/DiagnosticsNotificationService.h>
 #include <statsd/StatsEventWriter.h>
 
 #include "Machine.h"
@@ -75,6 +78,34 @@ int stuck(const Arguments&) {
   return service->getAllAvailableApplicationStateData(&all).isOk() ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
+int spin(const Arguments&) {
+  tellReady();
+  std::atomic<unsigned> turns = 0;
+  for (;;) turns.fetch_add(1, std::memory_order_relaxed);
+}
+
+// Offers a binder object and serves it until the process is killed.
+[[noreturn]] void serve(const char* name, const sp<android::IBinder>& binder) {
+  if (android::defaultServiceManager()->addService(String16(name), binder) != android::OK) exit(EXIT_FAILURE);
+  android::ProcessState::self()->startThreadPool();
+  tellReady();
+  android::IPCThreadState::self()->joinThreadPool();
+  exit(EXIT_FAILURE);
+}
+
+class SlowObserver : public Torv::OS::Diagnostics::Observer {
+  void onEvent(int, std::optional<std::unordered_map<std::string, std::string>>) override {
+    awaitRelease();
+    tellReady();
+  }
+};
+
+int slow(const Arguments&) {
+  std::vector<std::shared_ptr<Torv::OS::Diagnostics::Observer>> observers = {
+      std::make_shared<SlowObserver>()};
+  serve(kSlowService, new Torv::OS::Diagnostics::DiagnosticsNotificationService(std::move(observers)));
+}
+
 class Echo : public android::BBinder {
  public:
   explicit Echo(size_t bytes) : mAnswer(bytes, 'x') {}
@@ -89,12 +120,7 @@ class Echo : public android::BBinder {
 };
 
 int echo(const Arguments& arguments) {
-  const sp<android::IBinder> binder = new Echo(std::stoul(arguments.at(1)));
-  if (android::defaultServiceManager()->addService(String16(kEchoService), binder) != android::OK) return 1;
-  android::ProcessState::self()->startThreadPool();
-  tellReady();
-  android::IPCThreadState::self()->joinThreadPool();
-  return EXIT_FAILURE;
+  serve(kEchoService, new Echo(std::stoul(arguments.at(1))));
 }
 
 }  // namespace
@@ -102,8 +128,8 @@ int echo(const Arguments& arguments) {
 int playRole(const Arguments& arguments) {
   keepRelease();
   static constexpr std::pair<const char*, int (*)(const Arguments&)> kRoles[] = {
-      {"publish", publish}, {"session", session}, {"notify", notify},
-      {"query", query},     {"stuck", stuck},     {"echo", echo},
+      {"publish", publish}, {"session", session}, {"notify", notify}, {"query", query},
+      {"stuck", stuck},     {"spin", spin},       {"slow", slow},     {"echo", echo},
   };
   for (const auto& [name, play] : kRoles) {
     if (arguments.at(0) == name) return play(arguments);

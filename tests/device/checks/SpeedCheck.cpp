@@ -78,7 +78,7 @@ double ratioToEcho(int states) {
   return ratio;
 }
 
-TEST(SpeedCheck, aRoundTripStaysNearABareEcho) {
+TEST(Speed, RoundTripStaysNearABareEcho) {
   for (const Load& load : kLoads) EXPECT_LE(ratioToEcho(load.states), load.limit) << load.states << " states";
 }
 
