@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <utility>
 
 #include "storage/State.h"
 
@@ -93,30 +94,26 @@ void PackedHistories::clear(std::string_view key) {
 }
 
 size_t PackedHistories::keepNewest(size_t maxBytes) {
-  struct Candidate {
-    int64_t newestNs;
-    size_t at;
-  };
-  std::vector<Candidate> candidates;
+  std::vector<std::pair<int64_t, size_t>> candidates;  // the newest value's time, and the record's offset
   candidates.reserve(mKeys);
   for (size_t at = 0; at < mBlock.size(); at += headerAt(at).room) {
     if (headerAt(at).dropped) continue;
     const History history = historyAt(at);
-    candidates.push_back({history.empty() ? INT64_MIN : history.newest().timestampNs, at});
+    candidates.emplace_back(history.empty() ? INT64_MIN : history.newest().timestampNs, at);
   }
-  std::sort(candidates.begin(), candidates.end(),
-            [](const Candidate& a, const Candidate& b) { return a.newestNs > b.newestNs; });
+  std::sort(candidates.begin(), candidates.end(), std::greater<>());
 
   size_t kept = 0;
   size_t used = 0;
   for (; kept < candidates.size(); ++kept) {
-    const size_t with = used + tightRoom(candidates[kept].at);
+    const size_t with = used + tightRoom(candidates[kept].second);
     if (capacityFor(with) + cellsFor(kept + 1) * sizeof(uint32_t) > maxBytes) break;
     used = with;
   }
   for (size_t i = kept; i < candidates.size(); ++i) {
-    mReplyBytes -= historyAt(candidates[i].at).replyBytes();
-    drop(candidates[i].at);
+    const size_t at = candidates[i].second;
+    mReplyBytes -= historyAt(at).replyBytes();
+    drop(at);
   }
   mKeys = kept;
   mCells.assign(cellsFor(kept), 0);

@@ -82,6 +82,7 @@ bool DiagnosticsCollectorTelemetry::reportEvent(EventName name, EventType type, 
     __android_log_print(ANDROID_LOG_INFO, kTag, "DiagnosticsCollectorTelemetry: telemetry disabled.");
     return false;
   }
+  // Each report has a handler of its own, so that reports of several threads share nothing.
   KernoDiagnosticsCollectorEventsEventLogger logger(createHandler());
   KernoDiagnosticsCollectorEventsEvent record;
   record.eventType = textOf(kEventTypes, type, "invalid_type");

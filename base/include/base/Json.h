@@ -16,9 +16,10 @@ inline constexpr size_t kMaxJsonDepth = 100;      // levels of arrays and object
 inline constexpr size_t kMaxJsonValues = 100000;  // of all kinds and levels
 
 enum class JsonRules {
-  // Accepts comments, trailing commas and text after the document. The last of two equal names counts.
+  // For files that people write. Accepts comments, trailing commas and text after the document. The last of
+  // two equal names counts.
   Lenient,
-  // Accepts none of these.
+  // For texts that programs write. Accepts none of these.
   Strict,
 };
 

@@ -61,17 +61,20 @@ using RecursiveLockGuard = BasicLockGuard<RecursiveMutex>;
 // condition in a loop.
 class ConditionVariable {
  public:
+  // Wake one waiting thread, or all. The caller need not hold the mutex.
   void notify_one() { mCondition.notify_one(); }
   void notify_all() { mCondition.notify_all(); }
 
+  // Blocks until a notification.
   void wait(Mutex& mutex) REQUIRES(mutex) {
     std::unique_lock<std::mutex> held(mutex.mMutex, std::adopt_lock);
     mCondition.wait(held);
     held.release();
   }
 
-  // Returns std::cv_status::timeout if `atMost` has passed. Any duration is safe: one of more than a century,
-  // whose end the clock could not express, counts as a century.
+  // Blocks until a notification, for `atMost` at most. Returns std::cv_status::timeout if that has passed.
+  // Any duration is safe: one of more than a century, whose end the clock could not express, counts as a
+  // century.
   template <typename Rep, typename Period>
   std::cv_status wait_for(Mutex& mutex, const std::chrono::duration<Rep, Period>& atMost) REQUIRES(mutex) {
     using std::chrono::steady_clock;
@@ -80,7 +83,8 @@ class ConditionVariable {
     return wait_until(mutex, steady_clock::now() + timeout);
   }
 
-  // Returns std::cv_status::timeout if `deadline` has passed.
+  // Blocks until a notification, or until `deadline`. Returns std::cv_status::timeout if `deadline` has
+  // passed.
   template <typename Clock, typename Duration>
   std::cv_status wait_until(Mutex& mutex, const std::chrono::time_point<Clock, Duration>& deadline)
       REQUIRES(mutex) {

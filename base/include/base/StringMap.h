@@ -1,4 +1,5 @@
-// The string-to-string map in which contexts, states and histories are handed from folder to folder.
+// The string-to-string map in which contexts, states and histories are handed from folder to folder. Texts
+// are meant to be UTF-8, but those of publishers may hold malformed bytes.
 #pragma once
 
 #include <string>

@@ -28,6 +28,7 @@ void* openInDefaultNamespace() {
   return android_dlopen_ext(kModuleName, RTLD_LAZY, &info);
 }
 
+// Returns null and logs an error if the module cannot be found or loaded.
 void* openModule() {
   __android_log_print(ANDROID_LOG_DEBUG, kTag, "OSSDK loading module '%s'", kModuleName);
   void* module = openInDefaultNamespace();

@@ -6,9 +6,10 @@
 
 namespace Torv {
 
+// Which look-up of IConfiguration finds a key: getString, getBool, getUint, getInt or getLocalStrMap.
 enum class SettingType { String, Bool, Uint, Int, StringMap };
 
-// A known key, and the only type under which it is found.
+// A known key, and the only type under which it is found. A value type.
 struct Setting {
   std::string key;
   SettingType type;
@@ -21,7 +22,8 @@ class DefaultConfiguration : public IConfiguration {
  public:
   DefaultConfiguration();
 
-  // Returns the keys that have a default, sorted by type and then by name.
+  // Returns the keys that have a default, sorted by type (as in SettingType) and then by name. For programs
+  // that show or check all settings.
   std::vector<Setting> settings() const;
 
   std::string getString(const std::string& key) const override;

@@ -11,7 +11,8 @@ namespace Torv {
 
 // One layer and all layers below it. A look-up never fails: a layer answers or asks the layer below, and the
 // lowest answers an unknown key with "", 0, -1, false or an empty map. Each key has one type; a layer does
-// not find it under another type. Look-ups may be made by several threads at once.
+// not find it under another type. ConfigurationKeys.h lists the keys with their types and units. The caller
+// owns what a look-up returns. Look-ups may be made by several threads at once.
 class IConfiguration {
  public:
   virtual std::string getString(const std::string& key) const = 0;
@@ -25,7 +26,8 @@ class IConfiguration {
   // keys (an OSSDK::Utils::IListString*, valid during the call). The layer keeps the callback for its life.
   // Register before look-ups begin.
   virtual void registerPreferencesChangeCallback(std::function<void(void*)> callback) = 0;
-  // The next three do nothing in any layer, and the count is 0.
+  // The next three exist for callbacks of single keys. They do nothing in any layer: a callback is dropped,
+  // never called, and the count is 0.
   virtual void registerPreferencesChangeCallback(const std::function<void()>& callback,
                                                  const std::string& key) = 0;
   virtual size_t getCallbackSize() = 0;

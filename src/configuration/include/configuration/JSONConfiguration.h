@@ -15,7 +15,7 @@ namespace Torv {
 // are left out with a warning, all others become text. Never changes, so it is thread-safe.
 class JSONConfiguration : public IConfiguration {
  public:
-  // A root that is no object leaves all look-ups to `next`, which must not be null.
+  // Takes over both. A root that is no object leaves all look-ups to `next`, which must not be null.
   JSONConfiguration(Json::Value root, std::unique_ptr<IConfiguration> next);
 
   std::string getString(const std::string& key) const override;

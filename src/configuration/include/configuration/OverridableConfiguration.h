@@ -12,11 +12,12 @@ namespace Torv {
 // set them only while no other thread uses the object.
 class OverridableConfiguration : public IConfiguration {
  public:
-  // `next` must not be null.
+  // Takes `next` over, which must not be null. There are no overrides yet.
   explicit OverridableConfiguration(std::unique_ptr<IConfiguration> next);
 
-  // Each replaces an earlier override of the same key and type. Overrides of one key under several types live
-  // side by side. Maps cannot be overridden.
+  // Each replaces an earlier override of the same key and type. An override cannot be taken back. Overrides
+  // of one key under several types live side by side, and any key is accepted, known or not. Maps cannot be
+  // overridden.
   void setString(const std::string& key, std::string value) { mStrings[key] = std::move(value); }
   void setUint(const std::string& key, uint16_t value) { mUints[key] = value; }
   void setInt(const std::string& key, int32_t value) { mInts[key] = value; }

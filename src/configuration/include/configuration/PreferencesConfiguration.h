@@ -12,14 +12,17 @@
 
 namespace Torv {
 
-// Receives the store's notifications and passes changes on to callbacks. Thread-safe.
+// Receives the store's notifications and passes changes on to callbacks. PreferencesConfiguration owns one
+// and registers it with the store, which must let go of it before it is destroyed. Thread-safe.
 class PreferencesConfigurationListenerWrapper : public OSSDK::Preferences::v4::IPreferencesListener {
  public:
   using Callback = std::function<void(OSSDK::Utils::IListString*)>;
 
-  // An empty callback is accepted; the next change then ends the process.
+  // Adds a callback for the life of the object; a change that is under way may not call it yet. An empty
+  // callback is accepted; the next change then ends the process.
   void add(Callback callback);
 
+  // The store is reached, or lost: of no interest, because look-ups ask the store itself.
   void onConnected() override {}
   void onDisconnected() override {}
   // Calls the callbacks in the order in which they were added, on the store's thread and without a lock.
@@ -50,7 +53,8 @@ class PreferencesConfiguration : public IConfiguration {
 
   using Manager = OSSDK::Preferences::v4::IPreferencesManager;
 
-  // `next` must not be null. `flags` is a sum of the flags above.
+  // Takes `next` over, which must not be null. `flags` is a sum of the flags above. With kKeepStore and not
+  // kLazy it sets up the store, and blocks as long as the store does.
   PreferencesConfiguration(std::unique_ptr<IConfiguration> next, unsigned short flags);
   // Ends the subscription. Must not be called within a callback.
   ~PreferencesConfiguration() override;
@@ -81,7 +85,7 @@ class PreferencesConfiguration : public IConfiguration {
 
   const unsigned short mFlags;
   std::unique_ptr<IConfiguration> mNext;
-  std::unordered_map<std::string, std::function<void()>> mKeyedCallbacks;
+  std::unordered_map<std::string, std::function<void()>> mKeyedCallbacks;  // stays empty
   mutable std::shared_ptr<Manager> mManager;
   mutable PreferencesConfigurationListenerWrapper mListener;
 };

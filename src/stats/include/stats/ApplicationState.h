@@ -10,7 +10,7 @@ struct ApplicationState {
   bool global = false;    // true: it belongs to `nameSpace`; false: to `pid`
   std::string nameSpace;  // empty unless `global`
   int32_t pid = 0;        // 0 if `global`
-  std::string key;
+  std::string key;        // the state's name; publishers choose it
   std::string value;
   int64_t timestamp = 0;  // nanoseconds, CLOCK_BOOTTIME, as statsd reports it with the atom
 };

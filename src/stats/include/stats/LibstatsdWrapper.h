@@ -14,8 +14,9 @@ class LibstatsdWrapper {
  public:
   virtual ~LibstatsdWrapper() = default;
 
-  // Returns what was published since the last fetch, in order of arrival, or statsd's error. Every state is
-  // returned once. May block. Must be thread-safe.
+  // Returns statsd's error, or what was published since the last fetch, in order of arrival. Every state is
+  // returned once, so a caller that drops the result loses it for good. Blocks as long as statsd does. Must
+  // be thread-safe.
   virtual std::variant<std::vector<ApplicationState>, libstatsd::Error> fetchReports() = 0;
 };
 

@@ -15,10 +15,12 @@ class StatsManager {
   // logs why if that fails. It always fails for root.
   static std::unique_ptr<StatsManager> makeDefaultManager();
 
+  // Takes the source over, which must not be null.
   explicit StatsManager(std::unique_ptr<LibstatsdWrapper> wrapper);
 
   // Returns what was published since the last fetch, in order of arrival, or an empty list if statsd reports
-  // an error. Every state is returned once. Blocks on statsd. Thread-safe if the wrapper is.
+  // an error. Every state is returned once, so the caller must not drop any. Blocks on statsd. Thread-safe if
+  // the source is.
   std::vector<ApplicationState> fetchReports();
 
  private:

@@ -49,6 +49,7 @@ class BlackBox {
       const BlackBoxLimits& limits = {});
 
   // Adds a value to the states of a process. A process that is marked dead takes new values and stays dead.
+  // `timestamp` is in nanoseconds of CLOCK_BOOTTIME, here and in addGlobalState().
   void addProcessState(int32_t pid, const std::string& key, int64_t timestamp, const std::string& value);
 
   // Adds a value to the states of a namespace. If the key's newest value is newer than `timestamp`, its

@@ -23,8 +23,10 @@ enum class EventName : int {
   NotifyError = 11,
 };
 
+// How far the request has come. A request sends Start, and then one of the others at most.
 enum class EventType : int { Error = 0, Start = 1, Success = 2 };
 
+// The service that the request came to.
 enum class EventFlow : int { Collector = 0, Notification = 1 };
 
 // The base class of those who report. Reports may be made by several threads at once. Each is complete in
@@ -37,8 +39,10 @@ class DiagnosticsCollectorTelemetry {
   explicit DiagnosticsCollectorTelemetry(bool enabled);
   virtual ~DiagnosticsCollectorTelemetry();
 
-  // Each function returns whether the event was recorded, and logs an error if the SDK failed to. The
-  // first three call the last.
+  // Each function sends one event and returns whether it was recorded. Returns false and logs an error if the
+  // SDK fails to record it. `pid` and `clientAppId` say of which process the request is; `message` is the
+  // reason of an error, for people. The first three call the last, so a derived class that overrides
+  // reportEvent() sees every event. Does not wait for the event to reach the disk.
   virtual bool reportDefaultEvent(EventName name, EventType type, EventFlow flow);
   virtual bool reportDefaultEventWithPid(EventName name, EventType type, EventFlow flow, int pid);
   virtual bool reportDefaultErrorEvent(EventName name, EventType type, EventFlow flow,

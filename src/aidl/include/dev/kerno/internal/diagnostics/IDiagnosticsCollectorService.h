@@ -16,6 +16,7 @@ class IDiagnosticsCollectorService : public ::android::IInterface {
   // The name in the service manager.
   static constexpr char kServiceName[] = "DiagnosticsCollectorService";
 
+  // The codes of the transactions, in the order of the methods in AIDL. They are part of the wire format.
   enum Transaction : uint32_t {
     kGetApplicationStateDataForProcess = ::android::IBinder::FIRST_CALL_TRANSACTION,
     kGetAllAvailableApplicationStateData,

@@ -7,6 +7,7 @@
 
 namespace dev::kerno::internal::diagnostics {
 
+// One call, which does not wait for the service. It may be made from any thread and by any process.
 class IDiagnosticsNotificationService : public ::android::IInterface {
  public:
   DECLARE_META_INTERFACE(DiagnosticsNotificationService)
@@ -14,6 +15,7 @@ class IDiagnosticsNotificationService : public ::android::IInterface {
   // The name in the service manager.
   static constexpr char kServiceName[] = "DiagnosticsNotificationService";
 
+  // The codes of the transactions. They are part of the wire format: never change or reuse one.
   enum Transaction : uint32_t {
     kNotifySystemEvent = ::android::IBinder::FIRST_CALL_TRANSACTION,
   };
