@@ -23,6 +23,7 @@ using libstatsd::StatsEventWriter;
 using libstatsd::UidCounters;
 using libstatsd::WriteResult;
 
+// Rounded up, because a time-out of 0 ms would never let the service answer.
 Result<StatsdStatus> statusWithin(const Options& options) {
   const std::chrono::duration<double> timeout(options.timeoutSeconds);
   return libstatsd::readStatsdStatus(std::chrono::ceil<std::chrono::milliseconds>(timeout));
@@ -84,6 +85,8 @@ Json::Value toJson(const StatsdStatus& status) {
   return document;
 }
 
+// The names of the counters are those of the JSON document, so that people and scripts speak of the same
+// ones.
 void printStatus(const StatsdStatus& status) {
   Rows rows = {
       {"service", fmt::format("pid {}, uid {}", status.servicePid, status.serviceUid)},
@@ -102,6 +105,7 @@ void printStatus(const StatsdStatus& status) {
   fputs(table(rows, 0).c_str(), stdout);
 }
 
+// The status has a socket and a time-out of its own, so this needs no thread as binder calls do.
 int showStatus(const Options& options) {
   const auto status = statusWithin(options);
   if (!status.ok()) return refuseUnreached(status.error(), options);
@@ -111,6 +115,8 @@ int showStatus(const Options& options) {
 
 }  // namespace
 
+// The arguments live as long as the callbacks that hold them: the parser writes into them after this function
+// has returned.
 void addAtomCommands(CLI::App& app, const Options& options, int& exitCode) {
   struct Arguments {
     int32_t pid = 0;

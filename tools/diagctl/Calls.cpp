@@ -34,12 +34,15 @@ using dev::kerno::internal::diagnostics::IDiagnosticsNotificationService;
 namespace {
 
 // Applications' keys and values as UTF-8.
+// Malformed UTF-16 becomes U+FFFD here; all text further on is valid UTF-8.
 timeline::Texts textsOf(const PersistableBundle& bundle) {
   timeline::Texts texts;
   for (const String16& key : bundle.getStringKeys()) texts[toUtf8(key)] = stringOf(bundle, key);
   return texts;
 }
 
+// Both halves are always in the reply, even if they are empty. childOf() gives an empty bundle for what is
+// missing.
 void addSystem(const PersistableBundle& system, timeline::Answer& answer) {
   answer.context = textsOf(childOf(system, String16(bundlekey::kSystemContextData)));
   const PersistableBundle globals = childOf(system, String16(bundlekey::kGlobalStateData));
@@ -51,6 +54,8 @@ void addSystem(const PersistableBundle& system, timeline::Answer& answer) {
 
 }  // namespace
 
+// checkService() and not getService(), which waits for the service: a command says at once that there is
+// none.
 Result<sp<IBinder>> serviceBinder(const char* name) {
   sp<IBinder> binder = android::defaultServiceManager()->checkService(String16(name));
   if (binder == nullptr) {
@@ -73,6 +78,7 @@ Result<sp<IDiagnosticsNotificationService>> notifier() {
   return interface_cast<IDiagnosticsNotificationService>(*binder);
 }
 
+// The two failures that a caller can do something about have sentences of their own.
 Result<void> outcomeOf(const Status& status) {
   if (status.isOk()) return {};
   switch (status.transactionError()) {
@@ -117,6 +123,8 @@ Result<timeline::Timeline> timelineFrom(const std::string& path) {
   return timeline::fromAnswer(*answer);
 }
 
+// The sentence may hold an application's text (a key, an exception's message), so it is made printable before
+// a terminal gets it.
 int refuse(const std::string& sentence) {
   fprintf(stderr, "diagctl: %s\n", printable(sentence).c_str());
   return kRefused;
@@ -126,6 +134,8 @@ int exitCodeOf(const Result<void>& result) {
   return result.ok() ? kDone : refuse(result.error().message());
 }
 
+// _exit, because exit() would destroy what the thread still uses. What was printed before stays: the commands
+// that print step by step flush.
 int within(double timeoutSeconds, const std::function<Result<void>()>& calls) {
   std::packaged_task<Result<void>()> task(calls);
   std::future<Result<void>> result = task.get_future();

@@ -1,4 +1,5 @@
-// Calls into the service, each with an error that says what to do.
+// Calls into the service, each with an error that says what to do. Functions that return a Result print
+// nothing; those that return an int have printed what went wrong, and the int is the exit code.
 #pragma once
 
 #include <functional>

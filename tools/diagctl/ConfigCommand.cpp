@@ -23,6 +23,7 @@ using Torv::IConfiguration;
 using Torv::SettingType;
 
 // Stands below one layer and notes whether a look-up was handed on to it.
+// Layers do not say who answered. They hand on what they do not have, and that can be seen from below.
 class Witness : public DefaultConfiguration {
  public:
   explicit Witness(bool& asked) : mAsked(asked) {}
@@ -52,6 +53,7 @@ class Witness : public DefaultConfiguration {
   bool& mAsked;
 };
 
+// A look-up has to ask for the type that the service asks for: layers hand on a value of another type.
 Json::Value valueOf(const IConfiguration& configuration, const Torv::Setting& setting) {
   switch (setting.type) {
     case SettingType::String:
@@ -71,6 +73,7 @@ Json::Value valueOf(const IConfiguration& configuration, const Torv::Setting& se
 }
 
 // The layers that can answer, in the chain's order, each over a witness instead of the next one.
+// Must not be moved: the witnesses refer to a member.
 class Layers {
  public:
   explicit Layers(Json::Value file)
@@ -96,6 +99,8 @@ class Layers {
   DefaultConfiguration mDefaults;
 };
 
+// Uses the service's own layers over the same files, so what is printed is what the service would find now.
+// It works while the service is away.
 int showConfiguration(const Options& options) {
   auto file = Torv::readServiceConfiguration();
   if (!file.ok()) {

@@ -43,6 +43,7 @@ void printContext(const timeline::Answer& answer) {
 }
 
 // Programs get the bundle as the service sent it, people a drawing.
+// The drawing needs the clocks of an answer, so it asks for the processes as well.
 Result<void> context(const Options& options) {
   if (!options.json) {
     const auto answer = askService(true);

@@ -16,6 +16,9 @@ namespace {
 constexpr char kDeviceRoot[] = "TORV_DEVICE_ROOT";
 constexpr size_t kMaxBytes = 4096;
 
+// In /tmp anybody may make the directory of a uid that has none yet. A stranger's device root would make
+// diagctl read a stranger's files as if they were the service's. The open descriptor is checked, not the
+// path, which may change.
 bool isTrusted(int fd, const std::string& directory) {
   struct stat file {};
   struct stat parent {};
@@ -25,6 +28,8 @@ bool isTrusted(int fd, const std::string& directory) {
 
 }  // namespace
 
+// No error is told: without the file diagctl sees the device's own paths, and doctor names the ones that it
+// tried.
 void adoptServiceEnvironment() {
   if (getenv(kDeviceRoot) != nullptr) return;
   const std::string directory = platform::runtimeDirectory();

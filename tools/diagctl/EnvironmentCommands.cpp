@@ -23,6 +23,7 @@ using libstatsd::StatsdCounters;
 using libstatsd::StatsdStatus;
 
 // A source of a history, and why a machine may lack it.
+// The paths are the device's: the device root is put in front when they are printed.
 struct Source {
   const char* history;
   const char* path;  // on a device
@@ -61,6 +62,7 @@ constexpr Loss kLosses[] = {
 };
 
 // Prints findings as they are made, so that a call that does not return takes none of them along.
+// With JSON the findings are printed at the end, because a document is one text.
 class Findings {
  public:
   explicit Findings(bool json) : mJson(json) {}
@@ -139,6 +141,7 @@ void checkUids(const StatsdStatus& status, Findings& findings) {
 }
 
 // Returns true if the service can be asked further.
+// Without an answer here the binder calls would only wait, so the caller leaves them out.
 bool checkStatsd(const Options& options, Findings& findings) {
   const std::string directory = platform::runtimeDirectory();
   const std::chrono::duration<double> timeout(options.timeoutSeconds);
@@ -191,6 +194,7 @@ void checkHistories(const timeline::Answer& answer, Findings& findings) {
 }
 
 // In the order in which one thing needs the other: without a configuration there is no service.
+// Runs on the thread of within(), so a finding is printed even if the next check never returns.
 Result<void> examine(const Options& options) {
   Findings findings(options.json);
   checkConfiguration(findings);
@@ -209,6 +213,7 @@ Result<void> examine(const Options& options) {
 
 }  // namespace
 
+// runtime-dir asks nobody: scripts use it to find the directory before a service runs.
 void addEnvironmentCommands(CLI::App& app, const Options& options, int& exitCode) {
   CLI::App* doctor = app.add_subcommand("doctor", "Say what is missing, and what to do about it");
   doctor->callback([&options, &exitCode] {

@@ -11,6 +11,7 @@ namespace {
 
 using android::base::Error;
 
+// A live answer gives a trace too: its histories reach back a minute.
 Result<void> exportTrace(const std::string& from, const std::string& to) {
   const auto timeline = timelineFrom(from);
   if (!timeline.ok()) return Error() << timeline.error();
@@ -19,6 +20,7 @@ Result<void> exportTrace(const std::string& from, const std::string& to) {
 
 }  // namespace
 
+// There is no choice of a process or a time: viewers of traces find and zoom better than options could.
 void addExportCommand(CLI::App& app, const Options& options, int& exitCode) {
   struct Arguments {
     std::string from;

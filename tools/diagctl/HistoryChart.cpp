@@ -19,6 +19,7 @@ using timeline::Timeline;
 constexpr size_t kMaxNameColumns = 24;
 constexpr size_t kMinBars = 10;
 
+// "98.5 %", "512 KiB", or the number alone if the series has no unit.
 std::string withUnit(double value, timeline::Unit unit) {
   const std::string name = timeline::unitName(unit);
   return timeline::numberText(value) + (name.empty() ? "" : " " + name);
@@ -65,17 +66,20 @@ Frame frameFor(const Timeline& timeline, size_t columns) {
 }
 
 // What is drawn below it, and between which values.
+// The scale is in the heading, because bars without one mislead: each would fill its line.
 std::string heading(const Timeline& timeline, const Series& series) {
   const Scale scale = timeline::scaleOf(timeline, series);
   return fmt::format("{}, {} to {}", text::printable(series.source), timeline::numberText(scale.lowest),
                      withUnit(scale.highest, series.unit));
 }
 
+// By columns and not by bytes: names may hold characters that are wide, or longer than a byte.
 std::string padded(const std::string& text, size_t columns) {
   const size_t used = text::columnsOf(text);
   return text + std::string(columns > used ? columns - used : 0, ' ');
 }
 
+// All lines show the same time, so a peak in one can be compared with what stands above and below it.
 std::string chartLine(const Timeline& timeline, const Series& series, const Frame& frame,
                       timeline::Glyphs glyphs) {
   const std::string name =
@@ -87,6 +91,7 @@ std::string chartLine(const Timeline& timeline, const Series& series, const Fram
 }
 
 // Below the bars of the last chart, which have the same columns as all others.
+// Rounded to seconds. On a narrow terminal only the beginning is told.
 std::string timeAxis(const Frame& frame) {
   const std::string begin = fmt::format("{} s ago", (frame.toMs - frame.fromMs + 500) / 1000);
   const std::string end = "now";
@@ -104,6 +109,7 @@ const char kHistoriesOff[] =
     "persist.device_config.pellux_shared_os_services.oscontrol_enable_diagnostic_collector_service_corr true "
     "switches them on when the service starts next.";
 
+// The last step cuts every line, because a terminal may be narrower than the names and the summaries alone.
 std::string historyCharts(const Timeline& timeline, size_t columns, timeline::Glyphs glyphs) {
   std::vector<const Series*> ordered;
   for (const Series& series : timeline.series) ordered.push_back(&series);

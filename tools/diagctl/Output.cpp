@@ -22,6 +22,8 @@ namespace {
 using android::String16;
 using android::os::PersistableBundle;
 
+// Strict, so that a text which merely begins like JSON stays as it was published. A bare number is no
+// document: "1.10" must not become 1.1.
 Json::Value nestedOrString(const std::string& text) {
   const size_t first = text.find_first_not_of(" \t\r\n");
   if (first != std::string::npos && (text[first] == '{' || text[first] == '[')) {
@@ -38,6 +40,7 @@ std::string toUtf8(const String16& text) {
   return {utf8.string(), utf8.size()};
 }
 
+// Rows without a right side get no blanks at their end, which a narrow terminal would wrap.
 std::string table(const Rows& rows, size_t indent) {
   size_t widest = 0;
   for (const auto& [left, right] : rows) widest = std::max(widest, text::columnsOf(left));
@@ -50,18 +53,21 @@ std::string table(const Rows& rows, size_t indent) {
   return lines;
 }
 
+// getString() leaves its result as it is if there is no string, so a missing one comes out empty.
 std::string stringOf(const PersistableBundle& bundle, const String16& key) {
   String16 value;
   bundle.getString(key, &value);
   return toUtf8(value);
 }
 
+// A missing child is an empty one: callers then print an empty table and need no other path.
 PersistableBundle childOf(const PersistableBundle& bundle, const String16& key) {
   PersistableBundle child;
   bundle.getPersistableBundle(key, &child);
   return child;
 }
 
+// getStringKeys() gives the keys in their order, so two answers can be compared line by line.
 Rows stringRows(const PersistableBundle& bundle) {
   Rows rows;
   for (const String16& key : bundle.getStringKeys()) {
@@ -96,6 +102,7 @@ size_t terminalColumns() {
   return columns > 0 && columns <= kMost ? static_cast<size_t>(columns) : 80;
 }
 
+// main() has set the locale from the environment.
 timeline::Glyphs glyphs() {
   const bool utf8 = std::string_view(nl_langinfo(CODESET)) == "UTF-8";
   return utf8 ? timeline::Glyphs::Blocks : timeline::Glyphs::Ascii;
@@ -132,6 +139,7 @@ android::base::Result<void> writeFile(const std::string& path, std::string_view 
   return {};
 }
 
+// jsoncpp escapes everything beyond ASCII here, control characters too, so no terminal acts on it.
 void printJson(const Json::Value& document) {
   Json::StreamWriterBuilder settings;
   settings["precision"] = 15;  // what a double holds for certain: 93.6 and not 93.599999999999994

@@ -23,10 +23,12 @@ namespace {
 
 using Torv::SettingType;
 
+// The service's own class over the same file: its lock, its limits and its way of writing hold here, too.
 std::shared_ptr<platform::PreferencesFile> preferences() {
   return platform::PreferencesFile::of(platform::runtimeDirectory());
 }
 
+// from_chars checks the range and takes no sign, blank or rest that the type does not have.
 template <typename Number>
 std::optional<Json::Value> numberFrom(const std::string& text) {
   Number number = 0;
@@ -35,6 +37,8 @@ std::optional<Json::Value> numberFrom(const std::string& text) {
   return Json::Value(number);
 }
 
+// Returns nullopt if the text is not of the type. Booleans are words: 1 and 0 would be taken for numbers
+// elsewhere.
 std::optional<Json::Value> valueFrom(const std::string& text, SettingType type) {
   switch (type) {
     case SettingType::Bool:
@@ -62,6 +66,7 @@ SettingType typeFor(const std::string& key, const std::string& text) {
   return SettingType::String;
 }
 
+// Returns nullopt for a name that the command line does not know, the empty one too.
 std::optional<SettingType> typeNamed(const std::string& name) {
   for (const SettingType type :
        {SettingType::String, SettingType::Bool, SettingType::Uint, SettingType::Int}) {
@@ -70,6 +75,8 @@ std::optional<SettingType> typeNamed(const std::string& name) {
   return std::nullopt;
 }
 
+// What is stored is printed, not what holds: a setting of the configuration file hides it. The messages point
+// to `config` for that.
 int getPreference(const std::string& key, const Options& options) {
   const auto values = preferences()->read();
   if (values == nullptr) return kRefused;  // the log has said why
@@ -97,6 +104,7 @@ int change(const std::function<void(Json::Value&)>& work) {
       "root.");
 }
 
+// The reader's type decides, because a value of another type would be passed over in silence when it is read.
 int setPreference(const std::string& key, const std::string& text, const std::string& typeName) {
   const SettingType type = typeNamed(typeName).value_or(typeFor(key, text));
   if (type == SettingType::StringMap) {
@@ -119,6 +127,7 @@ int unsetPreference(const std::string& key) {
   return refuse(key + " is not stored; diagctl pref list shows what is.");
 }
 
+// Names and values are whatever the file holds, and others may write it: both are made printable.
 int listPreferences(const Options& options) {
   const auto values = preferences()->read();
   if (values == nullptr) return kRefused;
@@ -136,6 +145,7 @@ int listPreferences(const Options& options) {
 
 }  // namespace
 
+// These work on the file, so the service need not run. It reads the file anew at each look-up.
 void addPreferenceCommands(CLI::App& app, const Options& options, int& exitCode) {
   CLI::App* pref = app.add_subcommand("pref", "Stored preferences, which the service reads anew each time");
   pref->require_subcommand(1);

@@ -12,6 +12,7 @@
 namespace diagctl {
 namespace {
 
+// Reads the file itself, so it works while the service is away.
 int getProperty(const std::string& name, const Options& options) {
   const std::string text = platform::readPropertyFile();
   const auto value = platform::findProperty(text, name);
@@ -41,6 +42,8 @@ int listProperties(const Options& options) {
 
 }  // namespace
 
+// The library checks names, lengths and the rule for ro. and says what is wrong; nothing is checked twice
+// here.
 void addPropertyCommands(CLI::App& app, const Options& options, int& exitCode) {
   CLI::App* prop = app.add_subcommand("prop", "System properties, which the service reads anew each time");
   prop->require_subcommand(1);

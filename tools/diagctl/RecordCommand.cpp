@@ -23,6 +23,7 @@ using android::base::Error;
 using std::chrono::milliseconds;
 using SteadyClock = std::chrono::steady_clock;
 
+// Times in milliseconds, sizes in bytes, as the parser makes them of "1s" and "64M".
 struct Arguments {
   std::string path;
   int64_t everyMs = 1000;
@@ -30,6 +31,7 @@ struct Arguments {
   uint64_t maxBytes = uint64_t{64} << 20;
 };
 
+// Without the host's name: recordings are handed on, and it may be a person's.
 std::string machineName() {
   utsname name{};
   uname(&name);
@@ -37,6 +39,7 @@ std::string machineName() {
 }
 
 // One recording, from the first answer to the last.
+// While the service is away a round is one look-up that fails, and writes nothing but the gap's one line.
 class Recording {
  public:
   Recording(const Arguments& arguments, const Options& options, timeline::Recorder recorder)
@@ -89,6 +92,8 @@ class Recording {
   Names mNames;
 };
 
+// The file is made before the service is asked for the first time: a path that cannot be written is said at
+// once, and a service that comes later is waited for.
 int record(const Arguments& arguments, const Options& options) {
   auto recorder = timeline::Recorder::create(
       {arguments.path, arguments.everyMs, arguments.maxBytes, machineName()}, timeline::readClocks());
@@ -102,6 +107,7 @@ int record(const Arguments& arguments, const Options& options) {
 
 }  // namespace
 
+// The shortest period is 100 ms, because each look makes the service write all states into a reply.
 void addRecordCommand(CLI::App& app, const Options& options, int& exitCode) {
   const std::map<std::string, int64_t> times = {{"ms", 1}, {"s", 1000}, {"m", 60'000}, {"h", 3'600'000}};
   const std::map<std::string, uint64_t> sizes = {

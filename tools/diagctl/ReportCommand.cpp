@@ -12,6 +12,7 @@ namespace {
 
 using android::base::Error;
 
+// What the command line says. The parser writes into it, so it lives as long as the command.
 struct Arguments {
   std::string from;
   std::string crashReport;  // empty: none was given
@@ -20,6 +21,8 @@ struct Arguments {
   int64_t lastMs = report::Choice{}.lastMs;
 };
 
+// The page is made whole before the file is opened, so a refusal leaves an older page as it is. With a crash
+// report the page is about the process in it, not about the last one that died in the recording.
 Result<void> writeReport(const Arguments& arguments) {
   const auto timeline = arguments.crashReport.empty()
                             ? timelineFrom(arguments.from)
@@ -36,6 +39,7 @@ Result<void> writeReport(const Arguments& arguments) {
 
 }  // namespace
 
+// Units are required for --last: a bare 10 could be seconds or minutes.
 void addReportCommand(CLI::App& app, const Options& options, int& exitCode) {
   const std::map<std::string, int64_t> times = {{"s", 1000}, {"m", 60'000}, {"h", 3'600'000}};
   const auto arguments = std::make_shared<Arguments>();

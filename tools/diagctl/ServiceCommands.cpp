@@ -26,6 +26,7 @@ using dev::kerno::internal::diagnostics::IDiagnosticsNotificationEventCode;
 using dev::kerno::internal::diagnostics::IDiagnosticsNotificationService;
 
 // One process as people read it: its pid, then its states in the order of their keys.
+// A process whose states did not fit into the reply has its first line only.
 void printProcess(const PersistableBundle& process) {
   int32_t pid = 0;
   process.getInt(String16(bundlekey::kProcessId), &pid);
@@ -34,6 +35,7 @@ void printProcess(const PersistableBundle& process) {
 }
 
 // An empty answer stands for a process that the service does not know.
+// The name is not used by the service, but must not be null.
 Result<void> state(int pid, const Options& options) {
   const auto service = collector();
   if (!service.ok()) return Error() << service.error();
@@ -51,6 +53,7 @@ Result<void> state(int pid, const Options& options) {
   return {};
 }
 
+// One answer for all processes, so all states are of the same moment.
 Result<void> states(const Options& options) {
   const auto service = collector();
   if (!service.ok()) return Error() << service.error();
@@ -71,6 +74,7 @@ Result<void> states(const Options& options) {
   return {};
 }
 
+// Any code is sent, also one that the service does not know: this command tests services too.
 Result<void> notify(int32_t code, const Options& options) {
   const auto service = notifier();
   if (!service.ok()) return Error() << service.error();
@@ -88,6 +92,7 @@ Result<void> notify(int32_t code, const Options& options) {
 }
 
 // The round trip of a ping in microseconds.
+// The look-up is not counted: only the call itself is what clients do again and again.
 Result<int64_t> pingUs(const char* name) {
   const auto binder = serviceBinder(name);
   if (!binder.ok()) return Error() << binder.error();
@@ -114,6 +119,8 @@ Result<void> ping(const Options& options) {
 
 }  // namespace
 
+// All of these call over binder, which has no time-out, so each runs in within(). One number serves two
+// commands: only one command runs in a process.
 void addServiceCommands(CLI::App& app, const Options& options, int& exitCode) {
   const auto add = [&](const char* name, const char* description, std::function<Result<void>()> calls) {
     CLI::App* command = app.add_subcommand(name, description);

@@ -10,6 +10,7 @@ namespace diagctl {
 using Torv::Setting;
 using Torv::SettingType;
 
+// Without a default branch, so that the compiler names a type that is missing here.
 const char* nameOf(SettingType type) {
   switch (type) {
     case SettingType::String:
@@ -26,6 +27,7 @@ const char* nameOf(SettingType type) {
   return "";
 }
 
+// The defaults list themselves. Only the settings without a default have to be added by hand.
 std::vector<Setting> knownSettings() {
   namespace ContextKeys = Torv::OS::Diagnostics::ContextKeys;
   std::vector<Setting> settings = Torv::DefaultConfiguration().settings();
@@ -35,6 +37,7 @@ std::vector<Setting> knownSettings() {
   return settings;
 }
 
+// Strings lose their quotes, so that what `pref get` prints can be given to `pref set`.
 std::string plainText(const Json::Value& value) {
   if (value.isString()) return value.asString();
   Json::StreamWriterBuilder builder;

@@ -29,6 +29,7 @@ using SteadyClock = std::chrono::steady_clock;
 constexpr int kSignalExit = 128;  // what a shell adds to the number of a signal
 
 // What the view shows, from the service or a file.
+// Everything is called from the one thread that draws.
 class Feed {
  public:
   virtual ~Feed() = default;
@@ -41,6 +42,7 @@ class Feed {
   virtual bool isStuck() const { return false; }
 };
 
+// A file does not change: the view alone moves through it.
 class FileFeed : public Feed {
  public:
   FileFeed(timeline::Timeline timeline, const std::string& path) : mTimeline(std::move(timeline)) {
@@ -54,6 +56,8 @@ class FileFeed : public Feed {
   top::Surroundings mSurroundings;
 };
 
+// The counters come over another socket than the answers. The short wait keeps the view alive if only that
+// one is stuck; the foot is empty then.
 std::string countsLine() {
   constexpr milliseconds kPatience(100);
   const auto status = libstatsd::readStatsdStatus(kPatience);
@@ -69,6 +73,7 @@ std::string countsLine() {
                      drops.empty() ? "none dropped" : "dropped:" + drops);
 }
 
+// Asks the service on another thread, so that keys work while it is slow, stopped or away.
 class LiveFeed : public Feed {
  public:
   explicit LiveFeed(double timeoutSeconds) : mTimeoutSeconds(timeoutSeconds) {
@@ -91,11 +96,15 @@ class LiveFeed : public Feed {
   }
 
  private:
+  // The last picture stays on the screen with the reason below it. Before the first answer there is nothing
+  // that a gap could follow.
   void miss(const std::string& reason) {
     if (mSeenMs) mBuilder.addGap(*mSeenMs, reason);
     mSurroundings.notice = reason;
   }
 
+  // Twice the kept time before anything is dropped: dropping copies what is left, so it should be rare. Ten
+  // minutes are five times what the charts show.
   void add(const timeline::Answer& answer) {
     constexpr int64_t kKeptMs = 600'000;
     const int64_t nowMs = answer.clocks.bootMs;
@@ -138,7 +147,8 @@ std::optional<int> wait(const EndSignals& signals, SteadyClock::time_point until
   return std::nullopt;
 }
 
-// Returns the exit code.
+// Draws after each key and each look until the view ends; an unfinished look is checked every 50 ms. Returns
+// the exit code.
 int show(top::Terminal& terminal, top::View& view, Feed& feed, const EndSignals& signals) {
   constexpr milliseconds kLookAgain(50);
   auto nextLook = SteadyClock::now();
@@ -157,6 +167,7 @@ int show(top::Terminal& terminal, top::View& view, Feed& feed, const EndSignals&
   }
 }
 
+// A live feed is never an error: a service that is away may come.
 Result<std::unique_ptr<Feed>> openFeed(const std::string& from, const Options& options) {
   if (from.empty()) return std::make_unique<LiveFeed>(options.timeoutSeconds);
   auto timeline = timelineFrom(from);
@@ -164,6 +175,8 @@ Result<std::unique_ptr<Feed>> openFeed(const std::string& from, const Options& o
   return std::make_unique<FileFeed>(*std::move(timeline), from);
 }
 
+// The signals are blocked first, so that every thread inherits it. The file is read before the terminal is
+// taken, because an error belongs on the ordinary screen.
 int runTop(const std::string& from, const Options& options) {
   const EndSignals signals;
   const auto feed = openFeed(from, options);
@@ -179,6 +192,7 @@ int runTop(const std::string& from, const Options& options) {
 
 }  // namespace
 
+// No option for the period: + and - change it while one looks.
 void addTopCommand(CLI::App& app, const Options& options, int& exitCode) {
   const auto from = std::make_shared<std::string>();
   CLI::App* command = app.add_subcommand("top", "Watch processes and histories on the terminal");

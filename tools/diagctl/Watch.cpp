@@ -15,6 +15,8 @@ namespace diagctl {
 using std::chrono::milliseconds;
 using SteadyClock = std::chrono::steady_clock;
 
+// The thread blocks all signals, so that the ones that end the command reach the thread that waits for them.
+// It is detached because a call into a stopped service cannot be ended; isStuck() tells the owner.
 std::optional<Result<timeline::Answer>> Asker::ask(bool withContext, milliseconds patience) {
   if (!mAnswer.valid()) {
     std::packaged_task<Result<timeline::Answer>()> task([withContext] {
@@ -30,6 +32,7 @@ std::optional<Result<timeline::Answer>> Asker::ask(bool withContext, millisecond
   return mAnswer.get();
 }
 
+// signalfd(2) gives a signal only if it is blocked in all threads, hence the order that the header asks for.
 EndSignals::EndSignals() {
   sigset_t signals;
   sigemptyset(&signals);
@@ -38,6 +41,7 @@ EndSignals::EndSignals() {
   mFd.reset(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
 }
 
+// poll(2) counts milliseconds and may be interrupted, so the time left is computed anew each round.
 bool EndSignals::waitUntil(SteadyClock::time_point until) const {
   while (true) {
     const auto left = std::chrono::ceil<milliseconds>(until - SteadyClock::now());
@@ -57,6 +61,8 @@ std::set<int32_t> deadOf(const std::map<int32_t, timeline::Texts>& processes) {
   return dead;
 }
 
+// A process that has ended, or that runs on another machine, has no file there; it stays without a name.
+// Reading the file once for each process is what keeps a round with 300 of them cheap.
 std::map<int32_t, std::string> Names::newOf(const std::map<int32_t, timeline::Texts>& processes) {
   std::map<int32_t, std::string> names;
   std::set<int32_t> seen;

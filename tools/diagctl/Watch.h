@@ -39,6 +39,7 @@ class EndSignals {
   EndSignals();
 
   // Returns true if one has come by `until`.
+  // Blocks until a signal comes or the time is reached.
   bool waitUntil(std::chrono::steady_clock::time_point until) const;
 
   // Readable when one has come. Valid as long as this object.

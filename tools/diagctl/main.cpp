@@ -44,6 +44,8 @@ std::string whatIsWrong(const CLI::App& app, const CLI::ParseError& error) {
   return error.what();
 }
 
+// The parser runs the command's callback, so this catches what commands throw as well (the libraries'
+// exceptions: no memory, a thread that cannot be made).
 int parseAndRun(CLI::App& app, int argc, char** argv, const int& exitCode) {
   try {
     app.parse(argc, argv);
@@ -59,6 +61,8 @@ int parseAndRun(CLI::App& app, int argc, char** argv, const int& exitCode) {
 
 }  // namespace
 
+// The environment is adopted before the first thread, because setenv(3) is not thread-safe. The locale is set
+// for characters alone: numbers keep their point in every language.
 int main(int argc, char** argv) {
   holdClosedStreams();
   setlocale(LC_CTYPE, "");

@@ -23,6 +23,7 @@ constexpr size_t kMaxLanes = 40;
 constexpr size_t kMaxLaneColumns = 200;
 constexpr std::string_view kStalled = "_stalled_%";
 
+// Charts are ordered by place, then title, then unit: one source may need two scales.
 struct Chart {
   int place;  // of the chart on the page
   std::string title;
@@ -57,6 +58,7 @@ std::string lineName(const Series& series) {
   return text::printable(std::string(source.substr(0, source.find('_'))) + " " + std::string(metric));
 }
 
+// A gap is a pair with null, which page.js draws as a break. Leaving the point out would join its neighbours.
 Json::Value lineOf(const Scope& scope, const Series& series) {
   Json::Value line;
   line["name"] = lineName(series);
@@ -70,6 +72,8 @@ Json::Value lineOf(const Scope& scope, const Series& series) {
   return line;
 }
 
+// The scale comes from the whole timeline and not from the part that is shown, so that two pages of one
+// recording can be compared.
 Json::Value chartsOf(const Scope& scope) {
   std::map<Chart, Json::Value> charts;
   for (const Series& series : scope.timeline.series) {
@@ -88,6 +92,7 @@ Json::Value chartsOf(const Scope& scope) {
   return all;
 }
 
+// A value that is older than the page begins with the page.
 Json::Value markOf(const Scope& scope, int64_t bootMs) {
   Json::Value mark;
   mark["at"] = static_cast<Json::Int64>(scope.offset(std::max(bootMs, scope.beginMs)));
@@ -101,6 +106,7 @@ void append(Json::Value& marks, Json::Value mark) {
   marks.append(std::move(mark));
 }
 
+// One row of bars on the page: the name at the left, the marks in the order of their times.
 Json::Value laneOf(std::string key, Json::Value marks) {
   Json::Value lane;
   lane["key"] = std::move(key);
@@ -108,6 +114,7 @@ Json::Value laneOf(std::string key, Json::Value marks) {
   return lane;
 }
 
+// A bar has room for a few words. The table below the charts has all of the text.
 std::string brief(std::string_view text) {
   return text::cutTo(kMaxLaneColumns, text::printable(text));
 }
@@ -127,6 +134,7 @@ std::map<std::string, Json::Value> keyLanes(const Scope& scope) {
   return lanes;
 }
 
+// The process's own death is the end of the page and needs no mark.
 Json::Value deathMarks(const Scope& scope) {
   Json::Value marks(Json::arrayValue);
   for (const timeline::Death& death : scope.timeline.deaths) {
@@ -139,6 +147,7 @@ Json::Value deathMarks(const Scope& scope) {
   return marks;
 }
 
+// True if a change was seen in the time of the page. A value that held all the time is no change.
 bool isChanging(const Json::Value& marks) {
   return std::any_of(marks.begin(), marks.end(), [](const auto& mark) { return !mark["known"].asBool(); });
 }
@@ -158,6 +167,7 @@ Json::Value lanesOf(const Scope& scope) {
   return lanes;
 }
 
+// Gaps may reach beyond the page; the script cuts them at the edge of each chart.
 Json::Value gapsOf(const Scope& scope) {
   Json::Value gaps(Json::arrayValue);
   for (const timeline::Gap& gap : scope.timeline.gaps) {
@@ -192,6 +202,9 @@ std::string forScriptElement(const std::string& json) {
 
 }  // namespace
 
+// Three digits behind the point are more than a chart can show, and keep ten minutes of samples small. The
+// writer gives ASCII; the line separators of Unicode, which end a line of JavaScript, are escaped with all
+// else.
 std::string chartData(const Scope& scope) {
   Json::Value data;
   data["begin"] = static_cast<Json::Int64>(scope.offset(scope.beginMs));

@@ -1,4 +1,5 @@
 // What the page's script draws.
+// The time axis of all charts is the same: milliseconds before the end of the page, zero or negative.
 #pragma once
 
 #include <string>

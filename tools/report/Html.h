@@ -32,6 +32,7 @@ std::string table(std::initializer_list<std::string_view> heads, const std::stri
 std::string offsetText(int64_t offsetMs);
 
 // Milliseconds since 1970 as text: "2026-11-21 21:05:09.123", UTC.
+// Always UTC, because a report is read in other places than the one where it was made.
 std::string wallText(int64_t wallMs);
 
 }  // namespace report

@@ -23,12 +23,14 @@ using android::base::Result;
 using timeline::Timeline;
 
 // The last death of the process; of any process if none is chosen.
+// A pid can die more than once in a long recording. The newest death is the one that people ask about.
 const timeline::Death* deathOf(const Timeline& timeline, const Choice& choice) {
   const auto death = std::find_if(timeline.deaths.rbegin(), timeline.deaths.rend(),
                                   [&](const auto& d) { return !choice.pid || d.pid == *choice.pid; });
   return death == timeline.deaths.rend() ? nullptr : &*death;
 }
 
+// What was recorded after the death belongs to other stories; the page ends there.
 Scope scopeOf(const Timeline& timeline, const Choice& choice) {
   Scope scope{timeline, choice.pid, deathOf(timeline, choice), 0, timeline.endMs};
   if (scope.death != nullptr) {
@@ -41,12 +43,15 @@ Scope scopeOf(const Timeline& timeline, const Choice& choice) {
   return scope;
 }
 
+// A process without a key is known if it died: a crash report may be about one that published nothing.
 bool isKnown(const Timeline& timeline, int32_t pid) {
   const auto isOf = [pid](const auto& thing) { return thing.pid == pid; };
   return std::any_of(timeline.changes.begin(), timeline.changes.end(), isOf) ||
          std::any_of(timeline.deaths.begin(), timeline.deaths.end(), isOf);
 }
 
+// Readable without the script, and to be copied as it stands: apart from HTML's escapes, which the browser
+// takes back, it is the document.
 std::string documentText(const Json::Value& document) {
   Json::StreamWriterBuilder settings;
   settings["indentation"] = " ";
@@ -62,6 +67,7 @@ std::string makeNonce() {
   return fmt::format("{:08x}{:08x}{:08x}{:08x}", random(), random(), random(), random());
 }
 
+// <title> holds text alone: no markup is read in it, so <bdi> would be shown.
 std::string plainTitle(const Scope& scope) {
   if (!scope.pid) return "Report of the machine";
   const auto name = scope.timeline.names.find(*scope.pid);
@@ -84,6 +90,8 @@ std::string filled(std::string_view pageTemplate, const std::map<std::string_vie
 
 }  // namespace
 
+// The page's policy permits nothing but the scripts and styles with the nonce, so a text that did become
+// markup would still not run or load anything.
 Result<std::string> page(const Timeline& timeline, const Choice& choice) {
   if (choice.pid && !isKnown(timeline, *choice.pid)) {
     return Error() << "nothing is known of process " << *choice.pid;

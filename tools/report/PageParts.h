@@ -5,6 +5,7 @@
 
 namespace report {
 
+// They are constants of the program: a page needs no file beside it.
 extern const std::string_view kPageTemplate;  // {{name}} stands for a part
 extern const std::string_view kStyle;
 extern const std::string_view kScript;

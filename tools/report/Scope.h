@@ -8,6 +8,7 @@
 
 namespace report {
 
+// A view of a timeline: it must not outlive the timeline that it refers to. All times are of the boot clock.
 struct Scope {
   const timeline::Timeline& timeline;
   std::optional<int32_t> pid;

@@ -17,6 +17,8 @@ using timeline::KeyState;
 using timeline::ProcessState;
 using timeline::Series;
 
+// The distance to the end is what one compares; the time of day, without the date, finds the line in other
+// logs.
 std::string timeCell(const Scope& scope, int64_t bootMs, bool known) {
   if (known) return "earlier";
   constexpr size_t kDate = std::string_view("2026-11-21 ").size();
@@ -24,16 +26,19 @@ std::string timeCell(const Scope& scope, int64_t bootMs, bool known) {
                      wallText(wallMsOf(scope.timeline, bootMs)).substr(kDate));
 }
 
+// A row of the head. What is not known has no row, because an empty one would look like a value.
 std::string fact(std::string_view name, const std::string& html) {
   return html.empty() ? "" : fmt::format("<tr><th>{}<td>{}\n", name, html);
 }
 
+// Real-time signals have no short name.
 std::string signalText(int signal) {
   const char* const name = sigabbrev_np(signal);
   return name == nullptr ? std::to_string(signal)
                          : fmt::format("{} (SIG{}: {})", signal, name, strsignal(signal));
 }
 
+// In the order of the keys: one looks for a name, and the time of the change stands beside it.
 std::string stateRows(const Scope& scope, const std::map<std::string, KeyState>& keys) {
   std::string rows;
   for (const auto& [key, state] : keys) {
@@ -42,6 +47,7 @@ std::string stateRows(const Scope& scope, const std::map<std::string, KeyState>&
   return rows;
 }
 
+// The newest value of each state at the end of the page. The recording may go on after it.
 std::string globalRows(const Scope& scope) {
   std::map<std::pair<std::string, std::string>, const timeline::GlobalChange*> newest;
   for (const timeline::GlobalChange& change : scope.timeline.globals) {
@@ -55,6 +61,7 @@ std::string globalRows(const Scope& scope) {
   return rows;
 }
 
+// Gaps stand before deaths and tell why a chart is empty.
 std::string eventRows(const Scope& scope) {
   std::string rows;
   for (const timeline::Gap& gap : scope.timeline.gaps) {
@@ -76,6 +83,7 @@ std::string eventRows(const Scope& scope) {
 using Samples = std::map<int64_t, std::vector<std::string>, std::greater<>>;
 
 // The rows of a source: by time, a cell for each metric.
+// An empty cell is a gap. Ten digits hold every number that the sources give.
 std::string figureTable(const Scope& scope, const std::vector<const Series*>& metrics) {
   Samples samples;
   for (size_t column = 0; column < metrics.size(); ++column) {
@@ -104,6 +112,7 @@ std::string figureTable(const Scope& scope, const std::vector<const Series*>& me
 
 }  // namespace
 
+// The pid is always told, because names are not unique.
 std::string processName(const Scope& scope) {
   if (!scope.pid) return "The machine";
   const auto name = scope.timeline.names.find(*scope.pid);
@@ -111,6 +120,7 @@ std::string processName(const Scope& scope) {
   return fmt::format("{} ({})", isolated(name->second), *scope.pid);
 }
 
+// Only a crash report tells the program's path and the signal; a recording gives the rest.
 std::string factsTable(const Scope& scope) {
   const timeline::Death* const death = scope.death;
   const auto build = scope.timeline.context.find("build_fingerprint");
@@ -125,6 +135,8 @@ std::string factsTable(const Scope& scope) {
          fact("Machine", shown(scope.timeline.machine));
 }
 
+// As they were at the end: what a process with the same pid has published after the death is not the dead
+// one's.
 std::string statesTable(const Scope& scope) {
   if (!scope.pid) return "<p class=\"none\">The report is about no single process.</p>";
   std::string rows;
@@ -134,6 +146,7 @@ std::string statesTable(const Scope& scope) {
   return table({"Changed", "Key", "Value"}, rows, "It had published no state.");
 }
 
+// Values that held before the first look stand in the table of states only: nobody saw them change.
 std::string changesTable(const Scope& scope) {
   std::string rows;
   if (scope.pid) {
@@ -146,6 +159,7 @@ std::string changesTable(const Scope& scope) {
   return table({"Seen", "Key", "New value"}, rows, "No change was seen in this time.");
 }
 
+// The context without its histories, which are charts and figures further down.
 std::string systemTables(const Scope& scope) {
   std::string context;
   for (const auto& [key, value] : scope.timeline.context)
@@ -155,6 +169,7 @@ std::string systemTables(const Scope& scope) {
          "<h3>Deaths and gaps</h3>" + table({"Seen", "What"}, eventRows(scope), "None in this time.");
 }
 
+// A table for each source, because metrics of one source have the same times and share the rows.
 std::string figureTables(const Scope& scope) {
   std::map<std::string, std::vector<const Series*>> sources;
   for (const Series& series : scope.timeline.series) sources[series.source].push_back(&series);
@@ -163,6 +178,7 @@ std::string figureTables(const Scope& scope) {
   return html.empty() ? "<p class=\"none\">The service gave no histories.</p>" : html;
 }
 
+// A heading for each process, then its keys. Folded by the page, because there may be hundreds.
 std::string othersTable(const Scope& scope) {
   std::string html;
   for (const ProcessState& process : processesAt(scope.timeline, scope.endMs)) {

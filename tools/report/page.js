@@ -26,6 +26,7 @@
 
   // --- Texts of times and values
 
+  // "−4.2 s", from a minute on "−1:04". The sign is a real minus, as in the tables.
   const offsetText = (ms) => {
     const tenths = Math.round(Math.abs(ms) / 100);
     const seconds = tenths / 10;
@@ -35,6 +36,7 @@
     return `−${Math.floor(seconds / 60)}:${rest.padStart(tenths % 10 ? 4 : 2, '0')}`;
   };
   const wallText = (ms) => new Date(data.endWall + ms).toISOString().slice(11, 21) + ' UTC';
+  // A dash is no value. KiB grow into MiB and GiB, all other numbers keep their unit.
   const valueText = (value, unit) => {
     if (value === undefined || value === null) return '–';
     if (unit === 'KiB') return value >= 1048576 ? `${(value / 1048576).toFixed(2)} GiB` : `${(value / 1024).toFixed(1)} MiB`;
@@ -42,6 +44,7 @@
   };
 
   const STEPS = [100, 200, 500, 1000, 2000, 5000, 10000, 15000, 30000, 60000, 120000, 300000, 600000, 1800000, 3600000];
+  // About 90 pixels apart, so that labels do not touch, and on round times before the end.
   const ticks = (from, to, pixels) => {
     const least = (to - from) / Math.max(2, pixels / 90);
     const step = STEPS.find((s) => s >= least) || 86400000;
@@ -53,6 +56,7 @@
   // --- Charts
 
   // One row for each time of any line. The library joins points over null, and breaks the line at NaN.
+  // Lines of one chart may come from sources with different periods, so a row has a value for some lines only.
   const rowsOf = (lines) => {
     const rows = new Map();
     lines.forEach((line, i) => {
@@ -64,6 +68,7 @@
     return [...rows.values()].sort((a, b) => a[0] - b[0]);
   };
 
+  // Drawn below the lines: grey for the times that nobody saw, and a thin line for each change of a key.
   const shadeGaps = (context, area, graph) => {
     context.fillStyle = 'rgba(128, 128, 128, .3)';
     for (const gap of data.gaps) {
@@ -80,6 +85,7 @@
     }
   };
 
+  // The caption is made here and not by the library, which writes labels as HTML.
   const addChart = (chart) => {
     const figure = make('figure', plots, 'chart');
     const caption = make('figcaption', figure);
@@ -116,6 +122,7 @@
 
   // --- Lanes: one for each key of the process, with a bar for each value
 
+  // The bars are elements and not a drawing: their texts can be selected, read aloud and printed.
   const addLane = ({key, changes}) => {
     const lane = make('div', plots, 'lane');
     const name = make('bdi', lane, 'name', key);
@@ -135,6 +142,7 @@
     if (charts.length) return charts[0].graph.getArea();
     return {x: LEFT_PX, w: plots.clientWidth - LEFT_PX - RIGHT_PX};
   };
+  // Both ways between times and pixels, counted from the left edge of the plots.
   const xOf = (ms) => area().x + ((ms - shown[0]) / (shown[1] - shown[0])) * area().w;
   const timeAt = (x) => {
     const share = Math.min(1, Math.max(0, (x - area().x) / area().w));
@@ -150,6 +158,7 @@
   selection.id = 'selection';
   selection.hidden = true;
 
+  // Called after each change of the window or of the time shown: positions are pixels.
   const placeLanes = () => {
     const {x, w} = area();
     for (const lane of lanes) {
@@ -168,6 +177,7 @@
     end.style.left = `${xOf(0)}px`;
   };
 
+  // Zooms everything at once: all charts and lanes show the same time at any moment.
   const show = (from, to) => {
     shown = [from, to];
     for (const {graph} of charts) graph.updateOptions({dateWindow: shown});
@@ -186,6 +196,7 @@
     return value;
   };
 
+  // Without a pointer the values are those of the end, which is the moment of the death.
   const point = (ms) => {
     document.getElementById('time').textContent = `${offsetText(ms)}  (${wallText(ms)})`;
     for (const {chart, values} of charts) {
@@ -195,6 +206,7 @@
     pointer.style.left = `${xOf(ms)}px`;
     pointer.dataset.at = ms;
   };
+  // The values in the captions go back to those of the end.
   const unpoint = () => {
     point(0);
     pointer.hidden = true;

@@ -32,6 +32,7 @@ std::string escape(char32_t character) {
 }
 
 // The length of the UTF-8 character at the front of `text`, and the character.
+// A byte that begins no character counts as one of its own, so every text has an end.
 std::pair<size_t, char32_t> frontCharacter(std::string_view text) {
   const auto first = static_cast<unsigned char>(text[0]);
   const size_t length = first < 0x80 ? 1 : first < 0xe0 ? 2 : first < 0xf0 ? 3 : 4;
@@ -45,6 +46,7 @@ std::pair<size_t, char32_t> frontCharacter(std::string_view text) {
   return {length, character};
 }
 
+// wcwidth(3) depends on the locale. What it does not know counts as one column.
 size_t columnsOf(char32_t character) {
   const int columns = wcwidth(static_cast<wchar_t>(character));
   return columns < 0 ? 1 : static_cast<size_t>(columns);
@@ -76,6 +78,8 @@ size_t columnsOf(std::string_view printable) {
   return columns;
 }
 
+// Combining characters take no column, so a hostile text could hold any number of them in one. More than four
+// on one character are dropped.
 std::string cutTo(size_t columns, std::string_view printable, std::string_view mark) {
   constexpr int kMaxCombining = 4;
   std::string result;
@@ -96,6 +100,7 @@ std::string cutTo(size_t columns, std::string_view printable, std::string_view m
   return result;
 }
 
+// One question mark for each character, not for each byte, so that columns stay in place.
 std::string ascii(std::string_view printable) {
   std::string result;
   while (!printable.empty()) {

@@ -23,6 +23,8 @@ Series& seriesFor(std::vector<Series>& series, const std::string& source, const 
 
 // A time that is not in order would make views draw backwards: conversions of clocks may differ by a
 // millisecond.
+//
+// Moving the later sample by a millisecond is harmless: samples are at least a second apart.
 void append(Series& series, int64_t bootMs, std::optional<double> value) {
   if (!series.points.empty()) bootMs = std::max(bootMs, series.points.back().bootMs + 1);
   series.points.push_back({bootMs, value});
@@ -95,6 +97,8 @@ void Builder::addStates(const Clocks& clocks, const std::map<int32_t, Texts>& pr
   addChanges(clocks.bootMs, difference(mState->last.processes, processes));
 }
 
+// The first answer of all says what holds, but not since when: its values are `known` and not changes. A
+// process without keys leaves `last`, so that a full picture that lacks it is no change.
 void Builder::addChanges(int64_t bootMs, const Changes& changes) {
   mState->answered(bootMs);
   for (const auto& [pid, keys] : changes) {
@@ -136,6 +140,8 @@ void Builder::addContext(const Clocks& clocks, const Texts& context,
   for (const auto& [nameSpace, states] : globals) addGlobals(clocks, nameSpace, states);
 }
 
+// Global states carry their age, so they are dated with the time of their publication. Texts without an age
+// are passed over: a later service may add others.
 void Builder::addGlobals(const Clocks& clocks, const std::string& nameSpace, const Texts& states) {
   for (const auto& [key, text] : states) {
     if (const std::optional<AgedText> aged = parseAged(text)) {
@@ -162,11 +168,13 @@ void Builder::add(const Answer& answer) {
   if (!answer.context.empty()) addContext(answer.clocks, answer.context, answer.globals);
 }
 
+// A death says nothing about the keys: the service remembers them for a minute more.
 void Builder::addDeath(const Death& death) {
   mState->sawAt(death.seenMs);
   mState->timeline.deaths.push_back(death);
 }
 
+// A gap has no end yet. sawAt() moves it along, and the next answer closes it.
 void Builder::addGap(int64_t fromMs, const std::string& reason) {
   if (mState->inGap) return;
   mState->sawAt(fromMs);
@@ -182,6 +190,8 @@ void Builder::setMachine(const std::string& machine) {
   mState->timeline.machine = machine;
 }
 
+// A change that still holds keeps its own time, so that a view can say how old a value is. It stands before
+// `bootMs` then, which is why beginMs is set and not computed.
 void Builder::dropBefore(int64_t bootMs) {
   Timeline& timeline = mState->timeline;
   std::vector<KeyChange> kept;

@@ -13,6 +13,8 @@ using Glyph = std::string_view;
 constexpr std::array<Glyph, 8> kBlocks = {"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
 constexpr std::array<Glyph, 8> kAscii = {"_", ".", ":", "-", "=", "+", "*", "#"};
 
+// A line that goes on after its source has stopped would be a false claim, so a value holds for this long
+// only:
 constexpr int64_t kHoldMs = 5000;  // longer than any source's period
 
 }  // namespace
@@ -41,6 +43,8 @@ std::vector<std::optional<double>> columnsOf(const Series& series, int64_t fromM
   return columns;
 }
 
+// The lowest glyph is a visible line, because a blank means that there is no value. Zero and nothing must not
+// look alike.
 std::string bars(const std::vector<std::optional<double>>& columns, const Scale& scale, Glyphs glyphs) {
   const auto& levels = glyphs == Glyphs::Blocks ? kBlocks : kAscii;
   std::string text;

@@ -15,6 +15,7 @@ constexpr std::string_view kTotalSuffix = "_total";
 constexpr std::string_view kShareSuffix = "_stalled_%";
 constexpr double kMissedSamples = 2.5;  // a step of more periods than this has lost samples
 
+// Totals count microseconds since boot, so their curve says nothing to people: it only ever rises.
 bool isTotal(std::string_view metric) {
   return metric.ends_with(kTotalSuffix);
 }
@@ -23,6 +24,7 @@ std::string shareName(std::string_view metric) {
   return std::string(metric.substr(0, metric.size() - kTotalSuffix.size())).append(kShareSuffix);
 }
 
+// The names of the metrics carry the unit. The kernel's averages of pressure are per cent without saying so.
 Unit unitOf(std::string_view metric) {
   if (metric.ends_with("%") || metric.find("_avg") != std::string_view::npos) return Unit::Percent;
   return metric.ends_with("_KB") ? Unit::Kibibytes : Unit::None;
@@ -81,6 +83,7 @@ std::optional<History> parseHistory(const std::string& text) {
   return history;
 }
 
+// The value is a publisher's text. It stays as it is, even if it is JSON itself.
 std::optional<AgedText> parseAged(const std::string& text) {
   const auto aged = Torv::Base::parseJson(text);
   if (!aged.ok()) return std::nullopt;

@@ -18,6 +18,7 @@ bool isTime(const Json::Value& json) {
   return json.isInt64() && json.asInt64() >= 0 && json.asInt64() <= kMost;
 }
 
+// All three readings are always written: none can be computed from the others after a suspend or a set clock.
 Json::Value toJson(const Clocks& clocks) {
   Json::Value json(Json::objectValue);
   json["boot_ms"] = Json::Int64{clocks.bootMs};
@@ -83,6 +84,7 @@ std::optional<int32_t> parsePid(const std::string& text) {
   return pid;
 }
 
+// ASCII: whatever bytes an application publishes, the line stays valid JSON.
 std::string compact(const Json::Value& json) {
   Json::StreamWriterBuilder settings;
   settings["indentation"] = "";
@@ -96,6 +98,8 @@ Result<const Json::Value*> requiredObject(const Json::Value& json, const char* n
   return value;
 }
 
+// A version that is not known is refused and not guessed at. Members that are not known are no new version:
+// readers pass them over.
 Result<void> requireFormat(const Json::Value& json, const char* format, int version) {
   const Json::Value* const saidFormat = findMember(json, "format");
   const Json::Value* const saidVersion = findMember(json, "version");

@@ -28,6 +28,7 @@ Json::Value lineAt(int64_t bootMs) {
   return line;
 }
 
+// null cannot be a value that a process has published, so it can say that the key is gone.
 Json::Value toJson(const Changes& changes) {
   Json::Value json(Json::objectValue);
   for (const auto& [pid, keys] : changes) {
@@ -55,6 +56,7 @@ Result<Recorder> Recorder::create(const RecorderSettings& settings, const Clocks
   return recorder;
 }
 
+// Half of the shortest history, so that two contexts overlap even if one comes late.
 bool Recorder::wantsContext(int64_t bootMs) const {
   return mStarting || mInGap || bootMs - mContextMs >= kContextEveryMs;
 }
@@ -92,6 +94,7 @@ Result<void> Recorder::addPicture(const Answer& answer) {
   return addNames(answer.clocks.bootMs, names);
 }
 
+// Most answers change nothing and cost the file nothing.
 Result<void> Recorder::addChanges(const Answer& answer) {
   const Changes changes = difference(mLast, answer.processes);
   if (changes.empty()) return {};
@@ -113,6 +116,7 @@ Result<void> Recorder::addDeaths(const Answer& answer, const std::set<int32_t>& 
   return writeLine(line);
 }
 
+// A pid that is used again may have another name, so names are compared and not only counted.
 Result<void> Recorder::addNames(int64_t bootMs, const std::map<int32_t, std::string>& names) {
   Json::Value news(Json::objectValue);
   for (const auto& [pid, name] : names) {
@@ -127,6 +131,7 @@ Result<void> Recorder::addNames(int64_t bootMs, const std::map<int32_t, std::str
   return writeLine(line);
 }
 
+// The reason of the first failure is the one that tells: the later ones only repeat that nobody answers.
 Result<void> Recorder::addGap(int64_t bootMs, const std::string& reason) {
   if (mInGap) return {};
   mInGap = true;

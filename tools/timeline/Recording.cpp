@@ -13,6 +13,7 @@ using android::base::Error;
 using android::base::Result;
 using Torv::Base::findMember;
 
+// The largest recording that `record` writes is 512 MiB. A file above twice that is something else.
 constexpr size_t kMaxFileBytes = size_t{1} << 30;
 
 // Anything but a string, null first of all, says that the key is no longer known.
@@ -29,6 +30,7 @@ Result<Changes> changesFrom(const Json::Value& json) {
   return changes;
 }
 
+// A line without globals is whole: a service that nobody told of a session has none.
 Result<std::map<std::string, Texts>> globalsFrom(const Json::Value& line) {
   std::map<std::string, Texts> globals;
   const Json::Value* const namespaces = findMember(line, "globals");
@@ -126,6 +128,8 @@ Result<void> addHeader(Builder& builder, const Json::Value& line) {
 
 }  // namespace
 
+// Only the last line may be cut, because each line is written by one call. Damage in the middle is an error:
+// a timeline with a hole that nobody marked would be believed.
 Result<Timeline> fromRecording(std::string_view text) {
   if (text.empty()) return Error() << "the recording is empty";
   Reader reader;
@@ -161,6 +165,7 @@ Result<Timeline> fromFile(const std::string& path) {
   return timeline;
 }
 
+// A crash report in the place of the recording works too: it is the timeline of one moment.
 Result<Timeline> fromFiles(const std::string& path, const std::string& reportPath) {
   auto recorded = fromFile(path);
   if (!recorded.ok()) return recorded;

@@ -117,6 +117,7 @@ Json::Value nested(const Texts& texts) {
 
 }  // namespace
 
+// The builder does all the work; a single answer is the shortest recording.
 Timeline fromAnswer(const Answer& answer) {
   Builder builder;
   builder.add(answer);
@@ -142,6 +143,8 @@ Result<Timeline> fromReport(const Json::Value& report) {
   return timeline;
 }
 
+// Only the death is moved, never the recorder's samples: both read the same boot clock. The recorder's name
+// of the process wins over the report's, because it is what the other views show.
 Result<Timeline> withReport(Timeline recorded, const Json::Value& report) {
   auto reported = fromReport(report);
   if (!reported.ok()) return Error() << reported.error();
@@ -171,6 +174,8 @@ Result<Timeline> withReport(Timeline recorded, const Json::Value& report) {
   return recorded;
 }
 
+// The form is that of the sample reporter, so one schema and one reader serve both. `died`, `pid` and
+// `signal` are missing: fromReport() refuses such a document on purpose.
 Json::Value toDocument(const Answer& answer) {
   Json::Value document(Json::objectValue);
   document["format"] = kReportFormat;

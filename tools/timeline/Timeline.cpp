@@ -21,6 +21,8 @@ Clocks readClocks() {
   return {readMs(CLOCK_BOOTTIME), readMs(CLOCK_MONOTONIC), readMs(CLOCK_REALTIME)};
 }
 
+// The newest readings serve for all times. If the wall clock was set in between, earlier times come out as
+// they would read on the clock as it is now, which keeps distances right.
 int64_t wallMsOf(const Timeline& timeline, int64_t bootMs) {
   return timeline.clocks.wallMs + (bootMs - timeline.clocks.bootMs);
 }
@@ -40,6 +42,8 @@ Scale scaleOf(const Timeline& timeline, const Series& series) {
   return scale;
 }
 
+// Exact comparison is wanted: a source that stands still repeats the same number, and one that moves a little
+// is worth a chart.
 bool isConstant(const Series& series) {
   std::optional<double> first;
   for (const Point& point : series.points) {

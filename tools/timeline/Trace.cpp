@@ -148,6 +148,7 @@ class TraceWriter {
     }
   }
 
+  // On the track of the process itself, not of a key: a process without keys dies as well.
   void addDeath(uint64_t track, const Death& death) {
     TrackEvent& event = newEvent(death.seenMs, track, TrackEvent::TYPE_INSTANT);
     event.add_categories("death");
@@ -172,6 +173,7 @@ class TraceWriter {
     return mTimeline.endMs;
   }
 
+  // One track for each namespace, with a child for each key, as with processes.
   void addGlobals() {
     std::map<std::pair<std::string, std::string>, std::vector<const GlobalChange*>> states;
     for (const GlobalChange& change : mTimeline.globals) {
@@ -189,6 +191,8 @@ class TraceWriter {
     }
   }
 
+  // The format has no notion of a time in which nobody looked. A track of its own says it, so that flat
+  // counters are not taken for measured ones.
   void addGaps() {
     if (mTimeline.gaps.empty()) return;
     const uint64_t track = newTrack("not observed", 0).uuid();
@@ -203,6 +207,7 @@ class TraceWriter {
 
 }  // namespace
 
+// The whole trace is built in memory, as the timeline is.
 std::string toTrace(const Timeline& timeline) {
   return TraceWriter(timeline).write();
 }

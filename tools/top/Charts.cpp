@@ -32,6 +32,7 @@ constexpr std::array<Name, 7> kNames = {{{"cpu_utilization_history", "CPU"},
                                          {"system_meminfo_history", "memory free"},
                                          {"battery_state_history", "battery charge"}}};
 
+// The series is a part of the timeline that is drawn.
 struct Chart {
   std::string name;
   const Series* series;
@@ -58,6 +59,7 @@ std::vector<Chart> chartsOf(const timeline::Timeline& timeline) {
   return ordered;
 }
 
+// A dash says that there is no value, which is not the same as zero.
 std::string valueText(const std::optional<double>& value) {
   return value ? fmt::format("{:.1f} %", *value) : "-";
 }
@@ -74,12 +76,15 @@ std::string barsOf(const std::vector<std::optional<double>>& values, size_t row,
   return bars(shown, part, glyphs);
 }
 
+// The ends of the scale stand at the right of the rows that have no value there.
 std::string scaleMark(size_t row, size_t rows) {
   if (rows == 1) return "";
   if (row == rows - 1) return "100 %";
   return row == 0 ? "0 %" : "";
 }
 
+// From the top row to the lowest. The name and the newest value stand in the top row, so a chart of one row
+// has both.
 void addChart(std::vector<Line>& lines, const Chart& chart, int64_t endMs, size_t columns, size_t rows,
               Glyphs glyphs) {
   const auto values = columnsOf(*chart.series, endMs - kChartMs, endMs, columns);
@@ -109,6 +114,8 @@ Line axisLine(size_t columns) {
 
 }  // namespace
 
+// All charts have the same height, because they have the same scale. Those that find no room are left out,
+// the last ones first; a terminal too narrow for bars of ten columns shows the list alone.
 std::vector<Line> chartLines(const timeline::Timeline& timeline, int64_t endMs, Size size, Glyphs glyphs) {
   const std::vector<Chart> charts = chartsOf(timeline);
   if (size.rows == 0) return {};

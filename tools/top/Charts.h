@@ -11,6 +11,7 @@
 namespace top {
 
 // How much time the charts show.
+// The longest history: 60 samples, one every other second.
 inline constexpr int64_t kChartMs = 120'000;
 
 // A chart for each metric in per cent, and the axis below them: at most `size.rows` lines that fill the

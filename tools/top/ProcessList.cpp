@@ -16,6 +16,7 @@ using timeline::ProcessState;
 constexpr char kHead[] = "{:>9} {:<16} {:>11}  ";
 constexpr size_t kNameColumns = 16;
 
+// Every text of the row is searched: one looks for a screen or a user as often as for a name.
 bool matches(const ProcessState& process, const std::string& filter) {
   const auto holds = [&](const std::string& text) { return text.find(filter) != std::string::npos; };
   if (filter.empty() || holds(std::to_string(process.pid)) || holds(process.name)) return true;
@@ -23,6 +24,8 @@ bool matches(const ProcessState& process, const std::string& filter) {
                      [&](const auto& key) { return holds(key.first) || holds(key.second.value); });
 }
 
+// What the first answer held is of unknown age and never fresh; the whole screen would be marked at the
+// start.
 bool isFresh(const KeyState& state, const Moment& moment) {
   return !state.known && moment.atMs - state.changedMs <= moment.freshMs;
 }
@@ -34,6 +37,7 @@ Span keySpan(const std::string& key, const KeyState& state, const Moment& moment
           fresh ? Style::Changed : Style::Faint};
 }
 
+// For a dead process the time since its death says more than the time since its last change.
 std::string changedText(const ProcessState& process, int64_t atMs) {
   if (process.deadMs) return "dead " + agoText(atMs - *process.deadMs);
   int64_t newest = 0;
@@ -52,6 +56,8 @@ std::vector<ProcessState> matchingProcesses(const timeline::Timeline& timeline, 
   return processes;
 }
 
+// The newest change stands first, because the line is cut at the right edge. Equal times keep the order of
+// the keys, so the line does not jump from picture to picture.
 Line processLine(const ProcessState& process, bool open, const Moment& moment) {
   const std::string name = text::cutTo(kNameColumns, text::printable(process.name), "~");
   const std::string padded = name + std::string(kNameColumns - text::columnsOf(name), ' ');
@@ -70,6 +76,7 @@ Line processLine(const ProcessState& process, bool open, const Moment& moment) {
   return line;
 }
 
+// The value stands whole in its row and is cut at the edge of the screen.
 Line keyLine(const std::string& key, const KeyState& state, const Moment& moment) {
   const std::string ago = state.known ? "-" : agoText(moment.atMs - state.changedMs);
   return {{fmt::format(kHead, "", "", ago), Style::Plain},
@@ -77,6 +84,7 @@ Line keyLine(const std::string& key, const KeyState& state, const Moment& moment
           {text::printable(state.value), Style::Plain}};
 }
 
+// Counts what the filter lets pass, because that is what is listed.
 Line processHeads(const std::vector<ProcessState>& processes) {
   const auto dead = std::count_if(processes.begin(), processes.end(),
                                   [](const ProcessState& process) { return process.deadMs.has_value(); });
@@ -85,6 +93,7 @@ Line processHeads(const std::vector<ProcessState>& processes) {
            Style::Title}};
 }
 
+// A time that lies ahead counts as now: the view may stand a moment before the newest change.
 std::string agoText(int64_t ms) {
   const int64_t seconds = std::max<int64_t>(ms, 0) / 1000;
   if (seconds < 100) return fmt::format("{} s", seconds);

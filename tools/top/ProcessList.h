@@ -17,6 +17,7 @@ struct Moment {
 };
 
 // The processes at a time, by pid, that hold `filter` in pid, name, keys or values.
+// An empty filter matches all. The filter is compared byte by byte, as the texts were published.
 std::vector<timeline::ProcessState> matchingProcesses(const timeline::Timeline& timeline, int64_t atMs,
                                                       const std::string& filter);
 
@@ -28,6 +29,7 @@ Line processLine(const timeline::ProcessState& process, bool open, const Moment&
 Line keyLine(const std::string& key, const timeline::KeyState& state, const Moment& moment);
 
 // The names of the columns, and how many processes there are.
+// For the dead: those among `processes` whose death was seen by then.
 Line processHeads(const std::vector<timeline::ProcessState>& processes);
 
 // A time that has passed, for people: "3 s", "12 min".

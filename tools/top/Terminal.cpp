@@ -19,6 +19,7 @@ using android::base::Result;
 
 enum ColourPair : short { kRed = 1, kGreen, kCyan };
 
+// -1 is the terminal's own background, so that the view fits dark and light ones.
 void startColours() {
   if (getenv("NO_COLOR") != nullptr || !has_colors()) return;
   start_color();
@@ -50,6 +51,7 @@ attr_t attributesOf(Style style) {
   return A_NORMAL;
 }
 
+// ncurses' numbers of keys overlap with those of characters, so the two have functions of their own.
 std::optional<Key> keyOf(wint_t code) {
   switch (code) {
     case KEY_UP:
@@ -77,6 +79,7 @@ std::optional<Key> keyOf(wint_t code) {
   }
 }
 
+// Enter, Escape and Backspace arrive as characters on most terminals. Other control characters have no use.
 std::optional<Input> inputOf(wint_t character) {
   constexpr wint_t kEscape = 0x1b;
   constexpr wint_t kDelete = 0x7f;
@@ -92,6 +95,8 @@ std::optional<Input> inputOf(wint_t character) {
 
 }  // namespace
 
+// newterm() and not initscr(), which ends the process if the terminal is unknown. The short delay tells
+// Escape from the keys that begin with it; keys never block, because the caller waits with poll(2).
 Result<std::unique_ptr<Terminal>> Terminal::open() {
   if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0) {
     return Error() << "the live view needs a terminal as standard input and output";
@@ -111,19 +116,23 @@ Result<std::unique_ptr<Terminal>> Terminal::open() {
   return std::unique_ptr<Terminal>(new Terminal());
 }
 
+// ncurses keeps its memory; what matters is that the terminal is as it was.
 Terminal::~Terminal() {
   endwin();
 }
 
+// What the locale says: the terminal itself cannot be asked which characters it has.
 timeline::Glyphs Terminal::glyphs() const {
   const bool utf8 = std::string_view(nl_langinfo(CODESET)) == "UTF-8";
   return utf8 ? timeline::Glyphs::Blocks : timeline::Glyphs::Ascii;
 }
 
+// ncurses follows the window by its own handler of SIGWINCH.
 Size Terminal::size() const {
   return {static_cast<size_t>(getmaxx(stdscr)), static_cast<size_t>(getmaxy(stdscr))};
 }
 
+// ncurses compares with what is on the screen and sends the difference only.
 void Terminal::draw(const std::vector<Line>& lines) {
   erase();
   for (size_t row = 0; row < lines.size(); ++row) {

@@ -28,6 +28,7 @@ std::string wallText(const Timeline& timeline, int64_t bootMs) {
   return fmt::format("{:%Y-%m-%d %H:%M:%S} UTC", fmt::gmtime(seconds));
 }
 
+// The keys stand on the screen, because nobody reads a manual of a view that is open.
 Line helpLine() {
   Line line;
   for (const auto& [key, use] : {std::pair("q", "quit"),
@@ -68,11 +69,14 @@ int64_t View::periodMs() const {
   return kPeriodsMs[mPeriod];
 }
 
+// The chosen time may have been dropped from a live timeline since, so it is kept within what is left. An
+// empty timeline has its end before its beginning for a moment.
 int64_t View::timeOf(const Timeline& timeline) const {
   return std::clamp(mAtMs.value_or(timeline.endMs), timeline.beginMs,
                     std::max(timeline.beginMs, timeline.endMs));
 }
 
+// Going anywhere by hand ends playing: a view that moved on would take the place away that was just found.
 void View::goTo(int64_t atMs, const Timeline& timeline) {
   mPlaying = false;
   mAtMs = std::max(atMs, timeline.beginMs);
@@ -80,6 +84,8 @@ void View::goTo(int64_t atMs, const Timeline& timeline) {
   if (*mAtMs >= timeline.endMs) mAtMs.reset();
 }
 
+// Deaths are in the order of their times, so the last one found is the nearest before, the first the nearest
+// after.
 void View::goToDeath(bool forward, const Timeline& timeline) {
   const int64_t now = timeOf(timeline);
   std::optional<int64_t> found;
@@ -90,6 +96,8 @@ void View::goToDeath(bool forward, const Timeline& timeline) {
   if (found) goTo(*found, timeline);
 }
 
+// A live view pauses by standing at a time while the timeline grows on. A recording plays by moving its time,
+// and begins anew if it is at its end.
 void View::togglePause(const Timeline& timeline) {
   if (mLive) {
     mAtMs = mAtMs ? std::nullopt : std::optional(timeline.endMs);
@@ -99,12 +107,14 @@ void View::togglePause(const Timeline& timeline) {
   if (mPlaying && timeOf(timeline) >= timeline.endMs) mAtMs = timeline.beginMs;
 }
 
+// goTo() ends playing, so it is switched on again unless the end was reached.
 void View::tick(const Timeline& timeline) {
   if (!mPlaying) return;
   goTo(timeOf(timeline) + periodMs(), timeline);
   mPlaying = mAtMs.has_value();
 }
 
+// While a filter is typed, letters are text; arrows still move, so that one sees what matches.
 bool View::handle(const Input& input, const Timeline& timeline) {
   if (mTyping && (input.key == Key::Character || input.key == Key::Backspace || input.key == Key::Enter ||
                   input.key == Key::Escape)) {
@@ -151,6 +161,7 @@ bool View::handle(const Input& input, const Timeline& timeline) {
   return true;
 }
 
+// Letters without a use are passed over: a beep for each would be worse than nothing.
 bool View::handleCharacter(char character, const Timeline& timeline) {
   switch (character) {
     case 'q':
@@ -183,6 +194,7 @@ bool View::handleCharacter(char character, const Timeline& timeline) {
   return true;
 }
 
+// Enter keeps the filter and leaves it; Escape removes it.
 void View::type(const Input& input) {
   if (input.key == Key::Character) {
     mFilter += input.character;
@@ -199,6 +211,7 @@ void View::type(const Input& input) {
   mTyping = false;
 }
 
+// The rows are those of the last picture, which is what the user saw when the key was pressed.
 void View::moveCursor(int64_t rows) {
   if (mPlaces.empty()) return;
   const int64_t last = static_cast<int64_t>(mPlaces.size()) - 1;
@@ -206,6 +219,8 @@ void View::moveCursor(int64_t rows) {
   mCursor = mPlaces[mCursorRow];
 }
 
+// Only the rows on the screen become text: with 300 processes that is most of the work of a picture. Where
+// each row belongs is noted for all of them, because the cursor may go to any.
 std::vector<Line> View::listLines(const Timeline& timeline, const std::vector<ProcessState>& processes,
                                   Size size) {
   mPlaces.clear();
@@ -248,6 +263,7 @@ void View::showCursor(size_t rows) {
   if (mCursorRow >= mFirstRow + rows) mFirstRow = mCursorRow + 1 - std::max<size_t>(rows, 1);
 }
 
+// Says which time is shown in wall-clock time, because that is what other logs have.
 Line View::titleLine(const Timeline& timeline, const Surroundings& surroundings) const {
   const int64_t now = timeOf(timeline);
   const char* const state = mLive ? (isPaused() ? ", paused" : "") : (isPaused() ? "" : ", playing");
@@ -258,6 +274,7 @@ Line View::titleLine(const Timeline& timeline, const Surroundings& surroundings)
            Style::Title}};
 }
 
+// One line for three things: what is typed comes before what is wrong, and that before the counters.
 Line View::footLine(const Surroundings& surroundings) const {
   if (mTyping) return {{"/" + text::printable(mFilter), Style::Strong}, {"_", Style::Strong}};
   if (!surroundings.notice.empty()) return {{text::printable(surroundings.notice), Style::Dead}};
@@ -267,6 +284,8 @@ Line View::footLine(const Surroundings& surroundings) const {
   return line;
 }
 
+// Charts get at most half of the room and the list the rest. On a terminal of fewer than five rows the lowest
+// lines are cut, and the title stays.
 std::vector<Line> View::render(const Timeline& timeline, const Surroundings& surroundings, Size size) {
   constexpr size_t kOwnRows = 4;  // title, heads, foot, help
   const size_t room = size.rows > kOwnRows ? size.rows - kOwnRows : 0;

@@ -12,6 +12,7 @@
 
 namespace report {
 
+// What a page is to be about.
 struct Choice {
   // The process that the report is about. Empty: the one that died last; if none died, the page is about the
   // machine alone.

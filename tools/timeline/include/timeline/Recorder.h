@@ -13,6 +13,7 @@
 
 namespace timeline {
 
+// What a recording is like. All of it stays the same from the first line to the last.
 struct RecorderSettings {
   std::string path;     // made, or emptied if it is there
   int64_t everyMs = 0;  // between two answers; stands in the file for its readers

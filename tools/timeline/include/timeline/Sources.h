@@ -56,7 +56,9 @@ class Builder {
   void addDeath(const Death& death);
   // From the last answer to the next one nothing is seen. Counts once until the next answer.
   void addGap(int64_t fromMs, const std::string& reason);
+  // The short name of the program that the process runs. A later name of the same pid replaces it.
   void setName(int32_t pid, const std::string& name);
+  // The machine that the timeline is of, as text for people.
   void setMachine(const std::string& machine);
 
   // Forgets the points, changes, deaths and gaps before `bootMs`, but for the values that still held then and

@@ -29,6 +29,7 @@ struct Clocks {
 // Reads the three clocks of this machine.
 Clocks readClocks();
 
+// What the numbers of a series count. The unit decides the scale of its charts (scaleOf).
 enum class Unit {
   Percent,
   Kibibytes,
@@ -76,6 +77,7 @@ struct GlobalChange {
   bool operator==(const GlobalChange&) const = default;
 };
 
+// A process was found to run no more.
 struct Death {
   int64_t seenMs = 0;
   int32_t pid = 0;
@@ -94,6 +96,8 @@ struct Gap {
   bool operator==(const Gap&) const = default;
 };
 
+// Everything that is known of a machine between two times. A plain value: copy it, compare it, change it.
+// Threads may read one at the same time as long as none changes it.
 struct Timeline {
   // The newest readings. They turn times of this timeline into wall-clock times (wallMsOf).
   Clocks clocks;

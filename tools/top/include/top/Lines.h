@@ -7,6 +7,7 @@
 
 namespace top {
 
+// What a piece of text is. The terminal decides how that looks, so a view without colours is the same view.
 enum class Style {
   Plain,
   Strong,
@@ -18,6 +19,7 @@ enum class Style {
   Chart,
 };
 
+// A piece of a line in one style.
 struct Span {
   std::string text;  // printable; in ASCII if the terminal has no UTF-8
   Style style = Style::Plain;
@@ -25,8 +27,10 @@ struct Span {
   bool operator==(const Span&) const = default;
 };
 
+// From left to right. Columns behind the last span are blank.
 using Line = std::vector<Span>;
 
+// Of a terminal, or of a part of it, in characters.
 struct Size {
   size_t columns = 80;
   size_t rows = 24;

@@ -21,14 +21,17 @@ class Terminal {
   // process's locale for characters to that of the environment.
   [[nodiscard]] static android::base::Result<std::unique_ptr<Terminal>> open();
 
+  // Gives the screen and the keyboard back as they were.
   ~Terminal();
   Terminal(const Terminal&) = delete;
   Terminal& operator=(const Terminal&) = delete;
 
-  // Blocks where the environment's locale is UTF-8.
+  // Blocks if the environment's locale is UTF-8.
   timeline::Glyphs glyphs() const;
   // Of the terminal now; it changes when the window does.
   Size size() const;
+  // Replaces what the terminal shows. Lines must be no wider than the terminal (View::render sees to it);
+  // lines below its last row are not seen. Blocks if the terminal takes no output.
   void draw(const std::vector<Line>& lines);
   // Returns the next key that was typed, or nullopt if there is none. Does not block.
   std::optional<Input> read();

@@ -13,21 +13,26 @@
 
 namespace top {
 
+// The keys that have a meaning. Terminal::read() makes them of what the terminal sends.
 enum class Key { Up, Down, Left, Right, PageUp, PageDown, Home, End, Enter, Escape, Backspace, Character };
 
+// One key press.
 struct Input {
   Key key = Key::Character;
   std::string character;  // of Key::Character: one character in UTF-8
 };
 
 // What the view shows beside the timeline.
+// All three are shown with control characters as escapes.
 struct Surroundings {
   std::string source;  // "live", or the name of the file
   std::string counts;  // a line about statsd's counters; empty if there are none
   std::string notice;  // what is wrong at the moment; empty if nothing is
 };
 
-// Not thread-safe.
+// Holds what the user has chosen: the time, the filter, the row under the cursor, the period. It reads no
+// clock and asks nobody, so tests can play any keys at any time. The timeline is the caller's and may grow
+// between two calls. Not thread-safe.
 class View {
  public:
   // A live view follows the end of the timeline; another one stands at its end and walks through it.
@@ -36,6 +41,7 @@ class View {
   // Returns false if the key ends the view.
   [[nodiscard]] bool handle(const Input& input, const timeline::Timeline& timeline);
 
+  // Call it once a period, before the look at the service. A live view needs no call.
   // One period has passed. A recording that is being played moves on.
   void tick(const timeline::Timeline& timeline);
 
