@@ -3,8 +3,8 @@
 // entry of kAttacks.
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -14,14 +14,19 @@
 #include <cstdio>
 #include <cstring>
 #include <deque>
+#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include <binder/IServiceManager.h>
+#include <statsd/StatsEventWriter.h>
 
 #include "Frame.h"
 #include "ServiceAddress.h"
 #include "dev/kerno/internal/diagnostics/IDiagnosticsCollectorService.h"
 #include "dev/kerno/internal/diagnostics/IDiagnosticsNotificationService.h"
+#include "runtime/RuntimeDirectory.h"
 #include "runtime/SocketPath.h"
 
 namespace {
@@ -29,6 +34,7 @@ namespace {
 using android::base::unique_fd;
 using dev::kerno::internal::diagnostics::IDiagnosticsCollectorService;
 using dev::kerno::internal::diagnostics::IDiagnosticsNotificationService;
+using libstatsd::StatsEventWriter;
 using platform::binder::FrameHeader;
 using platform::binder::FrameKind;
 using platform::binder::kMaxPayload;
@@ -193,6 +199,73 @@ void killedCallers() {
   }
 }
 
+// Publishes without end. `publish` gets the number of the atom.
+template <typename Publish>
+void flood(Publish publish) {
+  StatsEventWriter writer;
+  ready();
+  for (long i = 0;; ++i) publish(writer, i);
+}
+
+void uniqueKeys() {
+  flood([pid = getpid()](StatsEventWriter& writer, long i) {
+    const std::string text = std::to_string(100'000'000'000'000 + i);
+    writer.publishApplicationState(pid, text, text);
+  });
+}
+
+void inventedPids() {
+  flood([](StatsEventWriter& writer, long i) {
+    writer.publishApplicationState(2'000'000 + static_cast<int>(i % 1'200'000), "key", "value");
+  });
+}
+
+// 520 kB of one process: more than a reply can carry.
+void largeProcess() {
+  flood([pid = getpid(), value = std::string(3900, 'x')](StatsEventWriter& writer, long i) {
+    writer.publishApplicationState(pid, std::to_string(i % 134), value);
+  });
+}
+
+void atomsOfOneKey() {
+  flood([pid = getpid(), value = std::string(3900, 'x')](StatsEventWriter& writer, long) {
+    writer.publishApplicationState(pid, "key", value);
+  });
+}
+
+using Query = android::binder::Status (IDiagnosticsCollectorService::*)(android::os::PersistableBundle*);
+
+template <Query query>
+void askForEver() {
+  const auto collector =
+      android::interface_cast<IDiagnosticsCollectorService>(android::defaultServiceManager()->checkService(
+          android::String16(IDiagnosticsCollectorService::kServiceName)));
+  for (;;) {
+    android::os::PersistableBundle reply;
+    ((*collector).*query)(&reply);
+  }
+}
+
+void wholeTableCalls() {
+  onThreads(16, askForEver<&IDiagnosticsCollectorService::getAllAvailableApplicationStateData>);
+}
+
+void contextCalls() {
+  onThreads(20, askForEver<&IDiagnosticsCollectorService::getSystemContextData>);
+}
+
+// Locks every lock file of the service that it can open, and prints their names.
+void heldLocks() {
+  for (const auto& entry : std::filesystem::directory_iterator(platform::runtimeDirectory())) {
+    const std::string name = entry.path().filename();
+    if (!name.ends_with("lock")) continue;
+    const int fd = open(entry.path().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd >= 0 && flock(fd, LOCK_EX | LOCK_NB) == 0) printf("holds %s\n", name.c_str());
+  }
+  ready();
+  pause();
+}
+
 struct Attack {
   const char* name;
   void (*run)();
@@ -208,6 +281,13 @@ constexpr Attack kAttacks[] = {
     {"connectSendClose", connectSendClose},
     {"malformedFrames", malformedFrames},
     {"killedCallers", killedCallers},
+    {"uniqueKeys", uniqueKeys},
+    {"inventedPids", inventedPids},
+    {"largeProcess", largeProcess},
+    {"atomsOfOneKey", atomsOfOneKey},
+    {"wholeTableCalls", wholeTableCalls},
+    {"contextCalls", contextCalls},
+    {"heldLocks", heldLocks},
 };
 
 }  // namespace

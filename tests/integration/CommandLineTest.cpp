@@ -42,7 +42,7 @@ class CommandLineTest : public testing::Test {
   Daemon daemon;
 };
 
-TEST_F(CommandLineTest, StatesAreTablesForPeopleAndJsonForPrograms) {
+TEST_F(CommandLineTest, statesAreTablesForPeopleAndJsonForPrograms) {
   daemon.start();
   EXPECT_TRUE(publish(70, "screen", "home") && publish(70, "last_action", "tap"));
   EXPECT_TRUE(publish(9, "number", "42") && publish(9, "object", "{\"a\": [1, 2]}"));
@@ -61,14 +61,14 @@ TEST_F(CommandLineTest, StatesAreTablesForPeopleAndJsonForPrograms) {
   EXPECT_EQ(states["almost"].asString(), "{\"a\": 1} and more");
 }
 
-TEST_F(CommandLineTest, WhatApplicationsPublishCannotDriveTheTerminal) {
+TEST_F(CommandLineTest, whatApplicationsPublishCannotDriveTheTerminal) {
   daemon.start();
   EXPECT_TRUE(publish(5, "title\x1b]0;x\x07", "a\nb\x1b[2J\u202ec\u009bd"));
   EXPECT_EQ(diagctl({"state", "5"}).output,
             "process 5\n  title\\x1b]0;x\\x07  a\\nb\\x1b[2J\\u202ec\\x9bd\n");
 }
 
-TEST_F(CommandLineTest, ContextShowsHistoriesAsCharts) {
+TEST_F(CommandLineTest, contextShowsHistoriesAsCharts) {
   daemon.start();
   ASSERT_TRUE(fixture::eventually([&] {
     const Json::Value values = json({"context"})["SystemContextData"];
@@ -80,7 +80,7 @@ TEST_F(CommandLineTest, ContextShowsHistoriesAsCharts) {
   EXPECT_THAT(context, AllOf(HasSubstr("now "), Not(HasSubstr("time_series"))));
 }
 
-TEST_F(CommandLineTest, PingAndNotifySayWhatHappened) {
+TEST_F(CommandLineTest, pingAndNotifySayWhatHappened) {
   daemon.start();
   EXPECT_TRUE(json({"ping"})["DiagnosticsNotificationService"]["round_trip_us"].isIntegral());
   EXPECT_EQ(json({"notify", "1"})["sent"].asInt(), 1);
@@ -88,7 +88,7 @@ TEST_F(CommandLineTest, PingAndNotifySayWhatHappened) {
   EXPECT_TRUE(daemon.logs("Unexpected system event: -2"));
 }
 
-TEST_F(CommandLineTest, ExitCodesTellRefusalFromWrongUsage) {
+TEST_F(CommandLineTest, exitCodesTellRefusalFromWrongUsage) {
   const Outcome nobody = diagctl({"ping"});
   EXPECT_EQ(nobody.exitCode(), 1);
   EXPECT_THAT(nobody.output, HasSubstr("is not running in " + daemon.runtime().substr(0, 10)));

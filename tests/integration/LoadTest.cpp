@@ -102,8 +102,8 @@ TEST(LoadTest, goodClientsGetEveryAnswerAndMemoryStaysFlat) {
   while (elapsed() < seconds) {
     for (int i = 0; i < 100; ++i) (void)fixture::publish(getpid(), "key " + std::to_string(i % 20), "value");
     // One client dies in mid-call, and another does not read its answers.
-    const Process killed({staged("greedy_client"), "2"}, daemon.client());
-    const Process stalled({staged("greedy_client"), "8"}, daemon.client());
+    const Process killed({staged("attacker"), "wholeTableCalls"}, daemon.client());
+    const Process stalled({staged("attacker"), "wholeTableCalls"}, daemon.client());
     usleep(200'000);
     killed.signal(SIGKILL);
     stalled.signal(SIGSTOP);
