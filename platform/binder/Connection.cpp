@@ -1,51 +1,26 @@
 #include "Connection.h"
 
 #include <cerrno>
+#include <memory>
 #include <utility>
 
 #include <poll.h>
 #include <sys/socket.h>
 
-#include <binder/IPCThreadState.h>
-
 #include "Log.h"
 #include "runtime/HeapPolicy.h"
 
 namespace platform::binder {
-namespace {
-
-// The slots of one-way calls count for this uid, not for their clients: a client that has used up its share
-// of the pool would otherwise hold the turn and so delay the one-way calls of all others.
-constexpr uid_t kNobody = static_cast<uid_t>(-1);
-
-// Makes a token for IPCThreadState::restoreCallingIdentity(). clearCallingIdentity() makes one too, but it
-// costs two system calls.
-int64_t identityToken(Peer caller) {
-  return static_cast<int64_t>(static_cast<uint64_t>(caller.uid) << 32 | static_cast<uint32_t>(caller.pid));
-}
-
-// Runs a transaction on the calling thread. Until it returns, getCallingUid() and getCallingPid() name
-// `caller`. Returns the transaction's status: OK for a positive one, and the parcel's error if the reply
-// could not be written. Leaves `reply` empty unless the status is OK.
-android::status_t dispatch(android::BBinder& binder, Peer caller, const FrameHeader& header,
-                           const android::Parcel& request, android::Parcel* reply) {
-  android::IPCThreadState* const thread = android::IPCThreadState::self();
-  const int64_t own = identityToken({thread->getCallingUid(), thread->getCallingPid()});
-  thread->restoreCallingIdentity(identityToken(caller));
-  android::status_t status = binder.transact(header.value, request, reply, header.flags);
-  thread->restoreCallingIdentity(own);
-  if (status >= android::OK) status = reply->errorCheck();
-  if (status != android::OK) reply->freeData();
-  return status;
-}
-
-}  // namespace
 
 Pool::Pool(const Limits& limits)
-    : transfer(limits.transfer), slots({0, 0}), requests(limits.requests), replies(limits.replies) {}
+    : transfer(limits.transfer),
+      slots({0, 0}),
+      requests(limits.requests),
+      replies(limits.replies),
+      oneWays(limits.oneWays) {}
 
 void Pool::close() {
-  for (Shares* const shares : {&slots, &requests, &replies}) shares->close();
+  for (Shares* const shares : {&slots, &requests, &replies, &oneWays}) shares->close();
 }
 
 void Pool::warn(const std::string& what) {
@@ -81,47 +56,29 @@ bool Connection::serveFrame() {
   enter(State::Transferring);
   const auto header = mReader.header();
   if (!header.ok()) return fail(header.error().message());
+  return isOneWay(*header) ? enqueue(*header) : answer(*header);
+}
+
+bool Connection::enqueue(const FrameHeader& header) {
+  auto call = std::make_unique<OneWayQueue::Call>();
+  if (!awaitRoom(mPool.oneWays, header.size + kOneWayOverhead, &call->room)) return false;
+  if (!readPayload(header.size, &call->data)) return false;
+  call->header = header;
+  call->caller = mPeer.uid;
+  mService.oneWays.push(std::move(call));
+  return true;
+}
+
+bool Connection::answer(const FrameHeader& header) {
   android::Parcel request;
   Shares::Part room;
-  if (!readPayload(header->size, &request, &room)) return false;
-  const bool goesOn =
-      isOneWay(*header) ? runOneWay(*header, request) : answer(*header, &request, std::move(room));
-  if (mReply.dataSize() > kSmallPayload || mReply.errorCheck() != android::OK) mReply.freeData();
-  mReply.setDataSize(0);
-  return goesOn;
-}
-
-// Waits until the client's share has room for the payload, then reads it. Small payloads need no room.
-bool Connection::readPayload(size_t size, android::Parcel* data, Shares::Part* room) {
-  if (size > kSmallPayload) {
-    const auto before = SteadyClock::now();
-    enter(State::Running);
-    *room = mPool.requests.take(mPeer.uid, size);
-    if (!*room) return false;
-    mReader.extendDeadline(SteadyClock::now() - before);
-    enter(State::Transferring);
-  }
-  if (const auto read = mReader.payload(size, data); !read.ok()) return fail(read.error().message());
-  enter(State::Running);
-  return true;
-}
-
-bool Connection::runOneWay(const FrameHeader& header, const android::Parcel& request) {
-  // The turn comes first: calls that wait for it must not hold slots, which two-way calls could use.
-  const Shares::Part turn = mService.oneWayTurn.take(mPeer.uid, 1);
-  const Shares::Part slot = mPool.slots.take(kNobody, 1);
-  if (!turn || !slot) return false;
-  // A one-way call has no calling pid, as on the device.
-  dispatch(*mService.binder, {mPeer.uid, 0}, header, request, &mReply);
-  return true;
-}
-
-bool Connection::answer(const FrameHeader& header, android::Parcel* request, Shares::Part room) {
+  if (header.size > kSmallPayload && !awaitRoom(mPool.requests, header.size, &room)) return false;
+  if (!readPayload(header.size, &request)) return false;
   Shares::Part slot = mPool.slots.take(mPeer.uid, 1);
   if (!slot) return false;
-  android::status_t status = dispatch(*mService.binder, mPeer, header, *request, &mReply);
+  android::status_t status = dispatch(*mService.binder, mPeer, header, request, &mReply);
   // The request must not take memory while a slow client reads the reply.
-  request->freeData();
+  request.freeData();
   room.reset();
   noteHeapTraffic(mReply.dataSize());
   if (mReply.dataSize() > kMaxPayload) {
@@ -131,7 +88,27 @@ bool Connection::answer(const FrameHeader& header, android::Parcel* request, Sha
     mReply.freeData();
     status = android::FAILED_TRANSACTION;
   }
-  return reply(status, std::move(slot));
+  const bool sent = reply(status, std::move(slot));
+  if (mReply.dataSize() > kSmallPayload || mReply.errorCheck() != android::OK) mReply.freeData();
+  mReply.setDataSize(0);
+  return sent;
+}
+
+// Waits until the client's share has room for a payload that is not read yet. The time does not count against
+// the client.
+bool Connection::awaitRoom(Shares& shares, size_t amount, Shares::Part* room) {
+  const auto before = SteadyClock::now();
+  enter(State::Running);
+  *room = shares.take(mPeer.uid, amount);
+  mReader.extendDeadline(SteadyClock::now() - before);
+  enter(State::Transferring);
+  return *room != nullptr;
+}
+
+bool Connection::readPayload(size_t size, android::Parcel* data) {
+  if (const auto read = mReader.payload(size, data); !read.ok()) return fail(read.error().message());
+  enter(State::Running);
+  return true;
 }
 
 bool Connection::reply(android::status_t status, Shares::Part slot) {

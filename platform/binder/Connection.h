@@ -9,6 +9,7 @@
 #include <binder/Binder.h>
 
 #include "Frame.h"
+#include "Service.h"
 #include "ServiceAddress.h"
 #include "Shares.h"
 #include "runtime/LogLimit.h"
@@ -29,23 +30,15 @@ struct Pool {
   Shares slots;
   Shares requests;
   Shares replies;
+  Shares oneWays;
 
  private:
   LogLimit mWarnings;
 };
 
-// A binder object that a server publishes under a name.
-struct Service {
-  std::string name;
-  android::sp<android::BBinder> binder;
-  // One-way calls to one object run one after the other: each takes the object's only turn. Two names of the
-  // same object share it.
-  Shares& oneWayTurn;
-  android::base::unique_fd listener;
-};
-
-// The server's end of a client's connection. A thread of its own reads the frames and runs the transactions
-// one at a time, each with a slot of the pool. Calls that the thread has not read yet wait in the socket.
+// The server's end of a client's connection. A thread of its own reads the frames and runs the two-way
+// transactions one at a time, each with a slot of the pool. It hands one-way calls to the service's queue.
+// Calls that the thread has not read yet wait in the socket.
 class Connection {
  public:
   enum class State {
@@ -70,9 +63,10 @@ class Connection {
 
  private:
   bool serveFrame();
-  bool readPayload(size_t size, android::Parcel* data, Shares::Part* room);
-  bool runOneWay(const FrameHeader& header, const android::Parcel& request);
-  bool answer(const FrameHeader& header, android::Parcel* request, Shares::Part room);
+  bool enqueue(const FrameHeader& header);
+  bool answer(const FrameHeader& header);
+  bool awaitRoom(Shares& shares, size_t amount, Shares::Part* room);
+  bool readPayload(size_t size, android::Parcel* data);
   bool reply(android::status_t status, Shares::Part slot);
   bool sendRest(const FrameHeader& header, size_t sent);
   void enter(State state);

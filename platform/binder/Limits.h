@@ -12,8 +12,12 @@ namespace platform::binder {
 // gets FAILED_TRANSACTION; a frame that announces more ends its connection, and nothing is allocated for it.
 inline constexpr size_t kMaxPayload = 1024 * 1024 - 8 * 1024;
 
-// Bytes of payload that a frame carries free of charge. Larger ones count against Limits::requests.
+// Bytes of payload that a two-way call carries free of charge. Larger ones count against Limits::requests.
 inline constexpr size_t kSmallPayload = size_t{8} * 1024;
+
+// Bytes that a one-way call counts beside its payload: what the queue needs for it, so that the bound on
+// bytes bounds the number of calls too (4,096 empty ones for each uid).
+inline constexpr size_t kOneWayOverhead = 256;
 
 // A resource that the clients of a process share.
 struct Share {
@@ -34,14 +38,19 @@ struct Limits {
   // connection can go, the new one is closed.
   size_t connections = 0;
 
-  // Bytes of requests over kSmallPayload that are being read, wait for the pool or for the one-way call
-  // before them, or run. Half a request may hold its bytes for `transfer`, so one uid never gets more than a
-  // quarter. Beyond it nothing more is read from that uid's connections.
+  // Bytes of two-way requests over kSmallPayload that are being read, wait for the pool, or run. Half a
+  // request may hold its bytes for `transfer`, so one uid never gets more than a quarter. Beyond it nothing
+  // more is read from that uid's connections.
   Share requests{size_t{16} << 20, size_t{4} << 20};
 
   // Bytes of replies that their clients have not taken yet, beyond what the socket holds. Beyond it the
   // transaction keeps its slot of the pool until an earlier reply of the same uid is taken or given up.
   Share replies{size_t{16} << 20, size_t{4} << 20};
+
+  // Bytes of one-way calls that are being read, wait, or run, each with kOneWayOverhead. One uid gets as much
+  // as one call of the largest size needs. Beyond it nothing more is read from the connection that sent the
+  // call until earlier calls have run.
+  Share oneWays{size_t{4} << 20, size_t{1} << 20};
 };
 
 // The slots of a pool of `slots` that one uid may hold: a quarter, as of the connections, but up to four
@@ -76,10 +85,9 @@ inline constexpr std::chrono::milliseconds kAcceptPause{100};
 // them.
 inline constexpr std::chrono::milliseconds kDrain{3000};
 
-// How long a client waits for room for a one-way call before the call fails with FAILED_TRANSACTION. A server
-// keeps no queue of one-way calls: it reads a connection's next one when the one before has run, so those
-// that wait fill the socket of their sender's thread, 208 KiB with Linux's defaults, and then stop that
-// sender.
+// How long a client waits for room for a one-way call before the call fails with FAILED_TRANSACTION. The
+// server takes calls up to Limits::oneWays; further ones fill the socket of the calling thread, 208 KiB with
+// Linux's defaults.
 inline constexpr std::chrono::milliseconds kOneWayPatience{1000};
 // How long a client waits for a server to accept its connection. Beyond it the server counts as busy.
 inline constexpr std::chrono::milliseconds kConnectPatience{2000};

@@ -44,8 +44,8 @@ Server::~Server() {
 
 void Server::serve(const std::string& name, android::sp<android::BBinder> binder, unique_fd socket) {
   const LockGuard guard(mMutex);
-  Shares& turn = mOneWayTurns.try_emplace(binder.get(), Share{1, 1}).first->second;
-  mServices.push_back(Service{name, std::move(binder), turn, std::move(socket)});
+  OneWayQueue& queue = mOneWays.try_emplace(binder.get(), binder, mPool.slots, mThreads).first->second;
+  mServices.push_back(Service{name, std::move(binder), queue, std::move(socket)});
   const auto started =
       mThreads.start("BinderAccept", [this, &service = mServices.back()] { acceptAll(service); });
   if (!started.ok()) ALOGE("%s is not served: %s", name.c_str(), started.error().message().c_str());
@@ -77,7 +77,7 @@ void Server::stop() {
   const LockGuard guard(mMutex);
   if (mStopping.exchange(true)) return;
   for (const Service& service : mServices) shutdown(service.listener.get(), SHUT_RDWR);
-  for (auto& [binder, turn] : mOneWayTurns) turn.close();
+  for (auto& [binder, queue] : mOneWays) queue.stop();
   mPool.close();
   mConnections.giveUpAll();
   mStopped.notify_all();

@@ -16,9 +16,10 @@
 
 namespace platform::binder {
 
-// A process's side of the services that it publishes: a thread for each service accepts its connections, and
-// each connection has a thread. The thread pool is a number of slots: a transaction takes one for as long as
-// it runs. All threads block while there is nothing to do. Thread-safe.
+// A process's side of the services that it publishes: a thread for each service accepts its connections,
+// each connection has a thread, and each binder object has a thread for its one-way calls. The thread pool is
+// a number of slots: a transaction takes one for as long as it runs. All threads block while there is nothing
+// to do. Thread-safe.
 class Server {
  public:
   explicit Server(const Limits& limits = {});
@@ -60,7 +61,7 @@ class Server {
   bool mPoolStarted GUARDED_BY(mMutex) = false;
   // Lists and maps, because the threads refer to their entries.
   std::list<Service> mServices GUARDED_BY(mMutex);
-  std::map<const android::BBinder*, Shares> mOneWayTurns GUARDED_BY(mMutex);
+  std::map<const android::BBinder*, OneWayQueue> mOneWays GUARDED_BY(mMutex);
 };
 
 // The server of this process. It is never destroyed, because its threads may outlive main().

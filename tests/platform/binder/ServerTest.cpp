@@ -3,6 +3,8 @@
 
 #include "Server.h"
 
+#include <filesystem>
+#include <iterator>
 #include <thread>
 
 #include <poll.h>
@@ -189,7 +191,7 @@ TEST_F(ServerTest, repliesThatNobodyReadsHoldTheirShareAndThenSlotsOfThePool) {
 }
 
 TEST_F(ServerTest, aOneWayFloodStopsTheSenderAndNeitherTwoWayCallsNorThePool) {
-  start({}, kThreads);
+  start({.oneWays = {1 << 20, 4096}}, kThreads);
   RawClient flood = client();
   flood.send(frame(TestService::kHold, 0, kOneWay));
   std::string notes;
@@ -199,6 +201,27 @@ TEST_F(ServerTest, aOneWayFloodStopsTheSenderAndNeitherTwoWayCallsNorThePool) {
   EXPECT_TRUE(mService->awaitNotes(0).empty());
   client().send(frame(TestService::kRelease));
   EXPECT_EQ(mService->awaitNotes(100).back(), 99);
+}
+
+size_t openFiles() {
+  const std::filesystem::directory_iterator all("/proc/self/fd");
+  return static_cast<size_t>(std::distance(begin(all), end(all)));
+}
+
+TEST_F(ServerTest, aOneWayCallThatWaitsHoldsNoDescriptorOfAClientThatHasClosed) {
+  start({}, kThreads);
+  client().send(frame(TestService::kHold, 0, kOneWay));
+  mService->awaitHeld();
+  const size_t before = openFiles();
+  constexpr size_t kClients = 50;
+  for (size_t i = 0; i < kClients; ++i) client().send(frame(TestService::kNote, 1, kOneWay));
+  EXPECT_TRUE(client().answers());  // so the server has accepted those before it
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (openFiles() > before && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+  EXPECT_LE(openFiles(), before);
+  EXPECT_TRUE(mService->awaitNotes(0).empty());
+  mService->release();
+  EXPECT_EQ(mService->awaitNotes(kClients).size(), kClients);
 }
 
 // A client that has to make room learns it from its next call.
