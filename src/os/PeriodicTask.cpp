@@ -32,23 +32,24 @@ PeriodicTask::~PeriodicTask() {
 void PeriodicTask::start(bool runImmediately) {
   if (isRunning()) return;
   auto run = std::make_shared<Run>(mPeriod, mTask, runImmediately);
-  std::thread worker;
+  std::thread surplus;  // if another start() came first
   {
     // The worker begins by taking this lock, so it does nothing before it is named and belongs to the object.
     const Base::LockGuard hold(run->mutex);
     // mMutex is not held: if no thread can be created, this call does not return, and no code here could
     // unlock it.
-    worker = std::thread([run] { threadLoop(*run); });
+    std::thread worker([run] { threadLoop(*run); });
     Thread::setName(worker, mName);
     const Base::LockGuard lock(mMutex);
     if (mRun == nullptr) {
       mRun = run;
       mThread = std::move(worker);
     } else {
-      run->running = false;  // another start() came first
+      run->running = false;
+      surplus = std::move(worker);
     }
   }
-  if (worker.joinable()) worker.join();
+  if (surplus.joinable()) surplus.join();
 }
 
 void PeriodicTask::stop(bool join) {
