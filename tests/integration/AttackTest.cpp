@@ -42,12 +42,11 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 // What is promised. Without optimisation, calls take twice as long. Under a sanitizer they take four times as
-// long. Its own memory is ten times the program's, so that peaks are bounded loosely there, and what is given
-// back is not measured.
+// long. Its allocator keeps freed memory for hundreds of megabytes, so neither peaks nor what is given back
+// are judged there.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool kSanitizer = true;
 constexpr double kSlower = 4;
-constexpr long kLarger = 12;
 #else
 constexpr bool kSanitizer = false;
 #if defined(NDEBUG)
@@ -55,13 +54,12 @@ constexpr double kSlower = 1;
 #else
 constexpr double kSlower = 2;
 #endif
-constexpr long kLarger = 1;
 #endif
 constexpr double kP99Ms = 100 * kSlower;
 constexpr double kLongestMs = 500 * kSlower;
 constexpr double kRecoveryMs = 2000 * kSlower;
-constexpr long kPeakMib = 64 * kLarger;
-constexpr long kWholeTablesPeakMib = 96 * kLarger;
+constexpr long kPeakMib = 64;
+constexpr long kWholeTablesPeakMib = 96;
 constexpr rlim_t kDescriptors = 1024;
 
 double attackSeconds() {
@@ -228,7 +226,7 @@ class AttackTest : public testing::TestWithParam<const char*> {
     EXPECT_LE(row.anew.quantile(1), row.bound(kLongestMs)) << name;
     EXPECT_LE(row.recoveryMs, row.bound(kRecoveryMs)) << name;
     EXPECT_LE(row.files, kDescriptors - 64) << name;
-    EXPECT_LE(row.peakMib, static_cast<double>(peakMib)) << name;
+    EXPECT_TRUE(kSanitizer || row.peakMib <= static_cast<double>(peakMib)) << name << ": " << row.peakMib;
     EXPECT_EQ(keysOf(getpid()), published) << name << ": the good publisher's states";
     EXPECT_TRUE(daemon.process().running()) << name;
     return row;
