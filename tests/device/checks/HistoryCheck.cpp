@@ -1,7 +1,6 @@
 // The histories that the daemon keeps of the guest's own kernel, and of the files laid over /sys/class.
 
 #include <gtest/gtest.h>
-#include <os/Json.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -11,6 +10,7 @@
 #include <vector>
 
 #include "Machine.h"
+#include "base/Json.h"
 
 namespace {
 
