@@ -99,7 +99,7 @@ TEST_P(RecordedViewsTest, theReplayedTimelineHoldsWhatTheLinesSay) {
   EXPECT_EQ(timeline->gaps[0].toMs, counts["gaps"][0][1].asInt64());
 
   Json::Value last(Json::objectValue);
-  for (const ProcessState& process : processesAt(*timeline, timeline->endMs)) {
+  for (const ProcessSnapshot& process : processesAt(*timeline, timeline->endMs)) {
     for (const auto& [key, state] : process.keys) last[std::to_string(process.pid)][key] = state.value;
   }
   EXPECT_EQ(last, counts["last"]);

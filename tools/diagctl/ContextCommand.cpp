@@ -10,7 +10,6 @@
 namespace diagctl {
 namespace {
 
-using android::String16;
 using android::base::Error;
 using android::os::PersistableBundle;
 
@@ -54,7 +53,7 @@ Result<void> context(const Options& options) {
   const auto service = collector();
   if (!service.ok()) return Error() << service.error();
   PersistableBundle reply;
-  const auto asked = outcomeOf((*service)->getSystemContextData(&reply));
+  auto asked = outcomeOf((*service)->getSystemContextData(&reply));
   if (!asked.ok()) return asked;
   printJson(toJson(reply));
   return {};

@@ -18,8 +18,6 @@
 namespace diagctl {
 namespace {
 
-using android::base::ErrnoError;
-using android::base::Error;
 using std::chrono::milliseconds;
 using SteadyClock = std::chrono::steady_clock;
 
@@ -52,7 +50,7 @@ class Recording {
     const auto start = SteadyClock::now();
     auto next = start;
     while (true) {
-      if (const auto added = addAnswer(false); !added.ok()) return added;
+      if (auto added = addAnswer(false); !added.ok()) return added;
       const milliseconds every(mArguments.everyMs);
       // A round that took longer than its time does not make the next ones come in a burst.
       next = std::max(next + every, SteadyClock::now() + every / 2);
@@ -76,7 +74,7 @@ class Recording {
     if (!answer) return mRecorder.addGap(mSeenMs.value_or(nowMs), "the service did not answer in time");
     if (!answer->ok()) return mRecorder.addGap(mSeenMs.value_or(nowMs), answer->error().message());
     const timeline::Answer& seen = **answer;
-    if (const auto added = mRecorder.add(seen, dead); !added.ok()) return added;
+    if (auto added = mRecorder.add(seen, dead); !added.ok()) return added;
     mSeenMs = seen.clocks.bootMs;
     mLast = seen.processes;
     return mRecorder.addNames(seen.clocks.bootMs, mNames.newOf(mLast));

@@ -40,8 +40,7 @@ Result<void> state(int pid, const Options& options) {
   const auto service = collector();
   if (!service.ok()) return Error() << service.error();
   PersistableBundle process;
-  const auto asked =
-      outcomeOf((*service)->getApplicationStateDataForProcess(pid, String16("diagctl"), &process));
+  auto asked = outcomeOf((*service)->getApplicationStateDataForProcess(pid, String16("diagctl"), &process));
   if (!asked.ok()) return asked;
   if (process.empty()) {
     return Error()
@@ -58,7 +57,7 @@ Result<void> states(const Options& options) {
   const auto service = collector();
   if (!service.ok()) return Error() << service.error();
   PersistableBundle all;
-  const auto asked = outcomeOf((*service)->getAllAvailableApplicationStateData(&all));
+  auto asked = outcomeOf((*service)->getAllAvailableApplicationStateData(&all));
   if (!asked.ok()) return asked;
   if (options.json) {
     printJson(toJson(all));
@@ -78,7 +77,7 @@ Result<void> states(const Options& options) {
 Result<void> notify(int32_t code, const Options& options) {
   const auto service = notifier();
   if (!service.ok()) return Error() << service.error();
-  const auto sent =
+  auto sent =
       outcomeOf((*service)->notifySystemEvent(static_cast<IDiagnosticsNotificationEventCode>(code), {}));
   if (!sent.ok()) return sent;
   if (options.json) {

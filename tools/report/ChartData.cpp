@@ -29,7 +29,9 @@ struct Chart {
   std::string title;
   timeline::Unit unit;
 
-  auto operator<=>(const Chart&) const = default;
+  bool operator<(const Chart& other) const {
+    return std::tie(place, title, unit) < std::tie(other.place, other.title, other.unit);
+  }
 };
 
 // The chart that a series belongs to. All other sources have a chart of their own, below the known ones.
@@ -107,9 +109,9 @@ void append(Json::Value& marks, Json::Value mark) {
 }
 
 // One row of bars on the page: the name at the left, the marks in the order of their times.
-Json::Value laneOf(std::string key, Json::Value marks) {
+Json::Value laneOf(const std::string& key, Json::Value marks) {
   Json::Value lane;
-  lane["key"] = std::move(key);
+  lane["key"] = key;
   lane["changes"] = std::move(marks);
   return lane;
 }

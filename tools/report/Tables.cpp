@@ -14,7 +14,7 @@ namespace report {
 namespace {
 
 using timeline::KeyState;
-using timeline::ProcessState;
+using timeline::ProcessSnapshot;
 using timeline::Series;
 
 // The distance to the end is what one compares; the time of day, without the date, finds the line in other
@@ -140,7 +140,7 @@ std::string factsTable(const Scope& scope) {
 std::string statesTable(const Scope& scope) {
   if (!scope.pid) return "<p class=\"none\">The report is about no single process.</p>";
   std::string rows;
-  for (const ProcessState& process : processesAt(scope.timeline, scope.endMs)) {
+  for (const ProcessSnapshot& process : processesAt(scope.timeline, scope.endMs)) {
     if (process.pid == *scope.pid) rows = stateRows(scope, process.keys);
   }
   return table({"Changed", "Key", "Value"}, rows, "It had published no state.");
@@ -181,7 +181,7 @@ std::string figureTables(const Scope& scope) {
 // A heading for each process, then its keys. Folded by the page, because there may be hundreds.
 std::string othersTable(const Scope& scope) {
   std::string html;
-  for (const ProcessState& process : processesAt(scope.timeline, scope.endMs)) {
+  for (const ProcessSnapshot& process : processesAt(scope.timeline, scope.endMs)) {
     if (process.pid == scope.pid) continue;
     html += fmt::format("<tr><th colspan=\"3\">{} {}", process.pid, isolated(process.name));
     if (process.deadMs) {
@@ -198,7 +198,7 @@ std::string othersTable(const Scope& scope) {
 
 size_t countOthers(const Scope& scope) {
   size_t count = 0;
-  for (const ProcessState& process : processesAt(scope.timeline, scope.endMs)) {
+  for (const ProcessSnapshot& process : processesAt(scope.timeline, scope.endMs)) {
     if (process.pid != scope.pid) ++count;
   }
   return count;

@@ -196,7 +196,7 @@ void Builder::dropBefore(int64_t bootMs) {
   Timeline& timeline = mState->timeline;
   std::vector<KeyChange> kept;
   std::vector<Death> keptDeaths;
-  for (const ProcessState& process : processesAt(timeline, bootMs - 1)) {
+  for (const ProcessSnapshot& process : processesAt(timeline, bootMs - 1)) {
     for (const auto& [key, state] : process.keys) {
       kept.push_back({state.changedMs, process.pid, key, state.value, state.known});
     }

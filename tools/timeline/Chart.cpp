@@ -54,7 +54,7 @@ std::string bars(const std::vector<std::optional<double>>& columns, const Scale&
       continue;
     }
     const double share = (*value - scale.lowest) / (scale.highest - scale.lowest);
-    const double level = std::clamp(share, 0.0, 1.0) * (levels.size() - 1);
+    const double level = std::clamp(share, 0.0, 1.0) * static_cast<double>(levels.size() - 1);
     text += levels[static_cast<size_t>(std::lround(level))];
   }
   return text;

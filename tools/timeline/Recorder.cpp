@@ -64,10 +64,10 @@ bool Recorder::wantsContext(int64_t bootMs) const {
 // The context comes last: readers see the states of its time before it.
 Result<void> Recorder::add(const Answer& answer, const std::set<int32_t>& dead) {
   const bool picture = mStarting || mInGap || answer.clocks.bootMs - mPictureMs >= kPictureEveryMs;
-  if (const auto written = picture ? addPicture(answer) : addChanges(answer); !written.ok()) return written;
+  if (auto written = picture ? addPicture(answer) : addChanges(answer); !written.ok()) return written;
   mStarting = mInGap = false;
   mLast = answer.processes;
-  if (const auto written = addDeaths(answer, dead); !written.ok()) return written;
+  if (auto written = addDeaths(answer, dead); !written.ok()) return written;
   if (answer.context.empty()) return {};
   mContextMs = answer.clocks.bootMs;
   Json::Value line(Json::objectValue);
@@ -79,13 +79,13 @@ Result<void> Recorder::add(const Answer& answer, const std::set<int32_t>& dead) 
 }
 
 Result<void> Recorder::addPicture(const Answer& answer) {
-  if (const auto dropped = dropOldestMinutes(); !dropped.ok()) return dropped;
+  if (auto dropped = dropOldestMinutes(); !dropped.ok()) return dropped;
   mPictureMs = answer.clocks.bootMs;
   mMinutes.push_back(mBytes);
   Json::Value line(Json::objectValue);
   line["clocks"] = timeline::toJson(answer.clocks);
   line["processes"] = timeline::toJson(answer.processes);
-  if (const auto written = writeLine(line); !written.ok()) return written;
+  if (auto written = writeLine(line); !written.ok()) return written;
   // The minutes before may be gone one day, so each one repeats what is still true of its processes.
   for (auto name = mNames.begin(); name != mNames.end();) {
     name = answer.processes.contains(name->first) ? std::next(name) : mNames.erase(name);
@@ -164,19 +164,19 @@ Result<void> Recorder::dropOldestMinutes() {
   if (lseek(mFd.get(), 0, SEEK_SET) != 0) return ErrnoError() << "cannot read " << mSettings.path;
   auto text = Torv::Base::readToEnd(mFd.get(), mBytes);
   if (!text.ok()) return Error() << mSettings.path << ": " << text.error();
-  text->replace(0, keptFrom, mFirstLine);
+  const std::string& kept = text->replace(0, keptFrom, mFirstLine);
 
   const std::string temporary = mSettings.path + ".new";
   android::base::unique_fd fd(open(temporary.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
   if (!fd.ok()) return ErrnoError() << "cannot create " << temporary;
-  if (!android::base::WriteFully(fd.get(), text->data(), text->size()) ||
+  if (!android::base::WriteFully(fd.get(), kept.data(), kept.size()) ||
       rename(temporary.c_str(), mSettings.path.c_str()) != 0) {
     const int error = errno;
     unlink(temporary.c_str());
     return Error(error) << "cannot shorten " << mSettings.path;
   }
   mFd = std::move(fd);
-  mBytes = text->size();
+  mBytes = kept.size();
   mMinutes.erase(mMinutes.begin(), first);
   for (uint64_t& offset : mMinutes) offset = offset - keptFrom + mFirstLine.size();
   return {};

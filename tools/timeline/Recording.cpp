@@ -44,7 +44,7 @@ Result<std::map<std::string, Texts>> globalsFrom(const Json::Value& line) {
 }
 
 // Adds the lines of a recording to a builder, one after the other.
-class Reader {
+class RecordingReader {
  public:
   Result<void> addLine(const Json::Value& line) {
     if (!line.isObject()) return Error() << "no JSON object";
@@ -58,7 +58,7 @@ class Reader {
   Result<void> addAnswer(const Json::Value& line, const Json::Value& readings) {
     const auto clocks = clocksFrom(readings);
     if (!clocks.ok()) return Error() << clocks.error();
-    if (const auto ordered = advance(clocks->bootMs); !ordered.ok()) return ordered;
+    if (auto ordered = advance(clocks->bootMs); !ordered.ok()) return ordered;
     if (const Json::Value* const pictured = findMember(line, "processes")) {
       const auto processes = processesFrom(*pictured);
       if (!processes.ok()) return Error() << processes.error();
@@ -78,7 +78,7 @@ class Reader {
     const Json::Value* const at = findMember(line, "at");
     if (at == nullptr || !isTime(*at)) return Error() << "at is missing or is no time";
     const int64_t atMs = at->asInt64();
-    if (const auto ordered = advance(atMs); !ordered.ok()) return ordered;
+    if (auto ordered = advance(atMs); !ordered.ok()) return ordered;
     if (const Json::Value* const changed = findMember(line, "changed")) {
       const auto changes = changesFrom(*changed);
       if (!changes.ok()) return Error() << changes.error();
@@ -132,7 +132,7 @@ Result<void> addHeader(Builder& builder, const Json::Value& line) {
 // a timeline with a hole that nobody marked would be believed.
 Result<Timeline> fromRecording(std::string_view text) {
   if (text.empty()) return Error() << "the recording is empty";
-  Reader reader;
+  RecordingReader reader;
   for (size_t number = 1; !text.empty(); ++number) {
     const size_t end = text.find('\n');
     if (end == std::string_view::npos && number > 1)

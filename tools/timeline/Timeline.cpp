@@ -68,11 +68,11 @@ std::string unitName(Unit unit) {
 
 // Replays all changes up to `bootMs`, which keeps the timeline a plain list: nothing has to be undone to step
 // back.
-std::vector<ProcessState> processesAt(const Timeline& timeline, int64_t bootMs) {
-  std::map<int32_t, ProcessState> byPid;
+std::vector<ProcessSnapshot> processesAt(const Timeline& timeline, int64_t bootMs) {
+  std::map<int32_t, ProcessSnapshot> byPid;
   for (const KeyChange& change : timeline.changes) {
     if (change.seenMs > bootMs) break;
-    ProcessState& process = byPid[change.pid];
+    ProcessSnapshot& process = byPid[change.pid];
     if (change.value) {
       process.keys[change.key] = {*change.value, change.seenMs, change.known};
     } else {
@@ -88,7 +88,7 @@ std::vector<ProcessState> processesAt(const Timeline& timeline, int64_t bootMs) 
       process->second.deadMs = death.seenMs;
     }
   }
-  std::vector<ProcessState> processes;
+  std::vector<ProcessSnapshot> processes;
   for (auto& [pid, process] : byPid) {
     if (process.keys.empty()) continue;
     process.pid = pid;

@@ -11,13 +11,13 @@ namespace top {
 namespace {
 
 using timeline::KeyState;
-using timeline::ProcessState;
+using timeline::ProcessSnapshot;
 
 constexpr char kHead[] = "{:>9} {:<16} {:>11}  ";
 constexpr size_t kNameColumns = 16;
 
 // Every text of the row is searched: one looks for a screen or a user as often as for a name.
-bool matches(const ProcessState& process, const std::string& filter) {
+bool matches(const ProcessSnapshot& process, const std::string& filter) {
   const auto holds = [&](const std::string& text) { return text.find(filter) != std::string::npos; };
   if (filter.empty() || holds(std::to_string(process.pid)) || holds(process.name)) return true;
   return std::any_of(process.keys.begin(), process.keys.end(),
@@ -38,7 +38,7 @@ Span keySpan(const std::string& key, const KeyState& state, const Moment& moment
 }
 
 // For a dead process the time since its death says more than the time since its last change.
-std::string changedText(const ProcessState& process, int64_t atMs) {
+std::string changedText(const ProcessSnapshot& process, int64_t atMs) {
   if (process.deadMs) return "dead " + agoText(atMs - *process.deadMs);
   int64_t newest = 0;
   for (const auto& [key, state] : process.keys) {
@@ -49,16 +49,16 @@ std::string changedText(const ProcessState& process, int64_t atMs) {
 
 }  // namespace
 
-std::vector<ProcessState> matchingProcesses(const timeline::Timeline& timeline, int64_t atMs,
-                                            const std::string& filter) {
-  std::vector<ProcessState> processes = processesAt(timeline, atMs);
-  std::erase_if(processes, [&](const ProcessState& process) { return !matches(process, filter); });
+std::vector<ProcessSnapshot> matchingProcesses(const timeline::Timeline& timeline, int64_t atMs,
+                                               const std::string& filter) {
+  std::vector<ProcessSnapshot> processes = processesAt(timeline, atMs);
+  std::erase_if(processes, [&](const ProcessSnapshot& process) { return !matches(process, filter); });
   return processes;
 }
 
 // The newest change stands first, because the line is cut at the right edge. Equal times keep the order of
 // the keys, so the line does not jump from picture to picture.
-Line processLine(const ProcessState& process, bool open, const Moment& moment) {
+Line processLine(const ProcessSnapshot& process, bool open, const Moment& moment) {
   const std::string name = text::cutTo(kNameColumns, text::printable(process.name), "~");
   const std::string padded = name + std::string(kNameColumns - text::columnsOf(name), ' ');
   const Style style = process.deadMs ? Style::Dead : Style::Plain;
@@ -85,9 +85,9 @@ Line keyLine(const std::string& key, const KeyState& state, const Moment& moment
 }
 
 // Counts what the filter lets pass, because that is what is listed.
-Line processHeads(const std::vector<ProcessState>& processes) {
+Line processHeads(const std::vector<ProcessSnapshot>& processes) {
   const auto dead = std::count_if(processes.begin(), processes.end(),
-                                  [](const ProcessState& process) { return process.deadMs.has_value(); });
+                                  [](const ProcessSnapshot& process) { return process.deadMs.has_value(); });
   return {{fmt::format(kHead, "PID", "NAME", "CHANGED") +
                fmt::format("STATES of {} processes, {} dead", processes.size(), dead),
            Style::Title}};
@@ -96,8 +96,9 @@ Line processHeads(const std::vector<ProcessState>& processes) {
 // A time that lies ahead counts as now: the view may stand a moment before the newest change.
 std::string agoText(int64_t ms) {
   const int64_t seconds = std::max<int64_t>(ms, 0) / 1000;
+  const int64_t minutes = seconds / 60;
   if (seconds < 100) return fmt::format("{} s", seconds);
-  if (seconds < 100 * 60) return fmt::format("{} min", seconds / 60);
+  if (minutes < 100) return fmt::format("{} min", minutes);
   return fmt::format("{} h", seconds / 3600);
 }
 

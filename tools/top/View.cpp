@@ -13,7 +13,7 @@
 namespace top {
 namespace {
 
-using timeline::ProcessState;
+using timeline::ProcessSnapshot;
 using timeline::Timeline;
 
 constexpr std::array<int64_t, 7> kPeriodsMs = {250, 500, 1000, 2000, 5000, 10'000, 60'000};
@@ -221,11 +221,11 @@ void View::moveCursor(int64_t rows) {
 
 // Only the rows on the screen become text: with 300 processes that is most of the work of a picture. Where
 // each row belongs is noted for all of them, because the cursor may go to any.
-std::vector<Line> View::listLines(const Timeline& timeline, const std::vector<ProcessState>& processes,
+std::vector<Line> View::listLines(const Timeline& timeline, const std::vector<ProcessSnapshot>& processes,
                                   Size size) {
   mPlaces.clear();
-  std::vector<const ProcessState*> processOfRow;
-  for (const ProcessState& process : processes) {
+  std::vector<const ProcessSnapshot*> processOfRow;
+  for (const ProcessSnapshot& process : processes) {
     mPlaces.push_back({process.pid, ""});
     if (mOpen.contains(process.pid)) {
       for (const auto& [key, state] : process.keys) mPlaces.push_back({process.pid, key});
@@ -238,7 +238,7 @@ std::vector<Line> View::listLines(const Timeline& timeline, const std::vector<Pr
   const Moment moment{timeOf(timeline), std::max<int64_t>(2 * periodMs(), 2000)};
   std::vector<Line> lines;
   for (size_t i = mFirstRow; i < mPlaces.size() && lines.size() < size.rows; ++i) {
-    const ProcessState& process = *processOfRow[i];
+    const ProcessSnapshot& process = *processOfRow[i];
     const std::string& key = mPlaces[i].key;
     lines.push_back(key.empty() ? processLine(process, mOpen.contains(process.pid), moment)
                                 : keyLine(key, process.keys.at(key), moment));

@@ -143,7 +143,7 @@ struct KeyState {
   int64_t changedMs = 0;  // when this value was seen first
   bool known = false;     // as in KeyChange
 };
-struct ProcessState {
+struct ProcessSnapshot {
   int32_t pid = 0;
   std::string name;               // empty if it is not known
   std::optional<int64_t> deadMs;  // when its death was seen, if it was by then
@@ -152,7 +152,7 @@ struct ProcessState {
 
 // The processes that were known at `bootMs`, by pid: those with at least one key, and the dead that the
 // service has not forgotten. A value that was published at `bootMs` counts.
-std::vector<ProcessState> processesAt(const Timeline& timeline, int64_t bootMs);
+std::vector<ProcessSnapshot> processesAt(const Timeline& timeline, int64_t bootMs);
 
 // The changes of one process, in the order of their times.
 std::vector<KeyChange> changesOf(const Timeline& timeline, int32_t pid);

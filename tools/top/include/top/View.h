@@ -71,7 +71,7 @@ class View {
   [[nodiscard]] bool handleCharacter(char character, const timeline::Timeline& timeline);
   void moveCursor(int64_t rows);
   std::vector<Line> listLines(const timeline::Timeline& timeline,
-                              const std::vector<timeline::ProcessState>& processes, Size size);
+                              const std::vector<timeline::ProcessSnapshot>& processes, Size size);
   void showCursor(size_t rows);
   Line titleLine(const timeline::Timeline& timeline, const Surroundings& surroundings) const;
   Line footLine(const Surroundings& surroundings) const;
