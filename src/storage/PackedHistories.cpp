@@ -96,11 +96,10 @@ void PackedHistories::clear(std::string_view key) {
 size_t PackedHistories::keepNewest(size_t maxBytes) {
   std::vector<std::pair<int64_t, size_t>> candidates;  // the newest value's time, and the record's offset
   candidates.reserve(mKeys);
-  for (size_t at = 0; at < mBlock.size(); at += headerAt(at).room) {
-    if (headerAt(at).dropped) continue;
+  forEachRecord([&](size_t at) {
     const History history = historyAt(at);
     candidates.emplace_back(history.empty() ? INT64_MIN : history.newest().timestampNs, at);
-  }
+  });
   std::sort(candidates.begin(), candidates.end(), std::greater<>());
 
   size_t kept = 0;
@@ -205,21 +204,18 @@ size_t PackedHistories::tightRoom(size_t at) const {
 // is none.
 size_t PackedHistories::repack(size_t extra, size_t watched) {
   size_t used = extra;
-  for (size_t at = 0; at < mBlock.size(); at += headerAt(at).room) {
-    if (!headerAt(at).dropped) used += tightRoom(at);
-  }
+  forEachRecord([&](size_t at) { used += tightRoom(at); });
   std::vector<char> block;
   block.reserve(capacityFor(used));
   size_t moved = kNone;
-  for (size_t at = 0; at < mBlock.size(); at += headerAt(at).room) {
-    Header header = headerAt(at);
-    if (header.dropped) continue;
+  forEachRecord([&](size_t at) {
     if (at == watched) moved = block.size();
+    Header header = headerAt(at);
     header.room = static_cast<uint32_t>(tightRoom(at));
     const size_t target = block.size();
     block.insert(block.end(), mBlock.data() + at, mBlock.data() + at + header.room);
     memcpy(block.data() + target, &header, sizeof(header));
-  }
+  });
   mBlock.swap(block);
   rebuildIndex();
   return moved;
@@ -227,10 +223,7 @@ size_t PackedHistories::repack(size_t extra, size_t watched) {
 
 void PackedHistories::rebuildIndex() {
   std::fill(mCells.begin(), mCells.end(), kFreeCell);
-  for (size_t at = 0; at < mBlock.size(); at += headerAt(at).room) {
-    const Header header = headerAt(at);
-    if (!header.dropped) cellOf(header.hash, kFreeCell) = static_cast<uint32_t>(at + 1);
-  }
+  forEachRecord([&](size_t at) { cellOf(headerAt(at).hash, kFreeCell) = static_cast<uint32_t>(at + 1); });
 }
 
 uint32_t& PackedHistories::cellOf(uint32_t hash, uint32_t content) {

@@ -51,11 +51,7 @@ class PackedHistories {
   // Calls `visit(const History&)` for every known key.
   template <typename Visit>
   void forEach(Visit visit) const {
-    Header header;
-    for (size_t at = 0; at < mBlock.size(); at += header.room) {
-      header = headerAt(at);
-      if (!header.dropped) visit(historyAt(at));
-    }
+    forEachRecord([&](size_t at) { visit(historyAt(at)); });
   }
 
   // Drops keys, those whose newest value is oldest first, until bytes() is at most `maxBytes`. Returns how
@@ -89,6 +85,17 @@ class PackedHistories {
 
   static size_t sizeOf(const Value* first, const Value* last);
 
+  // Calls `visit(at)` for every record that is not dropped, in the order of their offsets.
+  template <typename Visit>
+  void forEachRecord(Visit visit) const {
+    size_t room = 0;
+    for (size_t at = 0; at < mBlock.size(); at += room) {
+      const Header header = headerAt(at);
+      room = header.room;
+      if (!header.dropped) visit(at);
+    }
+  }
+
   Header headerAt(size_t at) const {
     Header header;
     memcpy(&header, mBlock.data() + at, sizeof(header));
@@ -103,7 +110,7 @@ class PackedHistories {
   size_t tightRoom(size_t at) const;
   size_t repack(size_t extra, size_t watched);
   void rebuildIndex();
-  // The first cell with that content on the way that begins at `hash`. There must be one.
+  // Returns the first cell with that content, probing from `hash` on. One must exist.
   uint32_t& cellOf(uint32_t hash, uint32_t content);
 
   std::vector<char> mBlock;

@@ -15,7 +15,7 @@ class PackedHistories;
 // One table of named application states: for each key its newest three values, ordered by time. A process has
 // one, and so has a global namespace.
 //
-// Not thread-safe: whoever owns it guards it.
+// Not thread-safe: the owner of the object holds a lock around every call.
 class State {
  public:
   struct Entry {
