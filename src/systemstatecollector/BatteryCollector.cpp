@@ -21,7 +21,7 @@ constexpr SourceInfo kChargeCounter{5, "/sys/class/power_supply/battery/charge_c
 constexpr char kChargeFullPath[] = "/sys/class/power_supply/battery/charge_full";
 const Json::StaticString kCharge("BatteryCharge_%");
 
-// Reads the number that the file begins with. No number is longer than the room for it.
+// Reads the number that the file begins with. The buffer is longer than any 64-bit number.
 std::optional<int64_t> readNumber(const android::base::unique_fd& file) {
   std::array<char, 64> text;
   const ssize_t length = TEMP_FAILURE_RETRY(pread(file.get(), text.data(), text.size(), 0));

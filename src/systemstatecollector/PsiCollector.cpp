@@ -22,31 +22,33 @@ constexpr SourceInfo kPsiIo{3, "/proc/pressure/io", "psi_io_history",
 
 namespace {
 
+// The names of one line's metrics.
+template <typename Name>
 struct MetricNames {
-  Json::StaticString avg10;
-  Json::StaticString avg60;
-  Json::StaticString avg300;
-  Json::StaticString total;
+  Name avg10;
+  Name avg60;
+  Name avg300;
+  Name total;
 };
-// Nearly every line is one of these two kinds, so their names are not formatted for each sample.
-const MetricNames kSome{Json::StaticString("some_avg10"), Json::StaticString("some_avg60"),
-                        Json::StaticString("some_avg300"), Json::StaticString("some_total")};
-const MetricNames kFull{Json::StaticString("full_avg10"), Json::StaticString("full_avg60"),
-                        Json::StaticString("full_avg300"), Json::StaticString("full_total")};
 
-void writeMetrics(const PsiCollector::PsiLine& line, const MetricNames& names, Json::Value& out) {
+// Nearly every line is of one of these two types. The JSON library does not copy their names.
+using ConstantNames = MetricNames<Json::StaticString>;
+const ConstantNames kSome{Json::StaticString("some_avg10"), Json::StaticString("some_avg60"),
+                          Json::StaticString("some_avg300"), Json::StaticString("some_total")};
+const ConstantNames kFull{Json::StaticString("full_avg10"), Json::StaticString("full_avg60"),
+                          Json::StaticString("full_avg300"), Json::StaticString("full_total")};
+
+MetricNames<std::string> namesFor(std::string_view type) {
+  const auto name = [type](const char* metric) { return fmt::format("{}_{}", type, metric); };
+  return {name("avg10"), name("avg60"), name("avg300"), name("total")};
+}
+
+template <typename Name>
+void writeMetrics(const PsiCollector::PsiLine& line, const MetricNames<Name>& names, Json::Value& out) {
   out[names.avg10] = line.avg10;
   out[names.avg60] = line.avg60;
   out[names.avg300] = line.avg300;
   out[names.total] = Json::Value::UInt64{line.total};
-}
-
-void writeMetricsOfOtherType(const PsiCollector::PsiLine& line, Json::Value& out) {
-  const char* type = line.type.data();
-  out[fmt::format("{}_{}", type, "avg10")] = line.avg10;
-  out[fmt::format("{}_{}", type, "avg60")] = line.avg60;
-  out[fmt::format("{}_{}", type, "avg300")] = line.avg300;
-  out[fmt::format("{}_{}", type, "total")] = Json::Value::UInt64{line.total};
 }
 
 bool take(std::string_view& text, std::string_view expected) {
@@ -66,7 +68,7 @@ size_t takeDigits(std::string_view& text, uint64_t& number) {
 }
 
 // Takes a number of the kernel's form, "12.34". With at most seven digits, both operands of the division are
-// exact, so its result is the nearest float, which is scanf's result too.
+// exact, so its result is the nearest float, which is sscanf's result too.
 bool takeAverage(std::string_view& text, float& average) {
   constexpr float kPowersOfTen[] = {1, 1e1F, 1e2F, 1e3F, 1e4F, 1e5F, 1e6F};
   constexpr size_t kExactDigits = 7;
@@ -79,14 +81,7 @@ bool takeAverage(std::string_view& text, float& average) {
   return true;
 }
 
-bool takeTotal(std::string_view text, uint64_t& total) {
-  constexpr size_t kDigitsThatFit = 19;
-  const size_t count = takeDigits(text, total);
-  return count > 0 && count <= kDigitsThatFit;
-}
-
-// Parses a line of the form that every kernel writes; returns nullopt for any other. sscanf would make
-// parsing a third of a dump's cost.
+// Parses a line of the form that every kernel writes. Returns nullopt for any other.
 std::optional<PsiCollector::PsiLine> parseUsualLine(std::string_view line) {
   PsiCollector::PsiLine result;
   if (line.substr(0, 4) != "some" && line.substr(0, 4) != "full") return std::nullopt;
@@ -95,13 +90,19 @@ std::optional<PsiCollector::PsiLine> parseUsualLine(std::string_view line) {
   const bool usual = take(line, " avg10=") && takeAverage(line, result.avg10) &&    //
                      take(line, " avg60=") && takeAverage(line, result.avg60) &&    //
                      take(line, " avg300=") && takeAverage(line, result.avg300) &&  //
-                     take(line, " total=") && takeTotal(line, result.total);
+                     take(line, " total=");
   if (!usual) return std::nullopt;
+  (void)nextNumber(line, result.total);
   return result;
 }
 
-PsiCollector::PsiLine parseOtherLine(std::string_view line) {
-  PsiCollector::PsiLine result;
+}  // namespace
+
+// The usual line has a parser of its own, because with sscanf alone parsing would be a third of a dump's
+// cost.
+PsiCollector::PsiLine PsiCollector::parseLine(std::string_view line) {
+  if (const auto usual = parseUsualLine(line)) return *usual;
+  PsiLine result;
   unsigned long total = 0;
   // The number of fields read does not matter: the others keep their values.
   // NOLINTNEXTLINE(cert-err34-c)
@@ -109,13 +110,6 @@ PsiCollector::PsiLine parseOtherLine(std::string_view line) {
                     result.type.data(), &result.avg10, &result.avg60, &result.avg300, &total);
   result.total = total;
   return result;
-}
-
-}  // namespace
-
-PsiCollector::PsiLine PsiCollector::parseLine(std::string_view line) {
-  const auto usual = parseUsualLine(line);
-  return usual ? *usual : parseOtherLine(line);
 }
 
 void PsiCollector::extractMetrics(const RawMetric& sample, Json::Value& out) {
@@ -130,7 +124,7 @@ void PsiCollector::extractMetrics(const RawMetric& sample, Json::Value& out) {
     } else if (type == "full") {
       writeMetrics(psi, kFull, out);
     } else {
-      writeMetricsOfOtherType(psi, out);
+      writeMetrics(psi, namesFor(type), out);
     }
   }
 }

@@ -13,7 +13,8 @@ namespace Torv::OS::Diagnostics {
 // Movable; not thread-safe.
 class TextSource {
  public:
-  // What one reading takes at most. /proc/stat of a machine with 500 processors has about half of it.
+  // The longest text that is read, in bytes. /proc/stat of a machine with 500 processors has about half as
+  // many.
   static constexpr size_t kMaxTextBytes = size_t{128} << 10;
 
   // Opens the device's file at `path`, without ever blocking. Returns nullopt and logs an error if it cannot

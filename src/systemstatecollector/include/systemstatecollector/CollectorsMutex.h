@@ -39,7 +39,7 @@ class CAPABILITY("mutex") CollectorsMutex {
   Base::ConditionVariable mReleased;
   bool mHeld GUARDED_BY(mMutex) = false;
   Clock::time_point mHeldSince GUARDED_BY(mMutex);  // by the present holder
-  int mPatientWaiters GUARDED_BY(mMutex) = 0;       // that wait for a holder that is no longer just busy
+  int mPatientWaiters GUARDED_BY(mMutex) = 0;       // wait beyond `busy`
 };
 
 }  // namespace Torv::OS::Diagnostics

@@ -47,8 +47,8 @@ class SystemStateCollectorManager {
   // Returns the history of every collector: from its name to its report (SystemStateCollector describes it).
   // Never null. Waits for a poll or dump that is under way, but not for a driver that hangs: the map is then
   // empty. At most two callers wait for such a driver, until it has hung for two seconds; the others wait
-  // half a second at most, or not at all if it has hung that long. The first empty map of such a time is
-  // logged.
+  // half a second at most, or not at all if it has hung that long. The first empty map while a driver hangs
+  // is logged.
   virtual std::unique_ptr<Base::StringMap> dumpSystemStateHistory() EXCLUDES(mCollectorsMutex);
 
   // Returns the number of collectors. Waits for a poll or dump that is under way.
