@@ -18,12 +18,6 @@ Value valueOr(const std::map<std::string, Value>& values, const std::string& key
   return found != values.end() ? found->second : std::move(fallback);
 }
 
-template <typename Value>
-void addSettings(std::vector<Setting>& settings, const std::map<std::string, Value>& values,
-                 SettingType type) {
-  for (const auto& entry : values) settings.push_back({entry.first, type});
-}
-
 }  // namespace
 
 DefaultConfiguration::DefaultConfiguration()
@@ -55,16 +49,6 @@ DefaultConfiguration::DefaultConfiguration()
             {keys::kRateLimitMaxCrashes, 25},
             {keys::kRateLimitMaxCrashesPerProcess, 20}},
       mStringMaps{{keys::kErrorExtraData, {}}} {}
-
-std::vector<Setting> DefaultConfiguration::settings() const {
-  std::vector<Setting> settings;
-  addSettings(settings, mStrings, SettingType::String);
-  addSettings(settings, mBools, SettingType::Bool);
-  addSettings(settings, mUints, SettingType::Uint);
-  addSettings(settings, mInts, SettingType::Int);
-  addSettings(settings, mStringMaps, SettingType::StringMap);
-  return settings;
-}
 
 std::string DefaultConfiguration::getString(const std::string& key) const {
   return valueOr(mStrings, key, std::string());

@@ -12,6 +12,7 @@
 #include "Output.h"
 #include "Settings.h"
 #include "configuration/ConfigurationChain.h"
+#include "configuration/DefaultConfiguration.h"
 #include "configuration/JSONConfiguration.h"
 #include "configuration/PreferencesConfiguration.h"
 
@@ -20,7 +21,6 @@ namespace {
 
 using Torv::DefaultConfiguration;
 using Torv::IConfiguration;
-using Torv::SettingType;
 
 // Stands below one layer and notes whether a look-up was handed on to it.
 // Layers do not say who answered. They hand on what they do not have, and that can be seen from below.
@@ -54,7 +54,7 @@ class Witness : public DefaultConfiguration {
 };
 
 // A look-up has to ask for the type that the service asks for: layers hand on a value of another type.
-Json::Value valueOf(const IConfiguration& configuration, const Torv::Setting& setting) {
+Json::Value valueOf(const IConfiguration& configuration, const Setting& setting) {
   switch (setting.type) {
     case SettingType::String:
       return configuration.getString(setting.key);
@@ -81,7 +81,7 @@ class Layers {
         mPreferences(std::make_unique<Witness>(mHandedOn), Torv::PreferencesConfiguration::kServiceFlags) {}
 
   // The layer that answers, by name, and its answer.
-  std::pair<const char*, Json::Value> ask(const Torv::Setting& setting) {
+  std::pair<const char*, Json::Value> ask(const Setting& setting) {
     const std::pair<const char*, const IConfiguration*> layers[] = {{"file", &mFile},
                                                                     {"preferences", &mPreferences}};
     for (const auto& [name, layer] : layers) {
@@ -113,7 +113,7 @@ int showConfiguration(const Options& options) {
   Layers layers(std::move(*file));
   Json::Value document(Json::objectValue);
   Rows rows;
-  for (const Torv::Setting& setting : knownSettings()) {
+  for (const Setting& setting : knownSettings()) {
     auto [layer, value] = layers.ask(setting);
     std::string answer = layer;
     answer.resize(std::string("preferences  ").size(), ' ');

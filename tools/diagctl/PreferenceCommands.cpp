@@ -21,8 +21,6 @@
 namespace diagctl {
 namespace {
 
-using Torv::SettingType;
-
 // The service's own class over the same file: its lock, its limits and its way of writing hold here, too.
 std::shared_ptr<platform::PreferencesFile> preferences() {
   return platform::PreferencesFile::of(platform::runtimeDirectory());
@@ -57,7 +55,7 @@ std::optional<Json::Value> valueFrom(const std::string& text, SettingType type) 
 
 // The type that the readers of `key` ask for; for a key that is not known, the first that `text` fits.
 SettingType typeFor(const std::string& key, const std::string& text) {
-  for (const Torv::Setting& setting : knownSettings()) {
+  for (const Setting& setting : knownSettings()) {
     if (setting.key == key) return setting.type;
   }
   for (const SettingType type : {SettingType::Bool, SettingType::Int, SettingType::Uint}) {

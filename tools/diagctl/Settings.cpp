@@ -3,12 +3,10 @@
 #include <json/writer.h>
 
 #include "configuration/ConfigurationKeys.h"
+#include "configuration/DefaultConfiguration.h"
 #include "systemcontext/ContextKeys.h"
 
 namespace diagctl {
-
-using Torv::Setting;
-using Torv::SettingType;
 
 // Without a default branch, so that the compiler names a type that is missing here.
 const char* nameOf(SettingType type) {
@@ -27,10 +25,19 @@ const char* nameOf(SettingType type) {
   return "";
 }
 
-// The defaults list themselves. Only the settings without a default have to be added by hand.
+// The tables of defaults name most keys. Only the settings without a default have to be added by hand.
 std::vector<Setting> knownSettings() {
   namespace ContextKeys = Torv::OS::Diagnostics::ContextKeys;
-  std::vector<Setting> settings = Torv::DefaultConfiguration().settings();
+  const Torv::DefaultConfiguration defaults;
+  std::vector<Setting> settings;
+  const auto add = [&settings](const auto& table, SettingType type) {
+    for (const auto& entry : table) settings.push_back({entry.first, type});
+  };
+  add(defaults.strings(), SettingType::String);
+  add(defaults.bools(), SettingType::Bool);
+  add(defaults.uints(), SettingType::Uint);
+  add(defaults.ints(), SettingType::Int);
+  add(defaults.stringMaps(), SettingType::StringMap);
   settings.push_back({Torv::ConfigurationKeys::kKeyValueVersion, SettingType::Int});
   settings.push_back({ContextKeys::kSessionContextSetting, SettingType::String});
   settings.push_back({ContextKeys::kTestContextSetting, SettingType::String});

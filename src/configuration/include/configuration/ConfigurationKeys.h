@@ -5,7 +5,8 @@
 
 namespace Torv::ConfigurationKeys {
 
-// Strings: places on the device, where and how a report is uploaded, and what the upload says of its origin.
+// Strings: places on the device, where and how a report is uploaded, and what the upload says about its
+// origin.
 // "" means that there is none.
 inline constexpr char kPstoreDirName[] = "crash-reporter-pstore-dir-name";
 inline constexpr char kReportDirName[] = "crash-reporter-report-dir-name";

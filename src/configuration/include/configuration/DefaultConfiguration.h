@@ -1,19 +1,8 @@
 #pragma once
 
-#include <vector>
-
 #include "configuration/IConfiguration.h"
 
 namespace Torv {
-
-// Which look-up of IConfiguration finds a key: getString, getBool, getUint, getInt or getLocalStrMap.
-enum class SettingType { String, Bool, Uint, Int, StringMap };
-
-// A known key, and the only type under which it is found. A value type.
-struct Setting {
-  std::string key;
-  SettingType type;
-};
 
 // The bottom of the chain: answers with the compiled-in defaults, and with "", 0, -1, false or an empty map
 // for a key that has none of that type. Its callback operations do nothing, and the count is 0. Never
@@ -21,10 +10,6 @@ struct Setting {
 class DefaultConfiguration : public IConfiguration {
  public:
   DefaultConfiguration();
-
-  // Returns the keys that have a default, sorted by type (as in SettingType) and then by name. For programs
-  // that show or check all settings.
-  std::vector<Setting> settings() const;
 
   std::string getString(const std::string& key) const override;
   uint16_t getUint(const std::string& key) const override;
@@ -37,6 +22,13 @@ class DefaultConfiguration : public IConfiguration {
                                          const std::string& /*key*/) override {}
   size_t getCallbackSize() override { return 0; }
   void runCallbackFunctions() override {}
+
+  // The tables of defaults, one for each type of look-up. Valid as long as the object.
+  const std::map<std::string, std::string>& strings() const { return mStrings; }
+  const std::map<std::string, bool>& bools() const { return mBools; }
+  const std::map<std::string, uint16_t>& uints() const { return mUints; }
+  const std::map<std::string, int32_t>& ints() const { return mInts; }
+  const std::map<std::string, std::map<std::string, std::string>>& stringMaps() const { return mStringMaps; }
 
  private:
   const std::map<std::string, std::string> mStrings;

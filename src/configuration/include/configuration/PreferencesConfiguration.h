@@ -13,7 +13,7 @@
 namespace Torv {
 
 // Receives the store's notifications and passes changes on to callbacks. PreferencesConfiguration owns one
-// and registers it with the store, which must let go of it before it is destroyed. Thread-safe.
+// and registers it with the store, which must release it before it is destroyed. Thread-safe.
 class PreferencesConfigurationListenerWrapper : public OSSDK::Preferences::v4::IPreferencesListener {
  public:
   using Callback = std::function<void(OSSDK::Utils::IListString*)>;
