@@ -44,7 +44,8 @@ void logError(const char* text) {
   __android_log_print(ANDROID_LOG_ERROR, kServiceTag, "%s", text);
 }
 
-// Logs what an answer does not hold, at most once a second. Does nothing if `names` is empty.
+// Logs what was left out of an answer. Does nothing if `names` is empty, or if the last line about names of
+// this type is less than a second old.
 template <typename Name>
 void logLeftOut(const char* kind, const std::vector<Name>& names) {
   constexpr size_t kMaxNames = 100;

@@ -9,8 +9,8 @@
 namespace pellux::sysprop::SharedOsServicesProperties {
 namespace {
 
-// Returns the property's value, or "" if there is no such property. The callback is the one way to read a
-// value of any length.
+// Returns the property's value, or "" if there is no such property. Only the callback delivers values of any
+// length.
 std::string readText(const char* name) {
   std::string text;
   const prop_info* property = __system_property_find(name);

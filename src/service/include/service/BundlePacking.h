@@ -38,7 +38,7 @@ void packGlobalStateEntriesToBundle(const std::string& globalNamespace, const St
 void packAllGlobalStatesToBundle(const GlobalStates& states, android::os::PersistableBundle* out);
 
 // {"SystemContextData": {one string for each entry}, "GlobalStateData": {all namespaces}}. Both keys are
-// always there, if with an empty bundle.
+// always there; their bundles may be empty.
 void packSystemContextToBundle(const StringMap& context, const GlobalStates& globals,
                                android::os::PersistableBundle* out);
 

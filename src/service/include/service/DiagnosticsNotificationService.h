@@ -32,8 +32,8 @@ class DiagnosticsNotificationService
   // Writes nothing to `fd` and returns OK.
   android::status_t dump(int fd, const android::Vector<android::String16>& args) override;
 
-  // Returns true if the caller of the current transaction is the system or root. Nothing asks it: events are
-  // taken from any caller.
+  // Returns true if the caller of the current transaction is the system or root. Nothing calls this:
+  // events are taken from any caller.
   virtual bool allowedCallerUID();
 };
 

@@ -34,8 +34,8 @@ class SystemContextManager {
   // SystemStateCollectorManager::dumpSystemStateHistory() describes.
   virtual Base::StringMap getSystemContext();
 
-  // Start and stop the sampling once a second. Stopping waits for a sample that is under way. Both do nothing
-  // if there are no histories, or if it is already so.
+  // Start and stop the thread that samples once a second. Stopping waits for a sample that is under way. Both
+  // do nothing if there are no histories; starting does nothing if the thread runs, stopping if it does not.
   virtual void startSystemStateCollectorThread();
   virtual void stopSystemStateCollectorThread();
 

@@ -29,10 +29,9 @@ enum class EventType : int { Error = 0, Start = 1, Success = 2 };
 // The service that the request came to.
 enum class EventFlow : int { Collector = 0, Notification = 1 };
 
-// The base class of those who report. Reports may be made by several threads at once. Each is complete in
-// itself and never changes the outcome of the request that it tells of, with one exception: while telemetry
-// is enabled the SDK is required, and a report for which the SDK creates no event ends the process with a
-// fatal log line.
+// The base class of the classes that report. Thread-safe. A report never changes the outcome of its request,
+// with one exception: while telemetry is enabled the SDK is required, and a report for which the SDK creates
+// no event ends the process with a fatal log line.
 class DiagnosticsCollectorTelemetry {
  public:
   // An object that is not enabled logs each report and sends nothing.
@@ -40,9 +39,9 @@ class DiagnosticsCollectorTelemetry {
   virtual ~DiagnosticsCollectorTelemetry();
 
   // Each function sends one event and returns whether it was recorded. Returns false and logs an error if the
-  // SDK fails to record it. `pid` and `clientAppId` say of which process the request is; `message` is the
-  // reason of an error, for people. The first three call the last, so a derived class that overrides
-  // reportEvent() sees every event. Does not wait for the event to reach the disk.
+  // SDK fails to record it. `pid` is the process that the request asks about, `clientAppId` the application
+  // that asks, and `message` the reason of an error, for people. The first three call the last, so a derived
+  // class that overrides reportEvent() sees every event. Does not wait for the event to reach the disk.
   virtual bool reportDefaultEvent(EventName name, EventType type, EventFlow flow);
   virtual bool reportDefaultEventWithPid(EventName name, EventType type, EventFlow flow, int pid);
   virtual bool reportDefaultErrorEvent(EventName name, EventType type, EventFlow flow,
