@@ -101,10 +101,12 @@ void fixedSizeReads(benchmark::State& state) {
   const size_t before = gAllocations;
   while (state.KeepRunning()) {
     parcel.setDataPosition(0);
+    int64_t wide = 0;
+    double fraction = 0;
     for (int i = 0; i < kRounds; ++i) {
       benchmark::DoNotOptimize(parcel.readInt32());
-      benchmark::DoNotOptimize(parcel.readInt64());
-      benchmark::DoNotOptimize(parcel.readDouble());
+      benchmark::DoNotOptimize(parcel.readInt64(&wide));
+      benchmark::DoNotOptimize(parcel.readDouble(&fraction));
       benchmark::DoNotOptimize(parcel.readBool());
     }
   }

@@ -43,7 +43,6 @@ constexpr void (*kReads[])(const Parcel&) = {
     into<std::vector<bool>, &Parcel::readBoolVector>,
     into<std::vector<String16>, &Parcel::readString16Vector>,
     into<std::vector<std::string>, &Parcel::readUtf8VectorFromUtf16Vector>,
-    into<android::sp<android::IBinder>, &Parcel::readNullableStrongBinder>,
     [](const Parcel& p) { android::binder::Status().readFromParcel(p); },
     [](const Parcel& p) { p.readExceptionCode(); },
     [](const Parcel& p) { p.enforceInterface(String16("a.B")); },

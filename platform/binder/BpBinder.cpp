@@ -5,7 +5,6 @@
 #include <utility>
 
 #include <binder/BpBinder.h>
-#include <binder/IPCThreadState.h>
 
 #include "Log.h"
 #include "RemoteService.h"
@@ -25,7 +24,6 @@ BpBinder::BpBinder(int32_t handle, int32_t trackedUid)
       mTrackedUid(trackedUid) {}
 
 BpBinder::~BpBinder() {
-  platform::binder::stopWatchingForDeath(*this);
   delete mObituaries;
 }
 
@@ -65,20 +63,18 @@ status_t BpBinder::dump(int /*fd*/, const Vector<String16>& /*args*/) {
 
 status_t BpBinder::transact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
   if (!isBinderAlive()) return DEAD_OBJECT;
-  const status_t status = IPCThreadState::self()->transact(mHandle, code, data, reply, flags);
+  const status_t status =
+      platform::binder::transact(platform::binder::serviceOf(mHandle), code, data, reply, flags);
   if (status == DEAD_OBJECT) __atomic_store_n(&mAlive, 0, __ATOMIC_RELAXED);
   return status;
 }
 
-// The first link starts the watch, which lasts until the server or the proxy goes: mObituaries may be empty.
 status_t BpBinder::linkToDeath(const sp<DeathRecipient>& recipient, void* cookie, uint32_t flags) {
   if (recipient == nullptr) return BAD_VALUE;
   AutoMutex guard(mLock);
   if (mObitsSent) return DEAD_OBJECT;
-  if (mObituaries == nullptr) {
-    if (!platform::binder::watchForDeath(*this)) return DEAD_OBJECT;
-    mObituaries = new Vector<Obituary>;
-  }
+  if (!platform::binder::watchForDeath(*this)) return DEAD_OBJECT;
+  if (mObituaries == nullptr) mObituaries = new Vector<Obituary>;
   const ssize_t index = mObituaries->add(Obituary{recipient, cookie, flags});
   return index >= 0 ? OK : static_cast<status_t>(index);
 }

@@ -18,6 +18,8 @@
 namespace platform::binder {
 namespace {
 
+using android::base::Error;
+using android::base::Result;
 using android::base::unique_fd;
 
 // Every client on the device sets it. It means that transactions may be answered with descriptors.
@@ -35,12 +37,6 @@ const int gCountsForks = pthread_atfork(nullptr, nullptr, [] { ++gForks; });
 // that its two-way calls do not wait for one-way calls that the server has not read yet.
 class ClientConnection {
  public:
-  enum class Sent {
-    Whole,
-    Broken,  // the server has closed; no part of the transaction will run
-    Full,    // one-way: the server takes no more at present, and this transaction will not run
-  };
-
   ClientConnection(RemoteService& to, bool forOneWay, unique_fd socket)
       : service(to),
         oneway(forOneWay),
@@ -54,8 +50,9 @@ class ClientConnection {
   bool isForeign() const { return mForks != gForks; }
 
   // Sends a two-way transaction, however long the server takes to read it, or a one-way transaction if the
-  // server reads enough of what came before within kOneWayPatience.
-  Sent send(const FrameHeader& header, const uint8_t* payload);
+  // server reads enough of what came before within kOneWayPatience. Errors: ETIMEDOUT if it does not; another
+  // one if the server has closed. No part of the transaction runs then.
+  Result<void> send(const FrameHeader& header, const uint8_t* payload);
   // Waits for the reply to a two-way transaction, and reads its parcel into `reply` unless that is null.
   // Returns nullopt if the server has closed or does not follow the protocol.
   std::optional<android::status_t> receive(android::Parcel* reply);
@@ -70,11 +67,24 @@ class ClientConnection {
   bool mEnding = false;  // half a one-way transaction was sent, and the server has to read to the end
 };
 
+using Connections = std::list<ClientConnection>;
+
 // The connections close when their thread ends. Those to a dead server, and those of a parent process, close
 // when the thread makes another one.
-std::list<ClientConnection>& connectionsOfThisThread() {
-  static thread_local std::list<ClientConnection> connections;
+Connections& connectionsOfThisThread() {
+  static thread_local Connections connections;
   return connections;
+}
+
+Connections::iterator find(const RemoteService& service, bool oneway) {
+  auto& all = connectionsOfThisThread();
+  return std::find_if(all.begin(), all.end(), [&](const auto& kept) { return kept.isFor(service, oneway); });
+}
+
+Connections::iterator add(RemoteService& service, bool oneway, unique_fd socket) {
+  auto& all = connectionsOfThisThread();
+  all.remove_if([](const auto& kept) { return kept.isForeign() || kept.service.dead; });
+  return all.emplace(all.end(), service, oneway, std::move(socket));
 }
 
 // After a connection has ended, tells by a new connection whether the server lives: a living server closes
@@ -85,25 +95,18 @@ android::status_t statusOfLoss(RemoteService& service) {
   return service.dead ? android::DEAD_OBJECT : android::FAILED_TRANSACTION;
 }
 
-ClientConnection::Sent ClientConnection::send(const FrameHeader& header, const uint8_t* payload) {
-  const auto deadline = SteadyClock::now() + kOneWayPatience;
+Result<void> ClientConnection::send(const FrameHeader& header, const uint8_t* payload) {
+  const auto deadline = oneway ? SteadyClock::now() + kOneWayPatience : kForever;
   // What was sent before must run before anything that is sent over another connection.
-  if (mEnding) return waitFor(mSocket.get(), POLLIN, deadline) ? Sent::Broken : Sent::Full;
-  const size_t size = sizeof(header) + header.size;
-  for (size_t sent = 0; sent < size;) {
-    const ssize_t taken = sendFrame(mSocket.get(), header, payload, sent, oneway ? MSG_DONTWAIT : 0);
-    if (taken >= 0) {
-      sent += static_cast<size_t>(taken);
-      continue;
-    }
-    if (errno != EAGAIN) return Sent::Broken;
-    if (!waitFor(mSocket.get(), POLLOUT, deadline)) {
-      // Half a transaction cannot be taken back: the server would read what follows as its rest.
-      if (sent != 0) mEnding = shutdown(mSocket.get(), SHUT_WR) == 0;
-      return Sent::Full;
-    }
+  if (mEnding) {
+    const bool ended = waitFor(mSocket.get(), POLLIN, deadline);
+    return Error(ended ? EPIPE : ETIMEDOUT) << "the server has not read what was sent before";
   }
-  return Sent::Whole;
+  size_t sent = 0;
+  auto result = sendFrame(mSocket.get(), header, payload, &sent, deadline);
+  // Half a transaction cannot be taken back: the server would read what follows as its rest.
+  if (!result.ok() && sent != 0) mEnding = shutdown(mSocket.get(), SHUT_WR) == 0;
+  return result;
 }
 
 std::optional<android::status_t> ClientConnection::receive(android::Parcel* reply) {
@@ -125,6 +128,12 @@ std::optional<android::status_t> ClientConnection::receive(android::Parcel* repl
 
 }  // namespace
 
+void keepConnection(RemoteService& service, unique_fd socket) {
+  if (find(service, /*oneway=*/false) == connectionsOfThisThread().end()) {
+    add(service, /*oneway=*/false, std::move(socket));
+  }
+}
+
 android::status_t transact(RemoteService& service, uint32_t code, const android::Parcel& data,
                            android::Parcel* reply, uint32_t flags) {
   if (data.errorCheck() != android::OK) return data.errorCheck();
@@ -133,28 +142,26 @@ android::status_t transact(RemoteService& service, uint32_t code, const android:
       static_cast<uint32_t>(FrameKind::Transaction), static_cast<uint32_t>(data.dataSize()), code,
       (flags & ~static_cast<uint32_t>(android::IBinder::FLAG_PRIVATE_VENDOR)) | kAcceptsFds};
   const bool oneway = isOneWay(header);
-  auto& connections = connectionsOfThisThread();
   for (;;) {
     if (service.dead) return android::DEAD_OBJECT;
-    auto server = std::find_if(connections.begin(), connections.end(),
-                               [&](const auto& kept) { return kept.isFor(service, oneway); });
-    const bool isNew = server == connections.end();
+    auto server = find(service, oneway);
+    const bool isNew = server == connectionsOfThisThread().end();
     if (isNew) {
       unique_fd socket = connectTo(service);
       if (!socket.ok()) return service.dead ? android::DEAD_OBJECT : android::FAILED_TRANSACTION;
-      connections.remove_if([](const auto& kept) { return kept.isForeign() || kept.service.dead; });
-      server = connections.emplace(connections.end(), service, oneway, std::move(socket));
+      server = add(service, oneway, std::move(socket));
     }
     const auto sent = server->send(header, data.data());
-    if (sent == ClientConnection::Sent::Full) return android::FAILED_TRANSACTION;
-    if (sent == ClientConnection::Sent::Whole) {
-      if (oneway) return android::OK;
+    if (sent.ok() && oneway) return android::OK;
+    if (sent.ok()) {
       if (const auto status = server->receive(reply); status) return *status;
+    } else if (sent.error().code() == ETIMEDOUT) {
+      return android::FAILED_TRANSACTION;
     }
-    connections.erase(server);
+    connectionsOfThisThread().erase(server);
     // A living server gives up idle connections to make room. No part of the transaction has run then, so it
     // is sent again over a new connection.
-    if (sent == ClientConnection::Sent::Whole || isNew) return statusOfLoss(service);
+    if (sent.ok() || isNew) return statusOfLoss(service);
   }
 }
 

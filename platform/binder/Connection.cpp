@@ -4,7 +4,6 @@
 #include <memory>
 #include <utility>
 
-#include <poll.h>
 #include <sys/socket.h>
 
 #include "Log.h"
@@ -31,11 +30,11 @@ void Pool::warn(const std::string& what) {
   ALOGW("%s%s", what.c_str(), note.c_str());
 }
 
-Connection::Connection(Pool& pool, const Service& service, android::base::unique_fd socket)
+Connection::Connection(Pool& pool, const Service& service, Peer peer, android::base::unique_fd socket)
     : mPool(pool),
       mService(service),
       mSocket(std::move(socket)),
-      mPeer(peerOf(mSocket.get())),
+      mPeer(peer),
       mReader(mSocket.get(), FrameKind::Transaction, pool.transfer) {}
 
 void Connection::run() {
@@ -114,27 +113,21 @@ bool Connection::readPayload(size_t size, android::Parcel* data) {
 bool Connection::reply(android::status_t status, Shares::Part slot) {
   const FrameHeader header{static_cast<uint32_t>(FrameKind::Reply), static_cast<uint32_t>(mReply.dataSize()),
                            static_cast<uint32_t>(status), 0};
-  const ssize_t taken = sendFrame(mSocket.get(), header, mReply.data(), 0, MSG_DONTWAIT);
-  if (taken < 0 && errno != EAGAIN) return false;
-  const size_t sent = taken > 0 ? static_cast<size_t>(taken) : 0;
-  if (sent == sizeof(header) + header.size) return true;
-  // The slot is kept until the client's share has room for the reply: this is what bounds the replies that
-  // wait for slow readers.
-  const Shares::Part room = mPool.replies.take(mPeer.uid, sizeof(header) + header.size);
-  slot.reset();
-  return room && sendRest(header, sent);
-}
-
-bool Connection::sendRest(const FrameHeader& header, size_t sent) {
-  enter(State::Transferring);
-  const auto deadline = SteadyClock::now() + mPool.transfer;
-  while (sent < sizeof(header) + header.size) {
-    if (!waitFor(mSocket.get(), POLLOUT, deadline)) return fail("does not read its reply");
-    const ssize_t taken = sendFrame(mSocket.get(), header, mReply.data(), sent, MSG_DONTWAIT);
-    if (taken < 0 && errno != EAGAIN) return false;
-    if (taken > 0) sent += static_cast<size_t>(taken);
+  // The connection keeps the memory of a small reply anyway. Nobody needs to wait until it is sent.
+  if (header.size <= kSmallPayload) slot.reset();
+  size_t sent = 0;
+  auto result = sendFrame(mSocket.get(), header, mReply.data(), &sent, kAtOnce);
+  if (!result.ok() && result.error().code() == ETIMEDOUT) {
+    // The slot is kept until the client's share has room for the reply: this is what bounds the replies that
+    // wait for slow readers.
+    const Shares::Part room = mPool.replies.take(mPeer.uid, sizeof(header) + header.size);
+    if (!room) return false;
+    slot.reset();
+    enter(State::Transferring);
+    result = sendFrame(mSocket.get(), header, mReply.data(), &sent, SteadyClock::now() + mPool.transfer);
+    if (!result.ok() && result.error().code() == ETIMEDOUT) return fail("does not read its reply");
   }
-  return true;
+  return result.ok();
 }
 
 void Connection::enter(State state) {

@@ -47,8 +47,8 @@ class Connection {
     Running,       // runs the transaction, or waits for a share of the pool
   };
 
-  // `pool` and `service` must outlive the connection.
-  Connection(Pool& pool, const Service& service, android::base::unique_fd socket);
+  // `peer` is the other end of `socket`. `pool` and `service` must outlive the connection.
+  Connection(Pool& pool, const Service& service, Peer peer, android::base::unique_fd socket);
 
   // Serves the connection until it ends. Called once.
   void run();
@@ -68,7 +68,6 @@ class Connection {
   bool awaitRoom(Shares& shares, size_t amount, Shares::Part* room);
   bool readPayload(size_t size, android::Parcel* data);
   bool reply(android::status_t status, Shares::Part slot);
-  bool sendRest(const FrameHeader& header, size_t sent);
   void enter(State state);
   bool fail(const std::string& why);
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -86,19 +87,24 @@ SteadyClock::time_point FrameReader::deadline() {
   return *mDeadline;
 }
 
-ssize_t sendFrame(int socket, const FrameHeader& header, const uint8_t* payload, size_t offset, int flags) {
-  iovec parts[2];
-  size_t count = 0;
-  if (offset < sizeof(header)) {
-    auto* const bytes = reinterpret_cast<uint8_t*>(const_cast<FrameHeader*>(&header));
-    parts[count++] = {bytes + offset, sizeof(header) - offset};
+Result<void> sendFrame(int socket, const FrameHeader& header, const uint8_t* payload, size_t* sent,
+                       SteadyClock::time_point deadline) {
+  auto* const first = reinterpret_cast<uint8_t*>(const_cast<FrameHeader*>(&header));
+  auto* const second = const_cast<uint8_t*>(payload);
+  for (;;) {
+    const size_t ofFirst = std::min(*sent, sizeof(header));
+    const size_t ofSecond = *sent - ofFirst;
+    iovec parts[] = {{first + ofFirst, sizeof(header) - ofFirst},
+                     {second + ofSecond, header.size - ofSecond}};
+    msghdr message{};
+    message.msg_iov = parts;
+    message.msg_iovlen = std::size(parts);
+    const ssize_t taken = TEMP_FAILURE_RETRY(sendmsg(socket, &message, MSG_DONTWAIT | MSG_NOSIGNAL));
+    if (taken < 0 && errno != EAGAIN) return ErrnoError() << "is lost";
+    if (taken > 0) *sent += static_cast<size_t>(taken);
+    if (*sent == sizeof(header) + header.size) return {};
+    if (!waitFor(socket, POLLOUT, deadline)) return Error(ETIMEDOUT) << "does not read";
   }
-  const size_t sent = offset > sizeof(header) ? offset - sizeof(header) : 0;
-  if (sent < header.size) parts[count++] = {const_cast<uint8_t*>(payload) + sent, header.size - sent};
-  msghdr message{};
-  message.msg_iov = parts;
-  message.msg_iovlen = count;
-  return TEMP_FAILURE_RETRY(sendmsg(socket, &message, flags | MSG_NOSIGNAL));
 }
 
 bool waitFor(int socket, short event, SteadyClock::time_point deadline) {
@@ -106,7 +112,8 @@ bool waitFor(int socket, short event, SteadyClock::time_point deadline) {
   for (;;) {
     const auto left = std::chrono::ceil<milliseconds>(deadline - SteadyClock::now()).count();
     pollfd waiting{socket, event, 0};
-    const int ready = poll(&waiting, 1, static_cast<int>(std::max<long>(left, 0)));
+    const int ready =
+        poll(&waiting, 1, deadline == kForever ? -1 : static_cast<int>(std::max<long>(left, 0)));
     if (ready > 0 || (ready < 0 && errno != EINTR)) return true;
     if (ready == 0) return false;
   }

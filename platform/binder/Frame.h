@@ -22,6 +22,9 @@
 namespace platform::binder {
 
 using SteadyClock = std::chrono::steady_clock;
+// Deadlines that have passed already, and that never pass.
+inline constexpr SteadyClock::time_point kAtOnce{};
+inline constexpr SteadyClock::time_point kForever = SteadyClock::time_point::max();
 
 enum class FrameKind : uint32_t {
   Transaction = 0x31545842,  // "BXT1"
@@ -76,10 +79,11 @@ class FrameReader {
   std::array<uint8_t, kSmallPayload> mBuffer;
 };
 
-// Sends a frame from byte `offset` on; the header's bytes come first. `flags` are those of sendmsg(2).
-// Returns the number of bytes that the socket took, or -1 with errno. A closed peer gives EPIPE and no
-// signal.
-ssize_t sendFrame(int socket, const FrameHeader& header, const uint8_t* payload, size_t offset, int flags);
+// Sends a frame from byte *sent on; the header's bytes come first. Adds to *sent what the socket takes. If
+// the socket is full, waits for room until the deadline. Errors: ETIMEDOUT, and EPIPE if the peer has closed;
+// that gives no signal.
+android::base::Result<void> sendFrame(int socket, const FrameHeader& header, const uint8_t* payload,
+                                      size_t* sent, SteadyClock::time_point deadline);
 
 // Waits until the socket has an event of poll(2), or has ended. Returns false if the deadline passes first.
 bool waitFor(int socket, short event, SteadyClock::time_point deadline);

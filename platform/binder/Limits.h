@@ -75,8 +75,8 @@ inline constexpr size_t kClosingConnections = 32;
 // of connections would make a thread for each.
 inline constexpr std::chrono::milliseconds kGiveUpAfter{100};
 // Connections that wait in the kernel to be accepted. A flood keeps that queue full whatever its length is,
-// and a good client waits for its turn in it.
-inline constexpr int kBacklog = 128;
+// and a good client that has got into it waits for those before it.
+inline constexpr int kBacklog = 32;
 // The pause before the next accept(2) if the system refuses descriptors or memory; it could fail at once
 // again.
 inline constexpr std::chrono::milliseconds kAcceptPause{100};
@@ -89,8 +89,12 @@ inline constexpr std::chrono::milliseconds kDrain{3000};
 // server takes calls up to Limits::oneWays; further ones fill the socket of the calling thread, 208 KiB with
 // Linux's defaults.
 inline constexpr std::chrono::milliseconds kOneWayPatience{1000};
-// How long a client waits for a server to accept its connection. Beyond it the server counts as busy.
+// How long a client waits for a place in the queue of connections that a server has not accepted yet. Beyond
+// it the server counts as busy. The client tries often, as those do who flood the queue: so many times, about
+// 0.3 ms, between two pauses.
 inline constexpr std::chrono::milliseconds kConnectPatience{2000};
+inline constexpr int kConnectTries = 200;
+inline constexpr std::chrono::milliseconds kConnectPause{1};
 
 // Bytes of stack for the thread of a connection: what a transaction may need, with room for the frames of a
 // sanitizer.

@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstring>
 #include <deque>
-#include <map>
 #include <memory>
 #include <utility>
 
@@ -23,17 +22,19 @@ using android::base::unique_fd;
 using Torv::Base::LockGuard;
 using Torv::Base::Mutex;
 
-// The servers that this process has met. A server's handle is its index plus 1: 0 is the service manager's on
-// the device. A deque does not move its entries when it grows.
-struct Servers {
-  struct Entry {
-    Entry(const ServiceAddress& address, pid_t server) : service(address, server) {}
+// A server's handle is its index plus 1: 0 is the service manager's on the device.
+struct Entry {
+  Entry(const ServiceAddress& address, pid_t server) : service(address, server) {}
 
-    RemoteService service;
-    android::wp<android::BpBinder> proxy;
-  };
+  RemoteService service;
+  android::wp<android::BpBinder> proxy;
+};
+
+// The servers that this process has met. A deque does not move its entries when it grows.
+struct Servers {
   Mutex mutex;
   std::deque<Entry> entries GUARDED_BY(mutex);
+  Threads watchers;
 };
 
 // Never destroyed, because threads may outlive main().
@@ -42,38 +43,37 @@ Servers& servers() {
   return all;
 }
 
-struct Watches {
-  Mutex mutex;
-  // The writing end of a pipe for each watched proxy. When it closes, the watching thread ends.
-  std::map<const android::BpBinder*, unique_fd> stops GUARDED_BY(mutex);
-  Threads threads;
-};
-
-Watches& watches() {
-  static Watches& all = *new Watches();
-  return all;
+Entry& entryOf(int32_t handle) REQUIRES(servers().mutex) {
+  return servers().entries[static_cast<size_t>(handle) - 1];
 }
 
-void awaitDeath(const unique_fd& process, const unique_fd& stop, const android::wp<android::BpBinder>& of) {
-  pollfd events[] = {{process.get(), POLLIN, 0}, {stop.get(), POLLIN, 0}};
-  if (TEMP_FAILURE_RETRY(poll(events, 2, -1)) <= 0 || events[0].revents == 0) return;
-  if (const auto proxy = of.promote(); proxy != nullptr) proxy->sendObituary();
+void awaitDeath(int process, int32_t handle) {
+  pollfd ended{process, POLLIN, 0};
+  if (TEMP_FAILURE_RETRY(poll(&ended, 1, -1)) <= 0) return;
+  android::sp<android::BpBinder> proxy;
+  {
+    const LockGuard guard(servers().mutex);
+    entryOf(handle).service.dead = true;
+    proxy = entryOf(handle).proxy.promote();
+  }
+  if (proxy != nullptr) proxy->sendObituary();
 }
 
 }  // namespace
 
 android::sp<android::IBinder> proxyFor(const ServiceAddress& address) {
-  const auto socket = connectTo(address);
+  auto socket = connectTo(address);
   if (!socket.ok()) return nullptr;
   const pid_t server = peerOf(socket->get()).pid;
   const LockGuard guard(servers().mutex);
   auto& entries = servers().entries;
-  const auto found = std::find_if(entries.begin(), entries.end(), [&](const Servers::Entry& known) {
+  const auto found = std::find_if(entries.begin(), entries.end(), [&](const Entry& known) {
     const RemoteService& service = known.service;
     return !service.dead && service.server == server && service.address.path() == address.path();
   });
   const auto index = static_cast<size_t>(found - entries.begin());
   if (found == entries.end()) entries.emplace_back(address, server);
+  keepConnection(entries[index].service, std::move(*socket));
   android::wp<android::BpBinder>& kept = entries[index].proxy;
   android::sp<android::BpBinder> proxy = kept.promote();
   if (proxy == nullptr) kept = proxy = android::BpBinder::create(static_cast<int32_t>(index) + 1);
@@ -82,7 +82,7 @@ android::sp<android::IBinder> proxyFor(const ServiceAddress& address) {
 
 RemoteService& serviceOf(int32_t handle) {
   const LockGuard guard(servers().mutex);
-  return servers().entries[static_cast<size_t>(handle) - 1].service;
+  return entryOf(handle).service;
 }
 
 unique_fd connectTo(RemoteService& service) {
@@ -93,38 +93,26 @@ unique_fd connectTo(RemoteService& service) {
   return {};
 }
 
-bool watchForDeath(android::BpBinder& proxy) {
+bool watchForDeath(const android::BpBinder& proxy) {
   RemoteService& service = serviceOf(proxy.handle());
+  if (service.watcher == getpid()) return !service.dead;
   // Not pidfd_open(): Debian 12 declares it without extern "C".
-  unique_fd process(static_cast<int>(syscall(SYS_pidfd_open, service.server, 0)));
-  unique_fd stopped;
-  unique_fd stop;
-  if (!process.ok() || !android::base::Pipe(&stopped, &stop)) {
+  const auto process =
+      std::make_shared<unique_fd>(static_cast<int>(syscall(SYS_pidfd_open, service.server, 0)));
+  if (!process->ok()) {
     ALOGE("cannot watch for the death of a service: %s", strerror(errno));
     return false;
   }
   // If the server still accepts, `process` is its own and not that of a later process with its pid.
   if (!connectTo(service).ok()) return false;
-  struct Descriptors {
-    unique_fd process;
-    unique_fd stopped;
-  };
-  const auto fds = std::make_shared<Descriptors>(Descriptors{std::move(process), std::move(stopped)});
-  const android::wp<android::BpBinder> weak(&proxy);
-  const auto started =
-      watches().threads.start("BinderDeaths", [fds, weak] { awaitDeath(fds->process, fds->stopped, weak); });
+  const auto started = servers().watchers.start(
+      "BinderDeaths", [process, handle = proxy.handle()] { awaitDeath(process->get(), handle); });
   if (!started.ok()) {
     ALOGE("cannot watch for the death of a service: %s", started.error().message().c_str());
     return false;
   }
-  const LockGuard guard(watches().mutex);
-  watches().stops[&proxy] = std::move(stop);
+  service.watcher = getpid();
   return true;
-}
-
-void stopWatchingForDeath(const android::BpBinder& proxy) {
-  const LockGuard guard(watches().mutex);
-  watches().stops.erase(&proxy);
 }
 
 }  // namespace platform::binder

@@ -20,10 +20,13 @@ struct RemoteService {
   const ServiceAddress address;
   const pid_t server;
   std::atomic<bool> dead{false};
+  std::atomic<pid_t> watcher{
+      0};  // the process that watches for its death: this one, or one that has forked it
 };
 
 // Returns the proxy of the server that listens at `address`; as long as a caller holds that proxy, everybody
-// gets the same one. Returns null if no server listens there, or if it is too busy to accept.
+// gets the same one. Returns null if no server listens there, or if it is too busy to accept. The calling
+// thread keeps the connection for its first transaction.
 android::sp<android::IBinder> proxyFor(const ServiceAddress& address);
 
 // Returns what the handle of a proxy stands for. The result is never destroyed: a process meets few servers.
@@ -33,6 +36,10 @@ RemoteService& serviceOf(int32_t handle);
 // noted in `service`, or if it is too busy to accept.
 android::base::unique_fd connectTo(RemoteService& service);
 
+// Keeps a connection to the service for the two-way transactions of the calling thread, or closes it if the
+// thread has one.
+void keepConnection(RemoteService& service, android::base::unique_fd socket);
+
 // Runs a transaction over the calling thread's own connection to the service, which is made at first use and
 // kept. Returns DEAD_OBJECT if the server is dead. Returns FAILED_TRANSACTION if the data is over
 // kMaxPayload, if a living server closed the connection, and for a one-way call that the server has no room
@@ -40,11 +47,9 @@ android::base::unique_fd connectTo(RemoteService& service);
 android::status_t transact(RemoteService& service, uint32_t code, const android::Parcel& data,
                            android::Parcel* reply, uint32_t flags);
 
-// Calls sendObituary() of the proxy when the process of its server has ended, on a thread of its own. Returns
-// false if the server is dead already, or if it cannot be watched. A child of fork(2) does not watch what its
-// parent watches. Call it once for a proxy.
-[[nodiscard]] bool watchForDeath(android::BpBinder& proxy);
-// The proxy calls it in its destructor, whether it was watched or not.
-void stopWatchingForDeath(const android::BpBinder& proxy);
+// Watches the server of the proxy from now on: when its process has ended, a thread calls sendObituary() of
+// the proxy that proxyFor() returns then. Returns false if the server is dead already, or if it cannot be
+// watched. A child of fork(2) watches for itself.
+[[nodiscard]] bool watchForDeath(const android::BpBinder& proxy);
 
 }  // namespace platform::binder

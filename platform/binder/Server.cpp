@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 #include <thread>
+#include <tuple>
 #include <utility>
 
 #include <sys/resource.h>
@@ -35,7 +36,7 @@ bool isShortage(int error) {
 
 }  // namespace
 
-Server::Server(const Limits& limits) : mPool(limits), mConnections(connectionsOf(limits)) {}
+Server::Server(const Limits& limits) : mMostConnections(connectionsOf(limits)), mPool(limits) {}
 
 Server::~Server() {
   stop();
@@ -79,7 +80,9 @@ void Server::stop() {
   for (const Service& service : mServices) shutdown(service.listener.get(), SHUT_RDWR);
   for (auto& [binder, queue] : mOneWays) queue.stop();
   mPool.close();
-  mConnections.giveUpAll();
+  for (auto& [uid, connections] : mConnections) {
+    for (Connection* const connection : connections) connection->giveUp();
+  }
   mStopped.notify_all();
 }
 
@@ -107,21 +110,76 @@ void Server::acceptAll(const Service& service) {
 }
 
 void Server::connect(const Service& service, unique_fd socket) {
-  mThreads.awaitAtMost(mConnections.most() + kClosingConnections);
-  const auto connection = std::make_shared<Connection>(mPool, service, std::move(socket));
-  if (!mConnections.add(*connection)) {
+  mThreads.awaitAtMost(mMostConnections + kClosingConnections);
+  const Peer peer = peerOf(socket.get());
+  std::shared_ptr<Connection> connection;
+  {
+    const LockGuard guard(mMutex);
+    if (mStopping) return;
+    // First, because a flood has thousands of connections each second that are only refused.
+    if (makeRoomFor(peer.uid)) {
+      connection = std::make_shared<Connection>(mPool, service, peer, std::move(socket));
+      mConnections[peer.uid].push_back(connection.get());
+    }
+  }
+  if (connection == nullptr) {
     mPool.warn("a connection is refused, because all those of its uid are in use");
     return;
   }
-  const auto started = mThreads.start("BinderClient", [this, connection] {
+  const auto body = [this, connection] {
     connection->run();
-    mConnections.remove(*connection);
-  });
-  if (!started.ok()) {
+    const LockGuard guard(mMutex);
+    forget(*connection);
+  };
+  if (const auto started = mThreads.start("BinderClient", body); !started.ok()) {
     mPool.warn(started.error().message());
-    mConnections.remove(*connection);
+    const LockGuard guard(mMutex);
+    forget(*connection);
   }
-  if (mStopping) connection->giveUp();  // stop() may have been too early to see it
+}
+
+// If the uid's share is used up or there is no room at all, gives up another connection. Returns false if
+// none can be given up.
+bool Server::makeRoomFor(uid_t uid) {
+  const auto own = mConnections.find(uid);
+  const size_t share = std::max<size_t>(mMostConnections / kConnectionShares, 1);
+  if (own != mConnections.end() && own->second.size() >= share) return giveUpOne(uid);
+  size_t all = 0;
+  for (const auto& [any, connections] : mConnections) all += connections.size();
+  return all < mMostConnections || giveUpOne(std::nullopt);
+}
+
+// Chooses among the connections of one uid, or of the uid that holds most: the one that has stalled for
+// longest, else the one that has been idle for longest. The chosen connection is forgotten at once, although
+// its thread has yet to end.
+bool Server::giveUpOne(std::optional<uid_t> ofUid) {
+  const auto now = SteadyClock::now();
+  std::tuple<size_t, bool, SteadyClock::duration> most{};
+  Connection* chosen = nullptr;
+  for (const auto& [uid, connections] : mConnections) {
+    if (ofUid && uid != *ofUid) continue;
+    for (Connection* const connection : connections) {
+      const Connection::State state = connection->state();
+      const auto time = now - connection->inStateSince();
+      if (state == Connection::State::Running || time < kGiveUpAfter) continue;
+      const std::tuple claim{connections.size(), state == Connection::State::Transferring, time};
+      if (claim <= most) continue;
+      most = claim;
+      chosen = connection;
+    }
+  }
+  if (chosen == nullptr) return false;
+  chosen->giveUp();
+  forget(*chosen);
+  return true;
+}
+
+// Does nothing if the connection has been given up.
+void Server::forget(Connection& connection) {
+  const auto own = mConnections.find(connection.uid());
+  if (own == mConnections.end()) return;
+  own->second.remove(&connection);
+  if (own->second.empty()) mConnections.erase(own);
 }
 
 Server& processServer() {

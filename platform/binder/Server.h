@@ -3,13 +3,15 @@
 #include <atomic>
 #include <list>
 #include <map>
+#include <optional>
 #include <string>
+
+#include <sys/types.h>
 
 #include <android-base/unique_fd.h>
 #include <binder/Binder.h>
 
 #include "Connection.h"
-#include "ConnectionTable.h"
 #include "Limits.h"
 #include "Threads.h"
 #include "base/Mutex.h"
@@ -47,10 +49,13 @@ class Server {
  private:
   void acceptAll(const Service& service);
   void connect(const Service& service, android::base::unique_fd socket);
+  bool makeRoomFor(uid_t uid) REQUIRES(mMutex);
+  bool giveUpOne(std::optional<uid_t> ofUid) REQUIRES(mMutex);
+  void forget(Connection& connection) REQUIRES(mMutex);
   void updateSlots() REQUIRES(mMutex);
 
+  const size_t mMostConnections;
   Pool mPool;
-  ConnectionTable mConnections;
   Threads mThreads;
   std::atomic<bool> mStopping{false};
 
@@ -59,6 +64,8 @@ class Server {
   size_t mMaxThreads GUARDED_BY(mMutex) = 15;
   size_t mJoined GUARDED_BY(mMutex) = 0;
   bool mPoolStarted GUARDED_BY(mMutex) = false;
+  // Each uid's, without those that have been given up. Their threads own them.
+  std::map<uid_t, std::list<Connection*>> mConnections GUARDED_BY(mMutex);
   // Lists and maps, because the threads refer to their entries.
   std::list<Service> mServices GUARDED_BY(mMutex);
   std::map<const android::BBinder*, OneWayQueue> mOneWays GUARDED_BY(mMutex);

@@ -13,8 +13,7 @@ using Torv::Base::LockGuard;
 // of the pool would otherwise delay the one-way calls of all others that wait behind its own.
 constexpr uid_t kNobody = static_cast<uid_t>(-1);
 
-// Makes a token for IPCThreadState::restoreCallingIdentity(). clearCallingIdentity() makes one too, but it
-// costs two system calls.
+// Makes a token for IPCThreadState::restoreCallingIdentity().
 int64_t identityToken(Peer caller) {
   return static_cast<int64_t>(static_cast<uint64_t>(caller.uid) << 32 | static_cast<uint32_t>(caller.pid));
 }

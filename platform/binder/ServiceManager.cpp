@@ -34,8 +34,8 @@ class ServiceManager final : public IServiceManager {
  public:
   sp<IBinder> getService(const String16& name) const override {
     sp<IBinder> service = checkService(name);
+    if (service == nullptr) ALOGW("waiting for service %s", text(name).c_str());
     for (int i = 0; service == nullptr && i < kPolls; ++i) {
-      if (i == 0) ALOGW("waiting for service %s", text(name).c_str());
       std::this_thread::sleep_for(kPollPause);
       service = checkService(name);
     }

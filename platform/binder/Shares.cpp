@@ -5,15 +5,16 @@ namespace platform::binder {
 using Torv::Base::LockGuard;
 
 Shares::Part Shares::take(uid_t uid, size_t amount) {
-  const LockGuard guard(mMutex);
-  if (mClosed) return {};
-  if (grant(uid, amount)) return Part(this, GiveBack{uid, amount});
-  Waiter self(uid, amount);
-  mWaiters.push_back(&self);
-  while (!self.granted && !mClosed) self.changed.wait(mMutex);
-  if (self.granted) return Part(this, GiveBack{uid, amount});
-  mWaiters.remove(&self);
-  return {};
+  Waiter self{uid, amount};
+  {
+    const LockGuard guard(mMutex);
+    if (mClosed) return {};
+    if (grant(uid, amount)) return Part(this, GiveBack{uid, amount});
+    mWaiters.push_back(&self);
+  }
+  // Not a condition variable: the thread would need the mutex again, which the thread that wakes it holds.
+  self.decided.acquire();
+  return Part(self.granted ? this : nullptr, GiveBack{uid, amount});
 }
 
 void Shares::setShare(const Share& share) {
@@ -25,7 +26,8 @@ void Shares::setShare(const Share& share) {
 void Shares::close() {
   const LockGuard guard(mMutex);
   mClosed = true;
-  for (Waiter* const waiter : mWaiters) waiter->changed.notify_one();
+  for (Waiter* const waiter : mWaiters) waiter->decided.release();
+  mWaiters.clear();
 }
 
 bool Shares::grant(uid_t uid, size_t amount) {
@@ -52,7 +54,7 @@ void Shares::grantToWaiters() {
     }
     waiter = mWaiters.erase(waiter);
     next.granted = true;
-    next.changed.notify_one();  // under the lock, because the waiter may go as soon as it sees `granted`
+    next.decided.release();
   }
 }
 

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <list>
 #include <memory>
+#include <semaphore>
 #include <unordered_map>
 
 #include <sys/types.h>
@@ -40,12 +41,10 @@ class Shares {
 
  private:
   struct Waiter {
-    Waiter(uid_t who, size_t wanted) : uid(who), amount(wanted) {}
-
     const uid_t uid;
     const size_t amount;
-    bool granted = false;
-    Torv::Base::ConditionVariable changed;
+    bool granted = false;  // guarded by mMutex until `decided` is released
+    std::binary_semaphore decided{0};
   };
 
   // Returns false if there is no room.
@@ -59,7 +58,8 @@ class Shares {
   size_t mUsed GUARDED_BY(mMutex) = 0;
   // What each uid holds. A uid that has ever called keeps its entry, so that a transaction allocates nothing.
   std::unordered_map<uid_t, size_t> mHeld GUARDED_BY(mMutex);
-  std::list<Waiter*> mWaiters GUARDED_BY(mMutex);  // in the order in which they came
+  // In the order in which they came. Those about whom is decided are not in the list any more.
+  std::list<Waiter*> mWaiters GUARDED_BY(mMutex);
 };
 
 }  // namespace platform::binder

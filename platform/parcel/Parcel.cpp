@@ -180,14 +180,6 @@ status_t Parcel::readAligned(T* pArg) const {
   return OK;
 }
 
-// Returns zero if too few bytes are left.
-template <class T>
-T Parcel::readAligned() const {
-  T value{};
-  readAligned(&value);
-  return value;
-}
-
 status_t Parcel::writeInt32(int32_t val) {
   return writeAligned(val);
 }
@@ -204,13 +196,6 @@ status_t Parcel::writeBool(bool val) {
   return writeInt32(val ? 1 : 0);
 }
 
-status_t Parcel::read(void* outData, size_t len) const {
-  const void* const source = readInplace(len);
-  if (source == nullptr) return NOT_ENOUGH_DATA;
-  if (len != 0) memcpy(outData, source, len);
-  return OK;
-}
-
 // Returns nullptr and leaves the position if fewer bytes than `len` with its padding are left.
 const void* Parcel::readInplace(size_t len) const {
   if (len > kMaxSize || padded(len) > dataAvail()) return nullptr;
@@ -221,24 +206,19 @@ const void* Parcel::readInplace(size_t len) const {
   return source;
 }
 
+// Returns zero if too few bytes are left.
 int32_t Parcel::readInt32() const {
-  return readAligned<int32_t>();
+  int32_t value = 0;
+  readInt32(&value);
+  return value;
 }
 
 status_t Parcel::readInt32(int32_t* pArg) const {
   return readAligned(pArg);
 }
 
-int64_t Parcel::readInt64() const {
-  return readAligned<int64_t>();
-}
-
 status_t Parcel::readInt64(int64_t* pArg) const {
   return readAligned(pArg);
-}
-
-double Parcel::readDouble() const {
-  return readAligned<double>();
 }
 
 status_t Parcel::readDouble(double* pArg) const {

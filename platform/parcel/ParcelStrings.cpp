@@ -64,14 +64,10 @@ status_t Parcel::writeUtf8AsUtf16(const std::string& str) {
   return OK;
 }
 
-// A parcelable is int32 1 and then what it writes itself; a null one is int32 0.
+// A parcelable is int32 1 and then what it writes itself.
 status_t Parcel::writeParcelable(const Parcelable& parcelable) {
   if (const status_t status = writeInt32(1); status != OK) return status;
   return parcelable.writeToParcel(this);
-}
-
-status_t Parcel::writeRawNullableParcelable(const Parcelable* parcelable) {
-  return parcelable != nullptr ? writeParcelable(*parcelable) : writeInt32(0);
 }
 
 status_t Parcel::readString8(String8* pArg) const {

@@ -33,11 +33,7 @@ Result<unique_fd> openLockFile(const std::string& path) {
   constexpr mode_t kOwnerOnly = 0600;
   unique_fd fd(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kOwnerOnly));
   if (!fd.ok()) return ErrnoError() << "cannot open " << path;
-  struct stat status {};
-  if (fstat(fd.get(), &status) != 0) return ErrnoError() << "cannot look at " << path;
-  if ((status.st_mode & ALLPERMS) != kOwnerOnly && fchmod(fd.get(), kOwnerOnly) != 0) {
-    return ErrnoError() << "cannot close " << path << " to other users";
-  }
+  if (fchmod(fd.get(), kOwnerOnly) != 0) return ErrnoError() << "cannot close " << path << " to other users";
   if (!leaveToOwner(fd.get(), std::filesystem::path(path).parent_path())) {
     return ErrnoError() << "cannot give " << path << " to its owner";
   }

@@ -7,7 +7,6 @@
 
 #include <malloc.h>
 #include <pthread.h>
-#include <signal.h>
 #include <unistd.h>
 
 namespace platform {
@@ -31,15 +30,8 @@ void* trimWhenDue(void* /*unused*/) {
 }
 
 bool startTrimmer() {
-  // The process's signals are for its own threads.
-  sigset_t all;
-  sigset_t before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_BLOCK, &all, &before);
   pthread_t thread{};
-  const bool started = pthread_create(&thread, nullptr, trimWhenDue, nullptr) == 0;
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  if (!started) return false;
+  if (pthread_create(&thread, nullptr, trimWhenDue, nullptr) != 0) return false;
   pthread_setname_np(thread, "heap-trim");
   pthread_detach(thread);
   return true;

@@ -2,15 +2,15 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <iterator>
 #include <string_view>
-#include <utility>
 
-#include <android-base/unique_fd.h>
 #include <android/log.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -24,61 +24,48 @@ namespace platform {
 namespace {
 
 void applyLogLevel() {
-  constexpr std::array<std::pair<std::string_view, android_LogPriority>, 7> kLevels = {{
-      {"verbose", ANDROID_LOG_VERBOSE},
-      {"debug", ANDROID_LOG_DEBUG},
-      {"info", ANDROID_LOG_INFO},
-      {"warn", ANDROID_LOG_WARN},
-      {"error", ANDROID_LOG_ERROR},
-      {"fatal", ANDROID_LOG_FATAL},
-      {"silent", ANDROID_LOG_SILENT},
-  }};
+  constexpr std::string_view kLevels[] = {"verbose", "debug", "info", "warn", "error", "fatal", "silent"};
   __android_log_set_minimum_priority(ANDROID_LOG_INFO);
   const char* named = getenv("TORV_LOG_LEVEL");
   if (named == nullptr || *named == '\0') return;
-  for (const auto& [name, priority] : kLevels) {
-    if (name != named) continue;
-    __android_log_set_minimum_priority(priority);
-    return;
+  const auto* const level = std::find(std::begin(kLevels), std::end(kLevels), named);
+  if (level != std::end(kLevels)) {
+    // The priorities follow each other, as their names do above.
+    __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE + static_cast<int32_t>(level - kLevels));
+  } else {
+    __android_log_print(ANDROID_LOG_WARN, "runtime",
+                        "TORV_LOG_LEVEL=%s: it may be verbose, debug, info, warn, error, fatal or silent",
+                        named);
   }
-  __android_log_print(ANDROID_LOG_WARN, "runtime",
-                      "TORV_LOG_LEVEL=%s: it may be verbose, debug, info, warn, error, fatal or silent",
-                      named);
 }
 
-// Standard error, written to without blocking.
-class NonBlockingStderr {
- public:
-  NonBlockingStderr() {
-    struct stat status {};
-    if (fstat(STDERR_FILENO, &status) != 0) return;
-    mIsSocket = S_ISSOCK(status.st_mode);
-    // O_NONBLOCK on the descriptor itself would change it for all processes that share it. A pipe or terminal
-    // can be opened a second time, unless it belongs to another user.
-    if (!S_ISFIFO(status.st_mode) && !S_ISCHR(status.st_mode)) return;
-    mReopened.reset(open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-  }
+// O_NONBLOCK on standard error itself would change it for all processes that share it. A pipe or terminal can
+// be opened a second time, unless it belongs to another user. Returns standard error if it cannot be.
+int openStderrAgain() {
+  struct stat status {};
+  const bool isPipeOrDevice =
+      fstat(STDERR_FILENO, &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode));
+  const int again =
+      isPipeOrDevice ? open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC) : -1;
+  return again >= 0 ? again : STDERR_FILENO;
+}
 
-  // Returns false if the text, of at most PIPE_BUF bytes, was not written as a whole.
-  bool write(std::string_view text) const {
-    const int fd = mReopened.ok() ? mReopened.get() : STDERR_FILENO;
+// Returns false if the text, of at most PIPE_BUF bytes, was not written as a whole.
+bool writeWithoutBlocking(int fd, std::string_view text) {
+  ssize_t written = send(fd, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+  if (written < 0 && errno == ENOTSOCK) {
     // A pipe that is ready takes PIPE_BUF bytes without blocking, if nobody else writes to it meanwhile.
     pollfd ready{fd, POLLOUT, 0};
     if (poll(&ready, 1, 0) != 1 || ready.revents != POLLOUT) return false;
-    const ssize_t written = mIsSocket ? send(fd, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL)
-                                      : ::write(fd, text.data(), text.size());
-    return written == static_cast<ssize_t>(text.size());
+    written = write(fd, text.data(), text.size());
   }
-
- private:
-  bool mIsSocket = false;
-  android::base::unique_fd mReopened;
-};
+  return written == static_cast<ssize_t>(text.size());
+}
 
 struct HostLog {
   // Held over the writes, which do not block, so that two threads do not share the last room of a pipe.
   Torv::Base::Mutex mutex;
-  const NonBlockingStderr out;
+  const int out = openStderrAgain();
   uint64_t lost GUARDED_BY(mutex) = 0;  // lines, since the last that was written
 };
 
@@ -117,9 +104,9 @@ void logToStderr(const __android_logger_data* data, const char* message) {
     __android_logger_data ofNote = *data;
     ofNote.tag = "runtime";
     ofNote.priority = ANDROID_LOG_WARN;
-    if (log.out.write(format(ofNote, note, buffer))) log.lost = 0;
+    if (writeWithoutBlocking(log.out, format(ofNote, note, buffer))) log.lost = 0;
   }
-  if (log.lost != 0 || !log.out.write(format(*data, message, buffer))) ++log.lost;
+  if (log.lost != 0 || !writeWithoutBlocking(log.out, format(*data, message, buffer))) ++log.lost;
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 #include "runtime/SocketPath.h"
 
+#include <cerrno>
 #include <cstring>
-#include <utility>
 
 #include <fcntl.h>
 
@@ -10,19 +10,16 @@ namespace platform {
 using android::base::ErrnoError;
 using android::base::Error;
 using android::base::Result;
-using android::base::unique_fd;
 
 Result<SocketPath> SocketPath::of(const std::string& directory, const std::string& name) {
   if (name.size() > kMaxName) return Error(ENAMETOOLONG) << "cannot make a socket named " << name;
-  unique_fd fd(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  if (!fd.ok()) return ErrnoError() << "cannot open the directory " << directory;
-  return SocketPath(std::move(fd), name);
-}
-
-SocketPath::SocketPath(unique_fd directory, const std::string& name) : mDirectory(std::move(directory)) {
-  const std::string path = "/proc/self/fd/" + std::to_string(mDirectory.get()) + "/" + name;
-  mAddress.sun_family = AF_UNIX;
-  memcpy(mAddress.sun_path, path.c_str(), path.size() + 1);
+  SocketPath made;
+  made.mDirectory.reset(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!made.mDirectory.ok()) return ErrnoError() << "cannot open the directory " << directory;
+  const std::string path = "/proc/self/fd/" + std::to_string(made.directory()) + "/" + name;
+  made.mAddress.sun_family = AF_UNIX;
+  memcpy(made.mAddress.sun_path, path.c_str(), path.size() + 1);
+  return made;
 }
 
 }  // namespace platform

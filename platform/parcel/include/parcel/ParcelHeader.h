@@ -4,8 +4,8 @@
 //
 // Implemented: int32, int64, double, bool, String16, String8, UTF-8 text (written as UTF-16), a nullable
 // String16, vectors of these and of bytes, parcelables, interface tokens, bundles of all value types, and
-// Status. Binder objects and file descriptors do not travel: writing or reading one returns
-// INVALID_OPERATION. A null binder does travel.
+// Status. Binder objects and file descriptors do not travel: a program that writes or reads one does not
+// link.
 //
 // The bytes are those of API 32 and little-endian. Where Debian's headers come from an older library that
 // writes other bytes, API 32 is the rule; tests/platform/parcel lists the differences.
@@ -15,8 +15,7 @@
 // - UNEXPECTED_NULL: a null value that may not be null, or a string that is cut, lacks its NUL or has a
 // negative length.
 // - BAD_VALUE: a vector's or bundle's count that the bytes left cannot hold, a bundle with unknown magic or
-// nested
-//   more than 32 deep. The device's reader has no limit for bundles; this one is stricter on purpose.
+// nested more than 32 deep. The device's reader has no limit for bundles; this one is stricter on purpose.
 // - BAD_TYPE: a bundle's entry of unknown type.
 // No read touches a byte past the end or allocates more than in proportion to the bytes left.
 //

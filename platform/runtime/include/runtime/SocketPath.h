@@ -28,7 +28,7 @@ class SocketPath {
   int directory() const { return mDirectory.get(); }
 
  private:
-  SocketPath(android::base::unique_fd directory, const std::string& name);
+  SocketPath() = default;
 
   android::base::unique_fd mDirectory;
   sockaddr_un mAddress{};
