@@ -16,9 +16,9 @@ namespace {
 constexpr char kDeviceRoot[] = "TORV_DEVICE_ROOT";
 constexpr size_t kMaxBytes = 4096;
 
-// In /tmp anybody may make the directory of a uid that has none yet. A stranger's device root would make
-// diagctl read a stranger's files as if they were the service's. The open descriptor is checked, not the
-// path, which may change.
+// If others may write to the directory, a stranger's file would make diagctl read a stranger's files as if
+// they were the service's. The directory's owner is believed, because the service runs as that user. The open
+// descriptor is checked, not the path, which may change in between.
 bool isTrusted(int fd, const std::string& directory) {
   struct stat file {};
   struct stat parent {};

@@ -2,9 +2,10 @@
 # the checkout as the working directory.
 # shellcheck shell=bash
 
-# Builds are below BUILD_DIR. A checkout that cannot be written is built in the user's cache.
+# Builds are below BUILD_DIR, which is relative to where the script was called: OLDPWD, because the script has gone to
+# its checkout. A checkout that cannot be written is built in the user's cache.
 if [ -n "${BUILD_DIR:-}" ]; then
-  build_root=$BUILD_DIR
+  build_root=$(cd "${OLDPWD:-.}" && realpath -m "$BUILD_DIR")
 elif [ -w . ]; then
   build_root=build
 else
@@ -18,7 +19,7 @@ build_packages=(
   android-platform-frameworks-native-headers android-platform-system-core-headers
   libjsoncpp-dev libprotobuf-dev libfmt-dev libcli11-dev libncurses-dev libjs-dygraphs util-linux)
 test_packages=(libgtest-dev libgmock-dev clang checkpolicy m4 python3 python3-jsonschema tmux)
-page_packages=(chromium chromium-driver python3-selenium)
+page_packages=(chromium chromium-driver python3-selenium poppler-utils)
 package_packages=(debhelper dpkg-dev lintian systemd man-db pkg-config bash-completion git python3)
 bench_packages=(libbenchmark-dev valgrind)
 check_packages=(clang clang-format clang-tidy libclang-rt-14-dev libc++-dev libc++abi-dev)

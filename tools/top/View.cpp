@@ -23,7 +23,13 @@ std::string periodText(int64_t ms) {
   return fmt::format("{:g} s", static_cast<double>(ms) / 1000);
 }
 
+// True once an answer has come: each answer brings the clocks, and no clock of a machine in use reads zero.
+bool isAnswered(const Timeline& timeline) {
+  return timeline.clocks.wallMs != 0;
+}
+
 std::string wallText(const Timeline& timeline, int64_t bootMs) {
+  if (!isAnswered(timeline)) return "no answer yet";
   const std::time_t seconds = wallMsOf(timeline, bootMs) / 1000;
   return fmt::format("{:%Y-%m-%d %H:%M:%S} UTC", fmt::gmtime(seconds));
 }
@@ -246,11 +252,14 @@ std::vector<Line> View::listLines(const Timeline& timeline, const std::vector<Pr
     for (Span& span : lines.back()) span.style = Style::Cursor;
   }
   if (mPlaces.empty() && size.rows > 0) {
-    lines.push_back(
-        {{mFilter.empty() ? "No process has published a state." : "No process matches the filter.",
-          Style::Faint}});
+    lines.push_back({{emptyListText(timeline), Style::Faint}});
   }
   return lines;
+}
+
+std::string View::emptyListText(const Timeline& timeline) const {
+  if (!isAnswered(timeline)) return "No answer has come yet.";
+  return mFilter.empty() ? "No process has published a state." : "No process matches the filter.";
 }
 
 // The cursor stays on its process when rows come and go above it, and on the screen.
@@ -290,7 +299,9 @@ std::vector<Line> View::render(const Timeline& timeline, const Surroundings& sur
   constexpr size_t kOwnRows = 4;  // title, heads, foot, help
   const size_t room = size.rows > kOwnRows ? size.rows - kOwnRows : 0;
   std::vector<Line> lines = {titleLine(timeline, surroundings)};
-  const auto charts = chartLines(timeline, timeOf(timeline), {size.columns, room / 2}, mGlyphs);
+  std::vector<Line> charts;
+  if (isAnswered(timeline))
+    charts = chartLines(timeline, timeOf(timeline), {size.columns, room / 2}, mGlyphs);
   lines.insert(lines.end(), charts.begin(), charts.end());
   const auto processes = matchingProcesses(timeline, timeOf(timeline), mFilter);
   lines.push_back(processHeads(processes));

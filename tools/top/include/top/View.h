@@ -72,6 +72,7 @@ class View {
   void moveCursor(int64_t rows);
   std::vector<Line> listLines(const timeline::Timeline& timeline,
                               const std::vector<timeline::ProcessSnapshot>& processes, Size size);
+  std::string emptyListText(const timeline::Timeline& timeline) const;
   void showCursor(size_t rows);
   Line titleLine(const timeline::Timeline& timeline, const Surroundings& surroundings) const;
   Line footLine(const Surroundings& surroundings) const;
