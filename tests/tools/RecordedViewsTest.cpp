@@ -1,12 +1,12 @@
-// A long recording, replayed and exported: what the views show agrees with counts that a script makes from
-// the recording's lines.
+// A long recording and a real one, replayed and exported: what the views show agrees with counts that a
+// script makes from the recording's lines.
 #include <signal.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 #include <json/value.h>
 
-#include "GeneratedRecording.h"
+#include "ReadTrace.h"
 #include "Screen.h"
 #include "base/Json.h"
 #include "fixture/Daemon.h"
@@ -17,13 +17,12 @@
 namespace timeline {
 namespace {
 
-Json::Value countsOf(const std::string& kind, const std::string& path) {
-  const fixture::Outcome outcome =
-      fixture::run({"/usr/bin/python3", COUNT_SCRIPT, kind, path}, {getuid(), {}});
+using trace::TrackEvent;
+
+std::string outputOf(const std::vector<std::string>& command) {
+  const fixture::Outcome outcome = fixture::run(command, {getuid(), {}});
   EXPECT_EQ(outcome.exitCode(), 0) << outcome.output;
-  const auto counts = Torv::Base::parseJson(outcome.output);
-  EXPECT_TRUE(counts.ok()) << outcome.output;
-  return counts.ok() ? *counts : Json::Value();
+  return outcome.output;
 }
 
 // A short recording of the real service, which ends and comes back, while applications publish and one dies.
@@ -40,16 +39,14 @@ void writeRealRecording(const std::string& path) {
   {
     const fixture::Process sleeper({"/bin/sleep", "100"}, daemon.client());
     for (const char* const value : {"one", "two", "three"}) {
-      ASSERT_TRUE(fixture::publish(sleeper.pid(), "key <b>", value));
-      ASSERT_TRUE(recorded(value));
+      ASSERT_TRUE(fixture::publish(sleeper.pid(), "key <b>", value) && recorded(value));
     }
   }
   ASSERT_TRUE(recorded("\"dead\""));
   daemon.stop(SIGTERM);
   ASSERT_TRUE(recorded("\"gap\""));
   daemon.start();
-  ASSERT_TRUE(fixture::publish(getpid(), "key", "after the gap"));
-  ASSERT_TRUE(recorded("after the gap"));
+  ASSERT_TRUE(fixture::publish(getpid(), "key", "after the gap") && recorded("after the gap"));
   // The recorder asks for the histories once more when it ends.
   ASSERT_TRUE(fixture::eventually([&] {
     const auto context = fixture::run({fixture::staged("diagctl"), "context"}, daemon.client());
@@ -63,18 +60,35 @@ class RecordedViewsTest : public testing::TestWithParam<const char*> {
  protected:
   static void SetUpTestSuite() {
     sDir = new test::TempDir;
-    recordings::writeGeneratedRecording(sDir->path("generated"));
+    outputOf({"/usr/bin/python3", "-B", RECORDING_SCRIPT, sDir->path("generated")});
     writeRealRecording(sDir->path("real"));
   }
   static void TearDownTestSuite() { delete sDir; }
 
+  // How many values each series has, and their sum.
+  using Values = std::map<std::string, std::pair<int64_t, double>>;
+  void expectCounted(const Values& values) const {
+    EXPECT_EQ(values.size(), counts["values"].size());
+    for (const auto& [name, value] : values) {
+      EXPECT_EQ(value.first, counts["values"][name][0].asInt64()) << name;
+      EXPECT_NEAR(value.second, counts["values"][name][1].asDouble(), 0.01) << name;
+    }
+  }
+
+  // What `diagctl COMMAND --from RECORDING OPTIONS -o FILE` writes.
+  std::string written(const std::string& command, const std::vector<std::string>& options = {}) const {
+    const std::string file = sDir->path("written");
+    std::vector<std::string> words = {fixture::staged("diagctl"), command, "--from", path, "-o", file};
+    words.insert(words.end(), options.begin(), options.end());
+    outputOf(words);
+    return test::readFile(file);
+  }
+
+  static inline test::TempDir* sDir = nullptr;
   const std::string path = sDir->path(GetParam());
-  const Json::Value counts = countsOf("recording", path);
-
-  static test::TempDir* sDir;
+  const Json::Value counts =
+      Torv::Base::parseJson(outputOf({"/usr/bin/python3", COUNT_SCRIPT, path})).value_or(Json::Value());
 };
-
-test::TempDir* RecordedViewsTest::sDir = nullptr;
 
 INSTANTIATE_TEST_SUITE_P(Recordings, RecordedViewsTest, testing::Values("generated", "real"));
 
@@ -104,35 +118,47 @@ TEST_P(RecordedViewsTest, theReplayedTimelineHoldsWhatTheLinesSay) {
   }
   EXPECT_EQ(last, counts["last"]);
 
-  size_t series = 0;
-  for (const Series& one : timeline->series) {
-    const Json::Value& expected = counts["values"][one.source + '/' + one.metric];
-    int64_t values = 0;
-    double sum = 0;
-    for (const Point& point : one.points) {
-      values += point.value.has_value();
-      sum += point.value.value_or(0);
+  Values values;
+  for (const Series& series : timeline->series) {
+    for (const Point& point : series.points) {
+      if (!point.value) continue;
+      auto& [count, sum] = values[series.source + '/' + series.metric];
+      ++count;
+      sum += *point.value;
     }
-    EXPECT_EQ(values, expected[0].asInt64()) << one.metric;
-    EXPECT_NEAR(sum, expected[1].asDouble(), 0.01) << one.metric;
-    series += values > 0;
   }
-  EXPECT_EQ(series, counts["values"].size());
+  expectCounted(values);
 }
 
 TEST_P(RecordedViewsTest, theExportedTraceHoldsWhatTheLinesSay) {
-  const std::string trace = sDir->path("trace.pftrace");
-  const fixture::Outcome outcome =
-      fixture::run({fixture::staged("diagctl"), "export", "--from", path, "-o", trace}, {getuid(), {}});
-  ASSERT_EQ(outcome.exitCode(), 0) << outcome.output;
-  const Json::Value traced = countsOf("trace", trace);
-  EXPECT_EQ(traced["slices"], counts["changes"]);
-  EXPECT_EQ(traced["instants"].asUInt(), counts["deaths"].size());
-  EXPECT_EQ(traced["values"], counts["values"]);
-  EXPECT_EQ(traced["disordered"].asInt(), 0);
-  EXPECT_EQ(traced["unclosed"].asInt(), 0);
-  EXPECT_EQ(traced["units"]["system_meminfo_history/MemFree_KB"][0].asInt(), 3);
-  EXPECT_EQ(traced["units"]["system_meminfo_history/MemFree_KB"][1].asInt(), 1024);
+  const ReadTrace trace(written("export"));
+  Values values;
+  std::map<uint64_t, int> open;
+  size_t slices = 0;
+  size_t instants = 0;
+  uint64_t last = 0;
+  for (const auto& packet : trace.whole.packet()) {
+    if (!packet.has_track_event()) continue;
+    EXPECT_GE(packet.timestamp(), std::exchange(last, packet.timestamp()));
+    const TrackEvent& event = packet.track_event();
+    if (event.type() == TrackEvent::TYPE_SLICE_BEGIN) {
+      EXPECT_EQ(++open[event.track_uuid()], 1) << "slices of one key do not overlap";
+      slices += event.categories(0) == "state";
+    } else if (event.type() == TrackEvent::TYPE_SLICE_END) {
+      EXPECT_EQ(--open[event.track_uuid()], 0);
+    } else if (event.type() == TrackEvent::TYPE_INSTANT) {
+      ++instants;
+    } else {
+      auto& [count, sum] = values[trace.path(event.track_uuid())];
+      ++count;
+      sum += event.has_counter_value() ? static_cast<double>(event.counter_value())
+                                       : event.double_counter_value();
+    }
+  }
+  EXPECT_EQ(slices, counts["changes"].asUInt64());
+  EXPECT_EQ(instants, counts["deaths"].size());
+  for (const auto& [uuid, count] : open) EXPECT_EQ(count, 0) << trace.path(uuid);
+  expectCounted(values);
 }
 
 TEST_P(RecordedViewsTest, theLiveViewHoldsWhatTheLinesSay) {
@@ -142,13 +168,8 @@ TEST_P(RecordedViewsTest, theLiveViewHoldsWhatTheLinesSay) {
 
 // The page about a process that lives ends where the recording ends.
 TEST_P(RecordedViewsTest, theReportHoldsWhatTheLinesSay) {
-  const std::string pid = counts["last"].getMemberNames().back();
-  const std::string page = sDir->path("report.html");
-  const fixture::Outcome outcome = fixture::run(
-      {fixture::staged("diagctl"), "report", "--pid", pid, "--from", path, "--last", "10m", "-o", page},
-      {getuid(), {}});
-  ASSERT_EQ(outcome.exitCode(), 0) << outcome.output;
-  const std::string html = test::readFile(page);
+  const std::string html =
+      written("report", {"--pid", counts["last"].getMemberNames().back(), "--last", "10m"});
   EXPECT_EQ(fixture::countOf(html, "<th colspan=\"3\">"), counts["last"].size() - 1);
   EXPECT_EQ(fixture::countOf(html, "<td>Nothing was seen for"), counts["gaps"].size());
   size_t died = 0;

@@ -48,7 +48,7 @@ std::map<std::string, double> numbers(const Json::Value& sample) {
   return values;
 }
 
-// The usual time between two samples: the median of the steps.
+// The usual time between two samples: the median of the steps. 0 if there are fewer than two samples.
 int64_t periodOf(const History& history) {
   std::vector<int64_t> steps;
   for (size_t i = 1; i < history.samples.size(); ++i) {
@@ -97,13 +97,15 @@ std::optional<AgedText> parseAged(const std::string& text) {
 // two readings of the clocks may differ by a millisecond, and by a suspend in between.
 std::vector<Sample> HistoryReader::newSamples(const History& history, const Clocks& clocks) {
   const int64_t suspendedMs = clocks.bootMs - clocks.monotonicMs;
-  const int64_t periodMs = periodOf(history);
+  // A service that has just started has one sample, from which no period can be told: the one before holds.
+  if (const int64_t periodMs = periodOf(history); periodMs > 0) mPeriodMs = periodMs;
   std::vector<Sample> samples;
   for (const History::Sample& sample : history.samples) {
     if (mLastMs && sample.monotonicMs <= *mLastMs) continue;
-    if (mLastMs && periodMs > 0 &&
-        static_cast<double>(sample.monotonicMs - *mLastMs) > kMissedSamples * static_cast<double>(periodMs)) {
-      addSample({*mLastMs + periodMs, {}}, *mLastMs + periodMs + suspendedMs, samples);
+    if (mLastMs && mPeriodMs > 0 &&
+        static_cast<double>(sample.monotonicMs - *mLastMs) >
+            kMissedSamples * static_cast<double>(mPeriodMs)) {
+      addSample({*mLastMs + mPeriodMs, {}}, *mLastMs + mPeriodMs + suspendedMs, samples);
     }
     addSample(sample, sample.monotonicMs + suspendedMs, samples);
   }

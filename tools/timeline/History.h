@@ -50,6 +50,7 @@ class HistoryReader {
   void addSample(const History::Sample& sample, int64_t bootMs, std::vector<Sample>& samples);
 
   std::optional<int64_t> mLastMs;  // monotonic time of the last sample that was taken
+  int64_t mPeriodMs = 0;           // the usual time between two samples; 0 until two have come
   std::map<std::string, Unit>
       mMetrics;  // all that were ever seen, under the names that they have in a series
   std::map<std::string, double> mLastTotals;  // the stall totals of the last sample, if it had values
