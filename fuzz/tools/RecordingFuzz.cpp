@@ -1,5 +1,6 @@
 // Recordings and crash reports of any content: the readers take them or refuse them, and what they take keeps
 // the promises that every view relies on.
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <string_view>
@@ -15,20 +16,14 @@ void require(bool holds) {
   if (!holds) abort();
 }
 
-template <typename Events, typename Time>
-void requireOrder(const Events& events, Time time, bool strictly) {
-  for (size_t i = 1; i < events.size(); ++i) {
-    require(strictly ? events[i - 1].*time < events[i].*time : events[i - 1].*time <= events[i].*time);
-  }
-}
-
 void use(const timeline::Timeline& timeline) {
-  requireOrder(timeline.changes, &timeline::KeyChange::seenMs, false);
-  requireOrder(timeline.globals, &timeline::GlobalChange::publishedMs, false);
-  requireOrder(timeline.deaths, &timeline::Death::seenMs, false);
-  requireOrder(timeline.gaps, &timeline::Gap::fromMs, false);
+  require(std::ranges::is_sorted(timeline.changes, {}, &timeline::KeyChange::seenMs));
+  require(std::ranges::is_sorted(timeline.globals, {}, &timeline::GlobalChange::publishedMs));
+  require(std::ranges::is_sorted(timeline.deaths, {}, &timeline::Death::seenMs));
+  require(std::ranges::is_sorted(timeline.gaps, {}, &timeline::Gap::fromMs));
   for (const timeline::Series& series : timeline.series) {
-    requireOrder(series.points, &timeline::Point::bootMs, true);
+    // No time stands twice either.
+    require(std::ranges::is_sorted(series.points, std::less_equal{}, &timeline::Point::bootMs));
     const auto columns = timeline::columnsOf(series, timeline.beginMs, timeline.endMs, 40);
     const auto bars = timeline::bars(columns, timeline::scaleOf(timeline, series), timeline::Glyphs::Ascii);
     require(bars.size() == 40);

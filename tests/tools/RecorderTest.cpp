@@ -14,14 +14,11 @@ namespace {
 using answers::clocksAt;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::SizeIs;
 
 class RecorderTest : public testing::Test {
  protected:
-  Recorder newRecorder(uint64_t maxBytes = uint64_t{1} << 30) {
-    auto recorder = Recorder::create({path, 1000, maxBytes, "machine"}, clocksAt(0));
-    EXPECT_TRUE(recorder.ok()) << recorder.error();
-    return *std::move(recorder);
+  void add(int64_t bootMs, std::map<int32_t, Texts> processes, const std::set<int32_t>& dead = {}) {
+    ASSERT_TRUE(recorder.add({clocksAt(bootMs), std::move(processes), {}, {}}, dead).ok());
   }
 
   std::string text() const { return test::readFile(path); }
@@ -34,18 +31,15 @@ class RecorderTest : public testing::Test {
 
   test::TempDir dir;
   const std::string path = dir.path("recording.jsonl");
+  static constexpr uint64_t kMaxBytes = 100'000;
+  Recorder recorder = *Recorder::create({path, 1000, kMaxBytes, "machine"}, clocksAt(0));
 };
 
-Answer statesAt(int64_t bootMs, std::map<int32_t, Texts> processes) {
-  return {clocksAt(bootMs), std::move(processes), {}, {}};
-}
-
 TEST_F(RecorderTest, aRecordingGivesTheTimelineOfTheAnswersItWasMadeFrom) {
-  Recorder recorder = newRecorder();
   Builder expected;
   for (int64_t second = 1; second <= 150; ++second) {
-    Answer answer =
-        statesAt(second * 1000, {{7, {{"n", std::to_string(second / 4)}, {"k", "</script>\n\x01é"}}}});
+    Answer answer = {clocksAt(second * 1000), {}, {}, {}};
+    answer.processes[7] = {{"n", std::to_string(second / 4)}, {"k", "</script>\n\x01é"}};
     if (second % 20 == 0) answer.processes[second] = {{"a", ""}};
     if (recorder.wantsContext(answer.clocks.bootMs)) {
       const int64_t report = answer.clocks.monotonicMs;
@@ -64,52 +58,38 @@ TEST_F(RecorderTest, aRecordingGivesTheTimelineOfTheAnswersItWasMadeFrom) {
   EXPECT_EQ(recorded.endMs, 148'000) << "of the last line";
 }
 
-TEST_F(RecorderTest, onlyChangesAreWrittenAndAFullPictureEachMinute) {
-  Recorder recorder = newRecorder();
-  for (int64_t second = 0; second <= 121; ++second) {
-    ASSERT_TRUE(recorder.add(statesAt(second * 1000, {{7, {{"k", second < 90 ? "a" : "b"}}}}), {}).ok());
+TEST_F(RecorderTest, eachChangeNameAndDeathIsWrittenOnceAndAFullPictureEachMinute) {
+  for (int64_t second = 1; second <= 121; ++second) {
+    const std::set<int32_t> dead = second < 100 ? std::set<int32_t>{} : std::set<int32_t>{7};
+    add(second * 1000, {{7, {{"k", second < 90 ? "a" : "b"}}}}, dead);
+    ASSERT_TRUE(recorder.addNames(second * 1000, {{7, "app"}}).ok());
   }
+  const auto picture = HasSubstr("\"processes\"");
   EXPECT_THAT(
       android::base::Split(text(), "\n"),
-      ElementsAre(HasSubstr("\"format\""), HasSubstr("\"processes\""), HasSubstr("\"processes\""),
-                  HasSubstr(R"({"at":90000,"changed":{"7":{"k":"b"}}})"), HasSubstr("\"processes\""), ""));
-}
-
-TEST_F(RecorderTest, eachDeathAndNameIsToldOnce) {
-  Recorder recorder = newRecorder();
-  ASSERT_TRUE(recorder.add(statesAt(1000, {{7, {{"k", "a"}}}}), {}).ok());
-  ASSERT_TRUE(recorder.addNames(1000, {{7, "app"}}).ok());
-  for (const int64_t at : {2000, 3000}) {
-    ASSERT_TRUE(recorder.add(statesAt(at, {{7, {{"k", "a"}}}}), {7}).ok());
-    ASSERT_TRUE(recorder.addNames(at, {{7, "app"}}).ok());
-  }
-  EXPECT_THAT(timeline().deaths, ElementsAre(Death{2000, 7, std::nullopt, ""}));
+      ElementsAre(HasSubstr("\"format\""), picture, R"({"at":1000,"names":{"7":"app"}})", picture,
+                  R"({"at":61000,"names":{"7":"app"}})", R"({"at":90000,"changed":{"7":{"k":"b"}}})",
+                  R"({"at":100000,"dead":[7]})", picture, R"({"at":121000,"names":{"7":"app"}})", ""));
+  EXPECT_THAT(timeline().deaths, ElementsAre(Death{100'000, 7, std::nullopt, ""}));
   EXPECT_EQ(timeline().names.at(7), "app");
-  EXPECT_THAT(android::base::Split(text(), "\n"), SizeIs(5));
 }
 
 TEST_F(RecorderTest, afterAGapComesAFullPictureAndAContext) {
-  Recorder recorder = newRecorder();
-  Answer answer = statesAt(1000, {{7, {{"k", "a"}}}});
-  answer.context = {{"build_tags", ""}};
-  ASSERT_TRUE(recorder.add(answer, {}).ok());
+  ASSERT_TRUE(recorder.add({clocksAt(1000), {{7, {{"k", "a"}}}}, {{"build_tags", ""}}, {}}, {}).ok());
   EXPECT_FALSE(recorder.wantsContext(2000));
   for (const int64_t at : {1000, 3000}) ASSERT_TRUE(recorder.addGap(at, "the service ended").ok());
   EXPECT_TRUE(recorder.wantsContext(4000));
-  ASSERT_TRUE(recorder.add(statesAt(5000, {}), {}).ok());
+  add(5000, {});
   EXPECT_THAT(timeline().gaps, ElementsAre(Gap{1000, 5000, "the service ended"}));
   EXPECT_EQ(timeline().changes.back(), (KeyChange{5000, 7, "k", std::nullopt, false}));
 }
 
 TEST_F(RecorderTest, theOldestMinutesGoWhenTheSizeIsReached) {
-  constexpr uint64_t kMost = 100'000;
-  Recorder recorder = newRecorder(kMost);
   const std::string page(500, 'x');
   for (int64_t second = 0; second < 1200; ++second) {
-    ASSERT_TRUE(
-        recorder.add(statesAt(second * 1000, {{7, {{"k", page + std::to_string(second)}}}}), {}).ok());
+    add(second * 1000, {{7, {{"k", page + std::to_string(second)}}}});
     // The minute that is being written is on top of it.
-    ASSERT_LE(text().size(), kMost + 60 * 600) << second;
+    ASSERT_LE(text().size(), kMaxBytes + 60 * 600) << second;
   }
   const Timeline rest = timeline();
   EXPECT_EQ(rest.endMs, 1'199'000);
@@ -120,10 +100,7 @@ TEST_F(RecorderTest, theOldestMinutesGoWhenTheSizeIsReached) {
 }
 
 TEST_F(RecorderTest, aCutLastLineIsNoFaultAndADamagedOneIsNamed) {
-  Recorder recorder = newRecorder();
-  for (const int64_t at : {1000, 2000, 3000}) {
-    ASSERT_TRUE(recorder.add(statesAt(at, {{7, {{"k", std::to_string(at)}}}}), {}).ok());
-  }
+  for (const int64_t at : {1000, 2000, 3000}) add(at, {{7, {{"k", std::to_string(at)}}}});
   const std::string whole = text();
   const size_t lastLine = whole.rfind('\n', whole.size() - 2) + 1;
   for (size_t size = lastLine; size < whole.size(); ++size) {

@@ -17,12 +17,10 @@ namespace {
 
 class TopTest : public testing::TestWithParam<std::pair<size_t, size_t>> {
  protected:
-  static void SetUpTestSuite() {
+  TopTest() {
     setlocale(LC_CTYPE, "C.UTF-8");
-    sDir = new test::TempDir;
-    fixture::run({"/usr/bin/python3", "-B", RECORDING_SCRIPT, sDir->path("recording")}, {getuid(), {}});
+    fixture::run({"/usr/bin/python3", "-B", RECORDING_SCRIPT, top.back()}, {getuid(), {}});
   }
-  static void TearDownTestSuite() { delete sDir; }
 
   // After the view's end the terminal is as it was.
   static void expectEnd(const Screen& screen, int exitCode) {
@@ -32,8 +30,8 @@ class TopTest : public testing::TestWithParam<std::pair<size_t, size_t>> {
     EXPECT_FALSE(screen.isTaken());
   }
 
-  static inline test::TempDir* sDir = nullptr;
-  const std::vector<std::string> top = {DIAGCTL, "top", "--from", sDir->path("recording")};
+  const test::TempDir dir;
+  const std::vector<std::string> top = {DIAGCTL, "top", "--from", dir.path("recording")};
 };
 
 }  // namespace

@@ -13,17 +13,15 @@ namespace {
 
 using testing::ElementsAre;
 
-// The events in the order of the packets: "<ms> <B, E, I or C> <track> <name or value>".
+// The events in the order of the packets: "<ms> <B, E or I> <track> <name>".
 std::vector<std::string> eventsOf(const ReadTrace& trace) {
   std::vector<std::string> lines;
   for (const auto& packet : trace.whole.packet()) {
     if (!packet.has_track_event()) continue;
     const auto& event = packet.track_event();
-    std::string line = std::to_string(packet.timestamp() / 1'000'000) + " " + "?BEIC"[event.type()] + " " +
+    std::string line = std::to_string(packet.timestamp() / 1'000'000) + " " + "?BEI"[event.type()] + " " +
                        trace.path(event.track_uuid());
     if (event.has_name()) line += " " + event.name();
-    if (event.has_counter_value()) line += " " + std::to_string(event.counter_value());
-    if (event.has_double_counter_value()) line += " " + std::to_string(event.double_counter_value());
     lines.push_back(line);
   }
   return lines;
@@ -42,14 +40,6 @@ TEST(TraceTest, processesHaveATrackForEachKeyAndASliceForEachValue) {
       eventsOf(ReadTrace(toTrace(timeline))),
       ElementsAre("1000 B app/screen home", "1000 B app/user a", "2000 E app/screen", "2000 B app/screen map",
                   "2500 E app/user", "3000 E app/screen", "3000 I app died of Segmentation fault"));
-}
-
-TEST(TraceTest, metricsAreCountersAndAGapIsNoValue) {
-  Timeline timeline;
-  timeline.series = {{"mem", "Free_KB", Unit::Kibibytes, {{1000, 5.0}, {2000, std::nullopt}, {3000, 6.0}}},
-                     {"mem", "Free_%", Unit::Percent, {{1000, 12.5}}}};
-  EXPECT_THAT(eventsOf(ReadTrace(toTrace(timeline))),
-              ElementsAre("1000 C mem/Free_KB 5", "1000 C mem/Free_% 12.500000", "3000 C mem/Free_KB 6"));
 }
 
 TEST(TraceTest, globalStatesAndGapsHaveTracksOfTheirOwn) {
