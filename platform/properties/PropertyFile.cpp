@@ -1,11 +1,10 @@
 #include "properties/PropertyFile.h"
 
 #include <algorithm>
-#include <array>
+#include <atomic>
 #include <cerrno>
 #include <clocale>
 #include <cstdlib>
-#include <cstring>
 #include <functional>
 #include <set>
 
@@ -24,52 +23,23 @@ using android::base::Result;
 
 namespace {
 
-constexpr char kLogTag[] = "properties";
 constexpr size_t kMaxFileBytes = size_t{1} << 20;  // every look-up reads the file
 
-std::string propertyPath() {
-  return runtimeDirectory() + "/properties";
-}
-
-bool isReadOnly(std::string_view name) {
-  return name.substr(0, 3) == "ro.";
-}
-
-// A table: every read looks at every name of the file.
-constexpr std::array<bool, 256> kNameCharacters = [] {
-  std::array<bool, 256> legal{};
-  for (const char c :
-       std::string_view("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._@:-")) {
-    legal[static_cast<unsigned char>(c)] = true;
-  }
-  return legal;
-}();
-
-bool isLegalName(std::string_view name) {
-  return !name.empty() && name.front() != '.' && name.back() != '.' &&
-         name.find("..") == std::string_view::npos && std::all_of(name.begin(), name.end(), [](char c) {
-           return kNameCharacters[static_cast<unsigned char>(c)];
-         });
-}
-
-bool isValidUtf8(const std::string& text) {
-  static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
-  const locale_t before = uselocale(utf8);
-  const bool valid = mbstowcs(nullptr, text.c_str(), 0) != static_cast<size_t>(-1);
-  uselocale(before);
-  return valid;
-}
-
-std::string_view trimmed(std::string_view text) {
-  const size_t first = text.find_first_not_of(" \t");
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
+// One line of the file. `value` is absent if the line has no "=".
+struct Line {
+  std::string_view text;  // the whole line, without its newline
+  std::string_view name;
+  std::optional<std::string_view> value;
+};
 
 struct LoggedMessages {
   Torv::Base::Mutex mutex;
   std::set<size_t> hashes GUARDED_BY(mutex);
 };
+
+std::string propertyPath() {
+  return runtimeDirectory() + "/properties";
+}
 
 // Logs each message once, because the file is read at every query. After 64 different ones the process logs
 // no more, so that a file that is rewritten with ever new faults does not fill the memory.
@@ -81,128 +51,137 @@ void logOnce(const std::string& message) {
     const bool isFull = logged.hashes.size() >= kMaxMessages;
     if (isFull || !logged.hashes.insert(std::hash<std::string>()(message)).second) return;
   }
-  __android_log_print(ANDROID_LOG_WARN, kLogTag, "%s", message.c_str());
+  __android_log_print(ANDROID_LOG_WARN, "properties", "%s", message.c_str());
 }
 
-void logIgnored(std::string_view line, const char* reason) {
-  constexpr size_t kShown = 80;
-  logOnce(propertyPath() + ": ignoring the line \"" + std::string(line.substr(0, kShown)) +
-          (line.size() > kShown ? "...\": " : "\": ") + reason);
+bool isReadOnly(std::string_view name) {
+  return name.substr(0, 3) == "ro.";
 }
 
-// Calls visit(line, offset of the line) for each line, without its newline.
+bool isLegalName(std::string_view name) {
+  constexpr std::string_view kLegal = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._@:-";
+  return !name.empty() && name.front() != '.' && name.back() != '.' &&
+         name.find("..") == std::string_view::npos &&
+         name.find_first_not_of(kLegal) == std::string_view::npos;
+}
+
+// Returns the rule that forbids a property of this name and value, or null if none does.
+const char* brokenRule(std::string_view name, std::string_view value) {
+  if (!isLegalName(name)) {
+    return "a name has letters, digits and . _ @ : - without a dot at either end or two in a row";
+  }
+  if (value.find('\0') != std::string_view::npos) return "a value holds no NUL";
+  if (value.size() >= PROP_VALUE_MAX && !isReadOnly(name)) {
+    return "only the value of a read-only property (ro.*) may have more than 91 bytes";
+  }
+  return nullptr;
+}
+
+// Returns why the line sets no property, or null if it sets one.
+const char* problemOf(const Line& line) {
+  return line.value ? brokenRule(line.name, *line.value) : "it has no \"=\"";
+}
+
+std::string_view trimmed(std::string_view text) {
+  constexpr char kSpaces[] = " \t";
+  text.remove_prefix(std::min(text.find_first_not_of(kSpaces), text.size()));
+  return text.substr(0, text.find_last_not_of(kSpaces) + 1);
+}
+
+// Decides nothing: problemOf() says whether the line sets a property, for the few lines that matter to a
+// look-up.
+Line parseLine(std::string_view text) {
+  std::string_view content = text;
+  if (!content.empty() && content.back() == '\r') content.remove_suffix(1);
+  const size_t equals = content.find('=');
+  Line line{text, trimmed(content.substr(0, equals)), std::nullopt};
+  if (equals != std::string_view::npos) line.value = content.substr(equals + 1);
+  return line;
+}
+
 template <typename Visit>
 void forEachLine(std::string_view text, const Visit& visit) {
-  for (size_t start = 0; start < text.size();) {
-    const size_t end = std::min(text.find('\n', start), text.size());
-    visit(text.substr(start, end - start), start);
-    start = end + 1;
+  while (!text.empty()) {
+    const Line line = parseLine(text.substr(0, text.find('\n')));
+    visit(line);
+    text.remove_prefix(std::min(line.text.size() + 1, text.size()));
   }
 }
 
-// Calls visit(property, its whole line, offset of the line) for each property, in the order of the file.
-template <typename Visit>
-void forEachProperty(std::string_view text, const Visit& visit) {
-  forEachLine(text, [&](std::string_view line, size_t offset) {
-    const PropertyLine property = parsePropertyLine(line);
-    if (property.kind == PropertyLine::Kind::Ignored) logIgnored(line, property.reason);
-    if (property.kind == PropertyLine::Kind::Property) visit(property, line, offset);
+// Returns the line that decides on the property: the last of that name.
+std::optional<Line> lineOf(std::string_view text, std::string_view name) {
+  std::optional<Line> last;
+  forEachLine(text, [&](const Line& line) {
+    if (line.name == name && problemOf(line) == nullptr) last = line;
+  });
+  return last;
+}
+
+// Looks at the lines only if the last text was another one, because every look-up comes here.
+void logIgnoredLines(const std::string& path, const std::string& text) {
+  static std::atomic<size_t> lastText{0};
+  const size_t hash = std::hash<std::string>()(text);
+  if (lastText.exchange(hash) == hash) return;
+  forEachLine(text, [&](const Line& line) {
+    const bool isBlank = line.name.empty() && !line.value;
+    const char* problem = problemOf(line);
+    if (problem == nullptr || isBlank || line.name.substr(0, 1) == "#") return;
+    const std::string_view begin = line.text.substr(0, 80);
+    logOnce(path + ": ignoring the line \"" + std::string(begin) + "\": " + problem);
   });
 }
 
-Result<void> checkAssignment(std::string_view name, std::string_view value) {
-  if (!isLegalName(name)) {
-    return Error()
-           << '"' << name
-           << "\" is no property name: letters, digits and . _ @ : - without a dot at either end or two "
-              "in a row";
-  }
-  if (value.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos) {
-    return Error() << "the value of " << name
-                   << " holds a line break or NUL, which the property file cannot keep";
-  }
-  if (!isReadOnly(name) && value.size() >= PROP_VALUE_MAX) {
-    return Error() << "the value of " << name << " has " << value.size()
-                   << " bytes; only read-only properties (ro.*) may have more than 91";
-  }
-  if (!isValidUtf8(std::string(value))) return Error() << "the value of " << name << " is not valid UTF-8";
-  return {};
+bool isValidUtf8(const std::string& text) {
+  static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+  const locale_t before = uselocale(utf8);
+  const bool valid = mbstowcs(nullptr, text.c_str(), 0) != static_cast<size_t>(-1);
+  uselocale(before);
+  return valid;
 }
 
 // A missing file is an empty property area.
 Result<std::string> readText(const std::string& path) {
   Result<std::string> text = Torv::Base::readFile(path, kMaxFileBytes);
   if (!text.ok() && text.error().code() == ENOENT) return std::string();
+  if (text.ok()) logIgnoredLines(path, *text);
   return text;
+}
+
+// Replaces the file's text by what `change` makes of it, while no other process can.
+Result<void> changeFile(const std::function<Result<std::string>(const std::string&)>& change) {
+  const std::string path = propertyPath();
+  auto lock = lockFile(path + ".lock");
+  if (!lock.ok()) return lock.error();
+  Result<std::string> text = readText(path);
+  if (!text.ok()) return text.error();
+  Result<std::string> changed = change(*text);
+  if (!changed.ok()) return changed.error();
+  return replaceFile(path, *changed);
 }
 
 }  // namespace
 
-PropertyLine parsePropertyLine(std::string_view line) {
-  if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-  const std::string_view content = trimmed(line);
-  if (content.empty() || content.front() == '#') return {};
-  PropertyLine result;
-  result.kind = PropertyLine::Kind::Ignored;
-  const size_t equals = line.find('=');
-  if (equals == std::string_view::npos) {
-    result.reason = "it has no \"=\"";
-    return result;
-  }
-  result.name = trimmed(line.substr(0, equals));
-  result.value = line.substr(equals + 1);
-  if (!isLegalName(result.name)) {
-    result.reason = "the name is not legal";
-  } else if (result.value.find('\0') != std::string_view::npos) {
-    result.reason = "the value holds a NUL";
-  } else if (result.value.size() >= PROP_VALUE_MAX && !isReadOnly(result.name)) {
-    result.reason = "the value has more than 91 bytes";
-  } else {
-    result.kind = PropertyLine::Kind::Property;
-  }
-  return result;
-}
-
 std::optional<std::string_view> findProperty(std::string_view text, std::string_view name) {
-  std::optional<std::string_view> found;
-  forEachProperty(text, [&](const PropertyLine& property, std::string_view, size_t) {
-    if (property.name == name) found = property.value;
-  });
-  return found;
+  const std::optional<Line> line = lineOf(text, name);
+  return line ? line->value : std::nullopt;
 }
 
 PropertyMap parseProperties(std::string_view text) {
   PropertyMap all;
-  forEachProperty(text, [&](const PropertyLine& property, std::string_view, size_t) {
-    all.insert_or_assign(std::string(property.name), std::string(property.value));
+  forEachLine(text, [&](const Line& line) {
+    if (problemOf(line) == nullptr) all.insert_or_assign(std::string(line.name), std::string(*line.value));
   });
   return all;
 }
 
 std::string withProperty(std::string_view text, std::string_view name, std::string_view value) {
-  const std::string line = std::string(name) + "=" + std::string(value);
-  std::optional<size_t> start;
-  size_t length = 0;
-  forEachProperty(text, [&](const PropertyLine& property, std::string_view whole, size_t offset) {
-    if (property.name != name) return;
-    start = offset;
-    length = whole.size();
-  });
+  const std::string assignment = std::string(name).append("=").append(value);
   std::string changed(text);
-  if (start) return changed.replace(*start, length, line);
+  if (const std::optional<Line> old = lineOf(text, name)) {
+    return changed.replace(static_cast<size_t>(old->text.data() - text.data()), old->text.size(), assignment);
+  }
   if (!changed.empty() && changed.back() != '\n') changed += '\n';
-  return changed + line + "\n";
-}
-
-std::string withoutProperty(std::string_view text, std::string_view name) {
-  std::string rest;
-  size_t kept = 0;
-  forEachProperty(text, [&](const PropertyLine& property, std::string_view whole, size_t offset) {
-    if (property.name != name) return;
-    rest += text.substr(kept, offset - kept);
-    kept = std::min(offset + whole.size() + 1, text.size());
-  });
-  return rest.append(text.substr(kept));
+  return changed.append(assignment).append("\n");
 }
 
 std::string readPropertyFile() {
@@ -213,27 +192,29 @@ std::string readPropertyFile() {
 }
 
 Result<void> setProperty(std::string_view name, std::string_view value) {
-  if (auto legal = checkAssignment(name, value); !legal.ok()) return legal;
-  const std::string path = propertyPath();
-  auto lock = lockFile(path + ".lock");
-  if (!lock.ok()) return lock.error();
-  Result<std::string> text = readText(path);
-  if (!text.ok()) return text.error();
-  if (isReadOnly(name) && findProperty(*text, name)) {
-    return Error() << name << " is read-only and has a value already";
+  if (const char* rule = brokenRule(name, value)) return Error() << "cannot set " << name << ": " << rule;
+  if (value.find_first_of("\r\n") != std::string_view::npos || !isValidUtf8(std::string(value))) {
+    return Error() << "cannot set " << name << ": a value is UTF-8 without a line break";
   }
-  return replaceFile(path, withProperty(*text, name, value));
+  return changeFile([&](const std::string& text) -> Result<std::string> {
+    if (isReadOnly(name) && findProperty(text, name)) {
+      return Error() << name << " is read-only and has a value already";
+    }
+    return withProperty(text, name, value);
+  });
 }
 
 Result<void> unsetProperty(std::string_view name) {
-  const std::string path = propertyPath();
-  auto lock = lockFile(path + ".lock");
-  if (!lock.ok()) return lock.error();
-  Result<std::string> text = readText(path);
-  if (!text.ok()) return text.error();
-  if (!findProperty(*text, name)) return Error() << name << " is not set";
-  if (isReadOnly(name)) return Error() << name << " is read-only";
-  return replaceFile(path, withoutProperty(*text, name));
+  return changeFile([&](const std::string& text) -> Result<std::string> {
+    if (!findProperty(text, name)) return Error() << name << " is not set";
+    if (isReadOnly(name)) return Error() << name << " is read-only";
+    std::string rest;
+    forEachLine(text, [&](const Line& line) {
+      const bool isRemoved = line.name == name && problemOf(line) == nullptr;
+      if (!isRemoved) rest.append(line.text).append("\n");
+    });
+    return rest;
+  });
 }
 
 }  // namespace platform

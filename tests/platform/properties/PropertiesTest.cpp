@@ -44,7 +44,7 @@ std::string read(const char* name) {
 
 TEST_F(PropertiesTest, takesLinesAsBuildPropDoesAndLogsEachBadOneOnce) {
   const std::string longName(300, 'n');
-  const std::string longValue(1 << 20, 'v');
+  const std::string longValue(1 << 19, 'v');
   const std::string good =
       "# comment=1\n\n  indented=1\ncrlf=a\r\nspace= 1 \nequals=a=b\nempty=\nfits=" + mLongest + "\n" +
       longName + "=1\nro.long=" + longValue + "\ntwice=1\ntwice=2\nlast=x";
@@ -53,12 +53,15 @@ TEST_F(PropertiesTest, takesLinesAsBuildPropDoesAndLogsEachBadOneOnce) {
   const platform::PropertyMap expected = {
       {"indented", "1"},  {"crlf", "a"},   {"space", " 1 "},       {"equals", "a=b"}, {"empty", ""},
       {"fits", mLongest}, {longName, "1"}, {"ro.long", longValue}, {"twice", "2"},    {"last", "x"}};
-  for (const std::string& text : {good, good + bad, good + bad}) {
-    EXPECT_EQ(parseProperties(text), expected);
-    EXPECT_EQ(mLog.lines().size(), text == good ? 0U : 7U);
+  for (const std::string& text : {good, good + bad, good + bad, good, "\n" + good + bad}) {
+    write(text);
+    EXPECT_EQ(parseProperties(platform::readPropertyFile()), expected);
+    EXPECT_EQ(read("twice"), "2");
+    for (const char* name : {"", "a..b", "long"}) EXPECT_EQ(read(name), "none");
   }
+  EXPECT_EQ(mLog.lines().size(), 7U);
   EXPECT_THAT(mLog.texts(ANDROID_LOG_WARN),
-              testing::Contains(HasSubstr("/properties: ignoring the line \"a..b=1\": the name")));
+              testing::Contains(HasSubstr("/properties: ignoring the line \"a..b=1\": a name")));
 }
 
 TEST_F(PropertiesTest, aFileThatCannotBeReadIsAnEmptyAreaAndSaysSoOnce) {
@@ -68,11 +71,14 @@ TEST_F(PropertiesTest, aFileThatCannotBeReadIsAnEmptyAreaAndSaysSoOnce) {
   EXPECT_THAT(errorOf(setProperty("a", "1")), HasSubstr("is not a regular file"));
 }
 
-TEST_F(PropertiesTest, setRewritesItsLineAndNoOther) {
+TEST_F(PropertiesTest, aChangeKeepsTheOtherLines) {
   write("# head\na=1\nb=1\na=2\n\njunk\nlast=x");
-  EXPECT_EQ(__system_property_set("a", "3"), 0);
-  EXPECT_EQ(__system_property_set("c", nullptr), 0);
+  EXPECT_EQ(errorOf(setProperty("a", "3")), "");
+  EXPECT_EQ(errorOf(setProperty("c", "")), "");
   EXPECT_EQ(test::readFile(mDirectory.path("properties")), "# head\na=1\nb=1\na=3\n\njunk\nlast=x\nc=\n");
+  EXPECT_EQ(errorOf(platform::unsetProperty("a")), "");
+  EXPECT_EQ(test::readFile(mDirectory.path("properties")), "# head\nb=1\n\njunk\nlast=x\nc=\n");
+  EXPECT_EQ(errorOf(platform::unsetProperty("a")), "a is not set");
 }
 
 TEST_F(PropertiesTest, setRefusesWhatTheDeviceOrTheFileCannotHold) {
@@ -83,11 +89,12 @@ TEST_F(PropertiesTest, setRefusesWhatTheDeviceOrTheFileCannotHold) {
        {"x" + mLongest, std::string("\xff"), std::string("\xc3"), std::string("x\ny"), std::string("x\r")}) {
     EXPECT_NE(errorOf(setProperty("a", value)), "") << value;
   }
-  EXPECT_EQ(__system_property_set("a", mLongest.c_str()), 0);
+  EXPECT_EQ(errorOf(setProperty("a", mLongest)), "");
   EXPECT_EQ(errorOf(setProperty("A-z_0.9@x:y", " größe ")), "");
   EXPECT_EQ(read("A-z_0.9@x:y"), " größe ");
   EXPECT_EQ(errorOf(setProperty("ro.once", std::string(5000, 'x'))), "");
   EXPECT_THAT(errorOf(setProperty("ro.once", "y")), HasSubstr("ro.once is read-only"));
+  EXPECT_THAT(errorOf(platform::unsetProperty("ro.once")), HasSubstr("ro.once is read-only"));
   EXPECT_EQ(read("ro.once").size(), 5000U);
   const test::ScopedEnv nowhere("TORV_RUNTIME_DIR", mDirectory.path("none"));
   EXPECT_THAT(errorOf(setProperty("a", "1")), HasSubstr(mDirectory.path("none")));
