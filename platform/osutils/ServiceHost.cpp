@@ -12,30 +12,22 @@
 namespace Torv::OS {
 namespace {
 
-constexpr char kTag[] = "ServiceHost";
-
-void add(const std::string& name, const ServiceHost::Binder& service) {
-  const auto* binder = std::get_if<android::sp<android::IBinder>>(&service);
-  if (binder == nullptr) {
-    __android_log_assert(nullptr, kTag, "Cannot register service \"%s\": an NDK binder has no place here",
-                         name.c_str());
-  }
-  const android::status_t status =
-      android::defaultServiceManager()->addService(android::String16(name.c_str(), name.size()), *binder);
-  if (status == android::ALREADY_EXISTS) {
-    __android_log_assert(nullptr, kTag, "Cannot register service \"%s\": a live service has this name",
-                         name.c_str());
-  }
-  if (status != android::OK) {
-    __android_log_assert(nullptr, kTag, "Cannot register service \"%s\": the service manager says %d",
-                         name.c_str(), status);
-  }
+[[noreturn]] void endProcess(std::string_view name, const std::string& problem) {
+  __android_log_assert(nullptr, "ServiceHost", "Cannot register service \"%s\": %s",
+                       std::string(name).c_str(), problem.c_str());
 }
 
 }  // namespace
 
 ServiceHost::ServiceHost(std::initializer_list<std::pair<std::string_view, Binder> const> services) {
-  for (const auto& [name, binder] : services) add(std::string(name), binder);
+  for (const auto& [name, service] : services) {
+    const auto* binder = std::get_if<android::sp<android::IBinder>>(&service);
+    if (binder == nullptr) endProcess(name, "an NDK binder has no place here");
+    const android::status_t status =
+        android::defaultServiceManager()->addService(android::String16(name.data(), name.size()), *binder);
+    if (status == android::ALREADY_EXISTS) endProcess(name, "a live service has this name");
+    if (status != android::OK) endProcess(name, "the service manager says " + std::to_string(status));
+  }
 }
 
 void ServiceHost::startThreadPool() {

@@ -1,11 +1,9 @@
 #include <csignal>
-#include <string>
 #include <thread>
 
 #include <binder/Binder.h>
 #include <binder/IServiceManager.h>
 #include <gtest/gtest.h>
-#include <osutils/Properties.h>
 #include <osutils/ServiceHost.h>
 #include <osutils/Thread.h>
 
@@ -16,15 +14,9 @@ namespace {
 using Torv::OS::ServiceHost;
 
 // The tests of the services run its pool, those of the feed read vendor atoms, those of tasks name threads.
-class OsUtilsTest : public testing::Test {
- protected:
-  test::TempDir mRuntime;
-  test::ScopedEnv mEnv{"TORV_RUNTIME_DIR", mRuntime.path()};
-};
-
-using OsUtilsDeathTest = OsUtilsTest;
-
-TEST_F(OsUtilsDeathTest, aNameThatIsTakenEndsTheProcess) {
+TEST(ServiceHostDeathTest, aNameThatIsTakenEndsTheProcess) {
+  const test::TempDir runtime;
+  const test::ScopedEnv environment("TORV_RUNTIME_DIR", runtime.path());
   const android::sp<android::IBinder> binder = new android::BBinder();
   const ServiceHost first({{"taken", binder}});
   EXPECT_EQ(android::defaultServiceManager()->checkService(android::String16("taken")), binder);
@@ -34,11 +26,7 @@ TEST_F(OsUtilsDeathTest, aNameThatIsTakenEndsTheProcess) {
               "Cannot register service \"ndk\"");
 }
 
-TEST_F(OsUtilsTest, propertiesHaveAnyLengthAndAThreadThatIsNoneGetsNoName) {
-  const std::string tags(64 << 10, 't');
-  mRuntime.write("properties", "ro.tags=" + tags + "\n");
-  EXPECT_EQ(Torv::Utils::getSystemProperty("ro.tags"), tags);
-  EXPECT_EQ(Torv::Utils::getSystemProperty("absent"), "");
+TEST(ThreadTest, aThreadThatIsNoneGetsNoName) {
   std::thread none;
   Torv::OS::Thread::setName(none, "no thread");
 }

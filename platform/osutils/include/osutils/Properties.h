@@ -4,7 +4,7 @@
 
 namespace Torv::Utils {
 
-// Returns the value of a system property, of any length; "" if it is not set.
+// Returns the value that a system property has now, of any length; "" if it is not set. Thread-safe.
 std::string getSystemProperty(const std::string& name);
 
 }  // namespace Torv::Utils

@@ -12,15 +12,18 @@
 #include <binder/IBinder.h>
 #include <utils/StrongPointer.h>
 
+// Declared only, because Debian has no header of the NDK's binder.
 namespace ndk {
 class ICInterface;
 }
 
 namespace Torv::OS {
 
-// Written against libbinder's API alone. Not thread-safe: built and used by the main thread.
+// Written against libbinder's API alone, so a device's libbinder serves it as well. Not thread-safe: built
+// and used by the main thread.
 class ServiceHost {
  public:
+  // A service of libbinder's C++ interface or of the NDK's. Only the first kind can be registered.
   using Binder = std::variant<android::sp<android::IBinder>, std::shared_ptr<ndk::ICInterface>>;
 
   // Registers every service under its name, in the order of the list. A service that cannot be registered
