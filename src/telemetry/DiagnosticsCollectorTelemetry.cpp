@@ -84,14 +84,13 @@ bool DiagnosticsCollectorTelemetry::reportEvent(EventName name, EventType type, 
   }
   // Each report has a handler of its own, so that reports of several threads share nothing.
   KernoDiagnosticsCollectorEventsEventLogger logger(createHandler());
-  KernoDiagnosticsCollectorEventsEvent record;
-  record.eventType = textOf(kEventTypes, type, "invalid_type");
-  record.eventFlow = textOf(kEventFlows, flow, "invalid_flow");
-  record.clientEventName = textOf(kEventNames, name, "invalid_event_name");
-  record.errorReason = std::move(errorReason);
-  record.errorTrace = std::move(errorTrace);
-  record.clientAppId = clientAppId.value_or(0);
-  record.processId = pid.value_or(0);
+  const KernoDiagnosticsCollectorEventsEvent record{textOf(kEventTypes, type, "invalid_type"),
+                                                    textOf(kEventFlows, flow, "invalid_flow"),
+                                                    textOf(kEventNames, name, "invalid_event_name"),
+                                                    std::move(errorReason),
+                                                    std::move(errorTrace),
+                                                    clientAppId.value_or(0),
+                                                    pid.value_or(0)};
   const auto event = logger.createTelemetryEvent(record);
   // The service must not run without the telemetry SDK.
   if (event == nullptr) {

@@ -22,7 +22,7 @@ namespace diagctl {
 namespace {
 
 // The service's own class over the same file: its lock, its limits and its way of writing hold here, too.
-std::shared_ptr<platform::PreferencesFile> preferences() {
+platform::PreferencesFile& preferences() {
   return platform::PreferencesFile::of(platform::runtimeDirectory());
 }
 
@@ -76,7 +76,7 @@ std::optional<SettingType> typeNamed(const std::string& name) {
 // What is stored is printed, not what holds: a setting of the configuration file hides it. The messages point
 // to `config` for that.
 int getPreference(const std::string& key, const Options& options) {
-  const auto values = preferences()->read();
+  const auto values = preferences().read();
   if (values == nullptr) return kRefused;  // the log has said why
   const Json::Value* value = Torv::Base::findMember(*values, key);
   if (value == nullptr) {
@@ -94,7 +94,7 @@ int getPreference(const std::string& key, const Options& options) {
 
 // Runs `work` on the stored values under the lock that all writers take.
 int change(const std::function<void(Json::Value&)>& work) {
-  const auto stored = preferences()->update(work);
+  const auto stored = preferences().update(work);
   if (stored.ok()) return kDone;
   return refuse(
       stored.error().message() +
@@ -127,7 +127,7 @@ int unsetPreference(const std::string& key) {
 
 // Names and values are whatever the file holds, and others may write it: both are made printable.
 int listPreferences(const Options& options) {
-  const auto values = preferences()->read();
+  const auto values = preferences().read();
   if (values == nullptr) return kRefused;
   if (options.json) {
     printJson(*values);

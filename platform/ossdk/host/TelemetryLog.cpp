@@ -1,11 +1,8 @@
 #include "ossdkhost/TelemetryLog.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <string_view>
-#include <utility>
 
 #include <android-base/unique_fd.h>
 #include <android/log.h>
@@ -21,10 +18,6 @@ namespace {
 
 constexpr char kTag[] = "OsSdkTelemetry";
 
-// stat(path) costs more than the write, so it is done this often only. The size comes from the open file;
-// that another process has renamed or removed the file is noticed after this time.
-constexpr int64_t kLookEveryMs = 50;
-
 int64_t nowMs() {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
@@ -37,85 +30,63 @@ std::string pathIn(const std::string& directory) {
 
 }  // namespace
 
+// Asking the kernel for the size or the identity of the file costs as much as a write, so both are only known
+// from the time when it was opened.
 struct TelemetryLog::File {
-  std::string directory;
-  android::base::unique_fd fd;
-  dev_t device = 0;
-  ino_t inode = 0;
-  std::atomic<bool> torn = false;      // only a part of its last line was written
-  std::atomic<int64_t> seenAtPath{0};  // the last time, by nowMs(), when the path led to this file
+  const std::string directory;
+  const android::base::unique_fd fd;
+  const size_t bytesAtOpening;
+  const int64_t openedAtMs;
+  std::atomic<size_t> appended{0};  // bytes, by this process
 
-  bool isRecent() const { return nowMs() - seenAtPath < kLookEveryMs; }
+  size_t size() const { return bytesAtOpening + appended; }
+
+  bool isRecent() const {
+    constexpr int64_t kReopenAfterMs = 50;
+    return nowMs() - openedAtMs < kReopenAfterMs && appended < kReopenBytes;
+  }
 };
 
 bool TelemetryLog::append(const std::string& directory, const std::string& line, bool flush) {
-  size_t sizeBytes = 0;
-  std::shared_ptr<File> file = fileIn(directory, &sizeBytes);
-  if (file != nullptr && sizeBytes > 0 && sizeBytes + line.size() > kMaxBytes) {
+  std::shared_ptr<File> file = fileIn(directory);
+  if (file != nullptr && file->size() > 0 && file->size() + line.size() > kMaxBytes) {
     rotate(directory, line.size());
-    file->seenAtPath = 0;
-    file = fileIn(directory, &sizeBytes);
+    file = open(directory);
   }
-  if (file == nullptr) {
-    complain("cannot open " + pathIn(directory) + ": " + strerror(errno));
-    return false;
+  if (file == nullptr) return fail("cannot open " + pathIn(directory) + ": " + strerror(errno));
+  // The first line after a full disk must not continue the torn one.
+  if (mTorn && mTorn.exchange(false) && file->size() > 0 && write(file->fd.get(), "\n", 1) != 1) mTorn = true;
+  const ssize_t written = TEMP_FAILURE_RETRY(write(file->fd.get(), line.data(), line.size()));
+  if (written > 0) file->appended += static_cast<size_t>(written);
+  if (written != static_cast<ssize_t>(line.size())) {
+    if (written > 0) mTorn = true;
+    return fail("cannot write " + pathIn(directory) + ": " + strerror(written < 0 ? errno : ENOSPC));
   }
-  std::string_view text = line;
-  std::string apart;
-  if (file->torn.exchange(false)) {
-    // The first line after a full disk must not continue the torn one.
-    apart = "\n" + line;
-    text = apart;
-  }
-  const ssize_t written = TEMP_FAILURE_RETRY(write(file->fd.get(), text.data(), text.size()));
-  if (written != static_cast<ssize_t>(text.size())) {
-    complain("cannot write " + pathIn(directory) + ": " + strerror(written < 0 ? errno : ENOSPC));
-    file->torn = written > 0;
-    return false;
-  }
-  mComplaint.clear();
+  if (mFailing) mFailing = false;  // a look costs less than a store, for each line
   return !flush || fdatasync(file->fd.get()) == 0;
 }
 
-// Returns the file that is at its path now, and opens it only if it is another one than last time. Returns
-// null and sets errno if that fails.
-std::shared_ptr<TelemetryLog::File> TelemetryLog::fileIn(const std::string& directory, size_t* sizeBytes) {
-  std::shared_ptr<File> file;
+std::shared_ptr<TelemetryLog::File> TelemetryLog::fileIn(const std::string& directory) {
   {
     const Torv::Base::LockGuard lock(mMutex);
-    if (mFile != nullptr && mFile->directory == directory) file = mFile;
+    if (mFile != nullptr && mFile->directory == directory && mFile->isRecent()) return mFile;
   }
-  if (file != nullptr && file->isRecent()) {
-    *sizeBytes = static_cast<size_t>(lseek(file->fd.get(), 0, SEEK_END));
-    return file;
-  }
-  struct stat status {};
-  const bool there = stat(pathIn(directory).c_str(), &status) == 0;
-  *sizeBytes = there ? static_cast<size_t>(status.st_size) : 0;
-  if (there && file != nullptr && file->device == status.st_dev && file->inode == status.st_ino) {
-    file->seenAtPath = nowMs();
-    return file;
-  }
-  file = open(directory);
-  const Torv::Base::LockGuard lock(mMutex);
-  mFile = file;
-  return file;
+  return open(directory);
 }
 
 std::shared_ptr<TelemetryLog::File> TelemetryLog::open(const std::string& directory) {
-  auto file = std::make_shared<File>();
-  file->directory = directory;
   constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
-  file->fd.reset(::open(pathIn(directory).c_str(), kFlags, 0644));
+  android::base::unique_fd fd(::open(pathIn(directory).c_str(), kFlags, 0644));
   struct stat status {};
-  if (!file->fd.ok() || fstat(file->fd.get(), &status) != 0) return nullptr;
+  if (!fd.ok() || fstat(fd.get(), &status) != 0) return nullptr;
   if (!S_ISREG(status.st_mode)) {
     errno = EINVAL;
     return nullptr;
   }
-  file->device = status.st_dev;
-  file->inode = status.st_ino;
-  file->seenAtPath = nowMs();
+  const auto size = static_cast<size_t>(status.st_size);
+  std::shared_ptr<File> file(new File{directory, std::move(fd), size, nowMs()});
+  const Torv::Base::LockGuard lock(mMutex);
+  mFile = file;
   return file;
 }
 
@@ -126,19 +97,20 @@ void TelemetryLog::rotate(const std::string& directory, size_t lineBytes) {
   // Another process may have rotated meanwhile.
   if (stat(path.c_str(), &status) != 0) return;
   if (static_cast<size_t>(status.st_size) + lineBytes <= kMaxBytes) return;
-  if (!lock.ok()) {
-    ++mRotationsPutOff;
-    complain("cannot rotate " + path + " now: " + lock.error().message());
-  } else if (rename(path.c_str(), (path + ".1").c_str()) != 0) {
-    complain("cannot rotate " + path + ": " + strerror(errno));
-  } else if (const uint64_t putOff = mRotationsPutOff.exchange(0); putOff != 0) {
-    __android_log_print(ANDROID_LOG_WARN, kTag, "rotated %s, which others had put off %llu times",
-                        path.c_str(), static_cast<unsigned long long>(putOff));
+  if (lock.ok() && rename(path.c_str(), (path + ".1").c_str()) == 0) {
+    if (const uint64_t putOff = mRotationsPutOff.exchange(0); putOff != 0) {
+      __android_log_print(ANDROID_LOG_WARN, kTag, "rotated %s, which was put off %llu times", path.c_str(),
+                          static_cast<unsigned long long>(putOff));
+    }
+  } else if (mRotationsPutOff++ == 0) {
+    __android_log_print(ANDROID_LOG_ERROR, kTag, "cannot rotate %s now: %s", path.c_str(),
+                        lock.ok() ? strerror(errno) : lock.error().message().c_str());
   }
 }
 
-void TelemetryLog::complain(const std::string& message) {
-  if (mComplaint.isNew(message)) __android_log_print(ANDROID_LOG_ERROR, kTag, "%s", message.c_str());
+bool TelemetryLog::fail(const std::string& problem) {
+  if (!mFailing.exchange(true)) __android_log_print(ANDROID_LOG_ERROR, kTag, "%s", problem.c_str());
+  return false;
 }
 
 }  // namespace platform

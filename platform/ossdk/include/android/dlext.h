@@ -1,5 +1,5 @@
-// A host's substitute for bionic's header of this name: the same layout and flag values, and of the flags
-// only ANDROID_DLEXT_USE_NAMESPACE in effect (a host has no linker namespaces: any is taken for the one).
+// A host's substitute for bionic's header of this name: the same layout, and of the flags the one that a host
+// can take. A host has no linker namespaces, so any namespace stands for the only one.
 #pragma once
 
 #include <stddef.h>
@@ -10,17 +10,7 @@ extern "C" {
 
 struct android_namespace_t;
 
-enum {
-  ANDROID_DLEXT_RESERVED_ADDRESS = 0x1,
-  ANDROID_DLEXT_RESERVED_ADDRESS_HINT = 0x2,
-  ANDROID_DLEXT_WRITE_RELRO = 0x4,
-  ANDROID_DLEXT_USE_RELRO = 0x8,
-  ANDROID_DLEXT_USE_LIBRARY_FD = 0x10,
-  ANDROID_DLEXT_USE_LIBRARY_FD_OFFSET = 0x20,
-  ANDROID_DLEXT_FORCE_LOAD = 0x40,
-  ANDROID_DLEXT_USE_NAMESPACE = 0x200,
-  ANDROID_DLEXT_RESERVED_ADDRESS_RECURSIVE = 0x400,
-};
+enum { ANDROID_DLEXT_USE_NAMESPACE = 0x200 };
 
 typedef struct {
   uint64_t flags;

@@ -4,9 +4,7 @@
 
 #include <cstdint>
 
-#include "ossdk/Array.h"
-#include "ossdk/IListString.h"
-#include "ossdk/String.h"
+#include "ossdk/Types.h"
 
 namespace OSSDK::Preferences::v4 {
 
@@ -26,7 +24,8 @@ enum Status : int32_t {
   kStoreError = 2  // the store cannot be read, written or watched
 };
 
-// Is called on a thread of the store, one call at a time.
+// Is called on a thread of the store. The calls of one registration come one at a time; a listener that is
+// registered twice may be called by two threads at once.
 class IPreferencesListener {
  public:
   // Watching has begun. Every change from here on is reported.
@@ -45,20 +44,23 @@ class IPreferencesListener {
 // the outputs are as they were.
 class IPreferencesManager {
  public:
+  // Each stores the key's value in `value`. Returns kNotFound or kStoreError otherwise.
   virtual Status getString(String key, OwnedText* value) = 0;
   virtual Status getUint(String key, uint32_t* value) = 0;
   virtual Status getInt(String key, int32_t* value) = 0;
   // The value is in the lowest bit.
   virtual Status getBool(String key, uint8_t* value) = 0;
 
-  // Each replaces the key's value, whatever its type was. It is stored when the call returns.
+  // Each replaces the key's value, whatever its type was. It is stored when the call returns kOk. Waits for
+  // other writers of the store. Returns kStoreError and logs the reason if nothing was stored.
   virtual Status setString(String key, String value) = 0;
   virtual Status setUint(String key, uint32_t value) = 0;
   virtual Status setInt(String key, int32_t value) = 0;
   virtual Status setBool(String key, bool value) = 0;
 
-  // Reports changes of `keys` to `listener`, which must outlive the manager: destroying that ends the
-  // subscription, waits for a running call of the listener, and so must not be done from within one.
+  // Reports changes of `keys` to `listener`, which must outlive the manager: destroying the manager ends the
+  // subscription and waits for a running call of the listener, so a listener must not do that. Returns
+  // kStoreError if the store cannot be watched.
   virtual Status registerListener(IPreferencesListener* listener, Array<String> keys) = 0;
 
  protected:

@@ -5,12 +5,12 @@
 #include <cstdint>
 #include <memory>
 
-#include "ossdk/String.h"
+#include "ossdk/Types.h"
 
 namespace OSSDK::UnifiedTelemetry::v5 {
 
 inline constexpr int kVersion = 5;
-inline constexpr int kRecorded = 1;
+inline constexpr int kRecorded = 1;  // what ITelemetryHandler::record() returns on success
 
 class ITelemetryEvent;
 class ITelemetryHandler;
@@ -26,6 +26,8 @@ inline constexpr char kDestroyTelemetryEvent[] = "destroyTelemetryEvent";
 // An event on its way to being recorded. One thread at a time.
 class ITelemetryEvent {
  public:
+  // Each adds a field after those that the event has. Keys are not compared: a key that is set twice is
+  // recorded twice. Key and value are copied.
   virtual void setString(String key, String value) = 0;
   virtual void setInteger(String key, int64_t value) = 0;
   // Called after the last field. Only a closed event can be recorded.
@@ -44,8 +46,8 @@ class ITelemetryEvent {
 // Creates and records events. One thread at a time; each thread may have a handler of its own.
 class ITelemetryHandler {
  public:
-  // Returns null if the SDK takes no event of that name. The caller releases the event with the module's
-  // destroyTelemetryEvent().
+  // Returns null if the SDK takes no event of that name, as of an empty one. The caller releases the event
+  // with the module's destroyTelemetryEvent().
   virtual ITelemetryEvent* createTelemetryEvent(String name) = 0;
   // Returns kRecorded, or another value if the event could not be recorded. With `flush`, returns when the
   // event is on disk.

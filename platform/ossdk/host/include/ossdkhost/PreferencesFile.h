@@ -1,17 +1,18 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
 
 #include <android-base/result.h>
+#include <android-base/unique_fd.h>
 #include <json/value.h>
 #include <sys/stat.h>
 
 #include "base/Mutex.h"
-#include "ossdkhost/RepeatedMessage.h"
 
 namespace platform {
 
@@ -21,11 +22,13 @@ namespace platform {
 // Several threads and processes may use the file at once.
 class PreferencesFile {
  public:
+  // The file's name, and the tag of everything that is logged about it.
   static constexpr char kName[] = "preferences.json";
   static constexpr char kLogTag[] = "OsSdkPreferences";
 
-  // Returns the process's one object for `directory`, so that all users share what was parsed. Never null.
-  static std::shared_ptr<PreferencesFile> of(const std::string& directory);
+  // Returns the process's one object for `directory`, so that all users share what was parsed. It lives until
+  // the process is gone. Thread-safe.
+  static PreferencesFile& of(const std::string& directory);
 
   explicit PreferencesFile(const std::string& directory);
 
@@ -39,24 +42,34 @@ class PreferencesFile {
   // stored.
   [[nodiscard]] android::base::Result<void> update(const std::function<void(Json::Value&)>& change);
 
+  const std::string& directory() const { return mDirectory; }
+
  private:
   // Device, inode, size, and the times of the last changes in nanoseconds: if these are the same, so are the
-  // contents, unless the last change was just now.
+  // contents, unless the last change was just now. No file has all zeros.
   using Identity = std::array<int64_t, 5>;
-  struct Reading;
+
+  // What the file held. A missing file, and a damaged one, hold no values.
+  struct Reading {
+    std::shared_ptr<const Json::Value> values = std::make_shared<const Json::Value>(Json::objectValue);
+    std::string damage;  // what is wrong with a damaged file, else empty
+    Identity identity{};
+    bool isSettled = false;  // the last change was not just now
+  };
 
   static Identity identityOf(const struct stat& status);
+  // Returns an error if the file exists but cannot be read. A missing or damaged file is no error.
   android::base::Result<Reading> readFile() const;
-  void setAside(const Reading& damaged);
-  void setAsideLocked(const Reading& damaged);
-  void complain(const std::string& message);
+  // Renames the file if it still is the damaged one. `lock` is the file's, or says why it could not be taken.
+  void setAside(const Reading& damaged, const android::base::Result<android::base::unique_fd>& lock);
+  void complain(const std::string& problem);
 
+  const std::string mDirectory;
   const std::string mPath;
   const std::string mLockPath;
-  RepeatedMessage mComplaint;
+  std::atomic<bool> mHasComplained{false};  // since the file was last in order
   Torv::Base::Mutex mMutex;
-  Identity mCachedIdentity GUARDED_BY(mMutex){};
-  std::shared_ptr<const Json::Value> mCached GUARDED_BY(mMutex);  // null if nothing is cached
+  Reading mCached GUARDED_BY(mMutex);
 };
 
 }  // namespace platform
