@@ -82,11 +82,10 @@ diag_archive(diagnostics-client
        _ZN3dev5kerno* _ZNK3dev5kerno* _ZT[VTC]N3dev5kerno* _ZTh*_N3dev5kerno* _ZTv*_N3dev5kerno*)
 diag_archive(diagnostics-publisher
   FROM platform_statsd_writer platform_runtime base
-  KEEP _ZN9libstatsd10StatsEvent* _ZNK9libstatsd10StatsEvent* _ZN9libstatsd16StatsEventWriter* diagnostics_*)
+  KEEP _ZN9libstatsd16StatsEventWriter* diagnostics_*)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/src/aidl/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/diagnostics-client
   COMPONENT development FILES_MATCHING PATTERN "I*.h" PATTERN "BinderHeaders.h" PATTERN "BundleKeys.h")
 install(FILES
-  ${PROJECT_SOURCE_DIR}/platform/statsd/include/statsd/StatsEvent.h
   ${PROJECT_SOURCE_DIR}/platform/statsd/include/statsd/StatsEventWriter.h
   ${PROJECT_SOURCE_DIR}/platform/statsd/include/statsd/diagnostics_publisher.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/diagnostics-publisher/statsd COMPONENT development)

@@ -16,7 +16,6 @@
 #include "StatsEventFormat.h"
 #include "Statsd.h"
 #include "runtime/SocketPath.h"
-#include "statsd/StatsEvent.h"
 #include "support/Compare.h"
 #include "support/Limits.h"
 
@@ -39,8 +38,9 @@ Statsd* gStatsd = nullptr;
 
 // An atom of the size that applications publish: 56 bytes on the wire.
 std::string stateDatagram() {
-  const std::string event = StatsEvent(110010).addInt32(1234).addString("screen").addString("home").encoded();
-  return std::string(kLogHeaderBytes, '\5') + "tats" + event;
+  using namespace std::string_literals;
+  return "\x05\x34\x12\x80\x00\x59\x62\0\0\0\0tats\x07\x05\x01\0\xca\x9a\x3b\0\0\0\0\0\xba\xad\x01\0"
+         "\0\xd2\x04\0\0\x02\x06\0\0\0screen\x02\x04\0\0\0home"s;
 }
 
 platform::SocketPath pathOf(const char* name) {
@@ -135,7 +135,7 @@ int main(int argc, char** argv) {
   const auto started = Statsd::startIn(gDirectory);
   if (!started.ok()) die(started.error().message());
   gStatsd = *started;
-  gStatsd->configure(kKey, {{110010}, {"AID_APP"}});
+  if (!gStatsd->configure(kKey, {110010}, {"AID_APP"})) die("configure");
 
   bench::registerComparison("5,000 atoms received, decoded and stored", kIterations, receiveRate);
   const int status = bench::runAll(argc, argv);

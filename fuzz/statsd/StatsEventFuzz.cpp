@@ -5,26 +5,22 @@
 #include <string_view>
 
 #include "AtomIntake.h"
-#include "StatsEventFormat.h"
 
 using namespace libstatsd;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string_view datagram(reinterpret_cast<const char*>(data), size);
   constexpr ConfigKey kKey{1000, 1};
-  AtomIntake intake(1000, {});
-  intake.configure(kKey, {{110010}, {"AID_SYSTEM"}});
-  intake.receive(datagram, 1000);
-  const std::vector<AtomRecord> kept = intake.take(kKey);
+  AtomIntake intake;
+  if (!intake.configure(kKey, {110010}, {"AID_SYSTEM"})) abort();
+  intake.receive(datagram, false, 1000);
+  const Report kept = intake.take(kKey);
 
-  StatsdStatus status;
-  intake.describe(status);
-  DecodedEvent event;
-  constexpr size_t kEventAt = kLogHeaderBytes + kTagBytes;
-  const bool decoded = status.counters.dropNotes == 0 && size >= kEventAt &&
-                       decodeStatsEvent(datagram.substr(kEventAt), &event) == DecodeResult::Decoded;
-  if (kept.size() != (decoded && event.atomId == 110010 ? 1 : 0)) abort();
+  DecodedDatagram event;
+  const bool wanted = decodeDatagram(datagram, event) == DatagramKind::Event && event.atomId == 110010;
+  if (kept.size() != (wanted ? 1 : 0)) abort();
   if (kept.empty()) return 0;
-  if (kept[0].elapsedTimestampNs != event.elapsedTimestampNs || kept[0].payload != event.fields) abort();
+  if (kept[0].elapsedTimestampNs != event.elapsedTimestampNs) abort();
+  if (kept[0].atom.unknown_fields().length_delimited() != event.fields) abort();
   return 0;
 }

@@ -1,70 +1,53 @@
 #include "AtomIntake.h"
 
 #include <algorithm>
-#include <cstring>
-#include <optional>
+#include <functional>
 #include <utility>
 
-#include "Limits.h"
-#include "StatsEventFormat.h"
+#include <android-base/strings.h>
+#include <unistd.h>
 
 namespace libstatsd {
-namespace {
 
-// How many lost atoms a drop note reports, or nullopt if the datagram is no drop note.
-std::optional<uint32_t> dropNoteCount(std::string_view datagram) {
-  constexpr size_t kTypeAt = kLogHeaderBytes + sizeof(int32_t);
-  if (datagram.size() != kDropNoteBytes || datagram[kTypeAt] != kDropNoteType) return std::nullopt;
-  uint32_t count = 0;  // the low half of the number; the high half is an atom id
-  memcpy(&count, datagram.data() + kTypeAt + 1, sizeof(count));
-  return count;
+bool AtomIntake::configure(ConfigKey key, std::vector<int32_t> atomIds, std::vector<std::string> sources) {
+  if (mKey && *mKey != key) return false;
+  mKey = key;
+  mAtomIds = std::move(atomIds);
+  mSources = std::move(sources);
+  mAllowedUids = uidsOfSources(mSources, getuid(), mApplications);
+  return true;
 }
 
-}  // namespace
-
-AtomIntake::AtomIntake(uid_t serviceUid, ApplicationUids applications)
-    : mServiceUid(serviceUid), mApplications(std::move(applications)) {}
-
-void AtomIntake::configure(ConfigKey key, const ConfigRules& rules) {
-  LogSources sources(rules.allowedSources, mServiceUid, mApplications);
-  const auto [entry, added] = mConfigs.try_emplace(key, Config{rules, sources, AtomStore()});
-  if (added) return;
-  entry->second.rules = rules;
-  entry->second.sources = std::move(sources);
-}
-
-bool AtomIntake::hears(uid_t sender) const {
-  return std::any_of(mConfigs.begin(), mConfigs.end(),
-                     [&](const auto& entry) { return entry.second.sources.allow(sender); });
-}
-
-void AtomIntake::receive(std::string_view datagram, uid_t sender) {
-  mCounters.received++;
+void AtomIntake::receive(std::string_view datagram, bool isCut, uid_t sender) {
   UidCounters& ofSender = countersOf(sender);
+  mCounters.received++;
   ofSender.received++;
-  // The sender is checked first, so that nobody is decoded who is not heard.
-  if (hears(sender)) return receiveHeard(datagram, sender);
-  ofSender.notHeard++;
-  if (mCounters.droppedSender++ == 0) note(sender, "is not heard: no configuration allows it as a source");
+  if (isCut) {
+    if (mCounters.droppedTooLong++ == 0) note(sender, "sent a datagram that is longer than any event");
+  } else if (contains(mAllowedUids, sender)) {
+    receiveHeard(datagram, sender);
+  } else {
+    ofSender.notHeard++;
+    if (mCounters.droppedSender++ == 0)
+      note(sender, "is not heard: the configuration does not allow it as a source");
+  }
 }
 
 void AtomIntake::receiveHeard(std::string_view datagram, uid_t sender) {
-  if (const auto lost = dropNoteCount(datagram)) {
-    mCounters.dropNotes++;
-    mCounters.lostBySenders += *lost;
-    return;
-  }
-  const std::string_view event = datagram.substr(std::min(datagram.size(), kLogHeaderBytes + kTagBytes));
-  switch (decodeStatsEvent(event, &mEvent)) {
-    case DecodeResult::Decoded:
+  switch (decodeDatagram(datagram, mDecoded)) {
+    case DatagramKind::Event:
       mCounters.decoded++;
       return keep(sender);
-    case DecodeResult::WriterError:
+    case DatagramKind::GivenUp:
       if (mCounters.droppedErrors++ == 0) {
-        note(sender, "gave up atom " + std::to_string(mEvent.atomId) + ": it is too large");
+        note(sender, "gave up atom " + std::to_string(mDecoded.atomId) + ": it is too large");
       }
       return;
-    case DecodeResult::Malformed:
+    case DatagramKind::DropNote:
+      mCounters.dropNotes++;
+      mCounters.lostBySenders += mDecoded.lost;
+      return;
+    case DatagramKind::Malformed:
       if (mCounters.droppedMalformed++ == 0) {
         note(sender, "sent " + std::to_string(datagram.size()) + " bytes that are no event");
       }
@@ -72,58 +55,60 @@ void AtomIntake::receiveHeard(std::string_view datagram, uid_t sender) {
   }
 }
 
-void AtomIntake::receiveTooLong(uid_t sender) {
-  mCounters.received++;
-  countersOf(sender).received++;
-  if (mCounters.droppedTooLong++ == 0) note(sender, "sent a datagram that is longer than any event");
-}
-
-void AtomIntake::noteReceiveFailure(const std::string& error) {
-  if (!std::exchange(mReceiveFailureNoted, true)) mNotices.push_back("cannot receive atoms: " + error);
-}
-
 void AtomIntake::keep(uid_t sender) {
-  bool wanted = false;
-  for (auto& [key, config] : mConfigs) {
-    const std::vector<int32_t>& ids = config.rules.atomIds;
-    if (std::find(ids.begin(), ids.end(), mEvent.atomId) == ids.end() || !config.sources.allow(sender)) {
-      continue;
-    }
-    wanted = true;
-    AtomRecord atom{mEvent.elapsedTimestampNs, mEvent.atomId, mEvent.fields};
-    for (const uid_t loser : config.store.add(sender, std::move(atom))) {
-      mCounters.droppedFull++;
-      countersOf(loser).droppedFull++;
-    }
+  if (std::find(mAtomIds.begin(), mAtomIds.end(), mDecoded.atomId) == mAtomIds.end()) {
+    mCounters.droppedUnwanted++;
+    return;
   }
-  if (!wanted) mCounters.droppedUnwanted++;
+  AtomReport report{mDecoded.elapsedTimestampNs, {}};
+  // As on a device, the atom of an event without fields is empty. The fields are copied, because moved they
+  // would take their spare capacity along.
+  if (!mDecoded.fields.empty()) {
+    report.atom.mutable_unknown_fields()->AddLengthDelimited(mDecoded.atomId, mDecoded.fields);
+  }
+  mCounters.held++;
+  countersOf(sender).held++;
+  for (const uid_t loser : mStore.add(sender, std::move(report))) {
+    UidCounters& ofLoser = countersOf(loser);
+    mCounters.held--;
+    ofLoser.held--;
+    mCounters.droppedFull++;
+    ofLoser.droppedFull++;
+  }
 }
 
-std::vector<AtomRecord> AtomIntake::take(ConfigKey key) {
-  const auto found = mConfigs.find(key);
-  if (found == mConfigs.end()) return {};
-  std::vector<AtomRecord> taken = found->second.store.take();
-  mCounters.fetched += taken.size();
-  return taken;
+Report AtomIntake::take(ConfigKey key) {
+  if (key != mKey) return {};
+  mCounters.fetched += std::exchange(mCounters.held, 0);
+  for (auto& [uid, counters] : mByUid) counters.held = 0;
+  mOtherUids.held = 0;
+  return mStore.take();
 }
 
-void AtomIntake::describe(StatsdStatus& status) const {
+StatsdStatus AtomIntake::status(uid_t asker) const {
+  StatsdStatus status;
   status.counters = mCounters;
-  status.applicationUids = mApplications.text();
-  for (const auto& [key, config] : mConfigs) {
-    status.counters.held += config.store.count();
-    for (const std::string& name : config.rules.allowedSources) {
-      status.allowedSources.append(status.allowedSources.empty() ? "" : " ").append(name);
-    }
-  }
-  for (const auto& [uid, counters] : mByUid) {
-    UidCounters& listed = status.uids.emplace_back(counters);
-    for (const auto& [key, config] : mConfigs) listed.held += config.store.countOf(uid);
-  }
-  std::stable_sort(status.uids.begin(), status.uids.end(), [](const UidCounters& a, const UidCounters& b) {
-    return a.notHeard + a.droppedFull > b.notHeard + b.droppedFull;
-  });
+  status.servicePid = getpid();
+  status.serviceUid = getuid();
+  status.askerUid = asker;
+  status.askerHeard = contains(mAllowedUids, asker);
+  status.allowedSources = android::base::Join(mSources, ' ');
+  status.applicationUids = mApplications.text;
+  for (const auto& [uid, counters] : mByUid) status.uids.push_back(counters);
+  const auto lostOf = [](const UidCounters& of) { return of.notHeard + of.droppedFull; };
+  std::ranges::stable_sort(status.uids, std::greater<>(), lostOf);
   status.uids.resize(std::min(status.uids.size(), kMaxListedUids));
+  return status;
+}
+
+std::vector<std::string> AtomIntake::takeNotices(int64_t nowNs) {
+  const uint64_t dropped = mCounters.droppedFull - mFullDropsLogged;
+  if (dropped != 0 && mFullLimit.count(nowNs) != 0) {
+    mNotices.push_back("dropped the oldest " + std::to_string(dropped) +
+                       " atoms of the full store; nobody fetches them in time");
+    mFullDropsLogged = mCounters.droppedFull;
+  }
+  return std::exchange(mNotices, {});
 }
 
 UidCounters& AtomIntake::countersOf(uid_t uid) {
@@ -138,14 +123,46 @@ void AtomIntake::note(uid_t sender, const std::string& what) {
                      " (logged once; diagctl status counts all)");
 }
 
-std::vector<std::string> AtomIntake::takeNotices(int64_t nowNs) {
-  const uint64_t dropped = mCounters.droppedFull - mFullDropsLogged;
-  if (dropped != 0 && mFullLimit.count(nowNs) != 0) {
-    mNotices.push_back("dropped the oldest " + std::to_string(dropped) +
-                       " atoms of full stores; nobody fetches them in time");
-    mFullDropsLogged = mCounters.droppedFull;
+std::vector<uid_t> AtomStore::add(uid_t sender, AtomReport atom) {
+  std::vector<uid_t> dropped;
+  const size_t bytes = bytesOf(atom);
+  while (!mQueues.empty() && mBytes + bytes > mMaxBytes) dropped.push_back(dropOldest());
+  Queue& queue = mQueues[sender];
+  queue.entries.push_back({mSequence++, std::move(atom)});
+  queue.bytes += bytes;
+  mBytes += bytes;
+  return dropped;
+}
+
+uid_t AtomStore::dropOldest() {
+  const auto most = std::ranges::max_element(mQueues, {}, [](const auto& held) { return held.second.bytes; });
+  auto& [sender, queue] = *most;
+  const uid_t loser = sender;
+  const size_t bytes = bytesOf(queue.entries.front().atom);
+  queue.entries.pop_front();
+  queue.bytes -= bytes;
+  mBytes -= bytes;
+  if (queue.entries.empty()) mQueues.erase(most);
+  return loser;
+}
+
+Report AtomStore::take() {
+  // Each queue is in order, but the order between the queues is in the sequence numbers only.
+  std::vector<Entry*> inOrder;
+  for (auto& [sender, queue] : mQueues) {
+    for (Entry& entry : queue.entries) inOrder.push_back(&entry);
   }
-  return std::exchange(mNotices, {});
+  if (mQueues.size() > 1) std::ranges::sort(inOrder, {}, &Entry::sequence);
+  Report atoms;
+  atoms.reserve(inOrder.size());
+  for (Entry* entry : inOrder) atoms.push_back(std::move(entry->atom));
+  mQueues.clear();
+  mBytes = 0;
+  return atoms;
+}
+
+size_t AtomStore::bytesOf(const AtomReport& atom) {
+  return kAtomBytes + atom.atom.unknown_fields().length_delimited().size();
 }
 
 }  // namespace libstatsd

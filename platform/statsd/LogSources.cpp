@@ -3,9 +3,10 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdlib>
-#include <map>
+#include <string_view>
 #include <utility>
 
+#include <android-base/strings.h>
 #include <android/log.h>
 #include <private/android_filesystem_config.h>
 
@@ -19,37 +20,36 @@ namespace {
 constexpr char kVariable[] = "TORV_APP_UIDS";
 
 // Of the names with a fixed uid, those of processes that publish atoms.
-const std::map<std::string_view, uid_t>& fixedUids() {
-  static const auto& uids = *new std::map<std::string_view, uid_t>{
-      {"AID_ROOT", AID_ROOT},   {"AID_SYSTEM", AID_SYSTEM},       {"AID_RADIO", AID_RADIO},
-      {"AID_MEDIA", AID_MEDIA}, {"AID_BLUETOOTH", AID_BLUETOOTH}, {"AID_GRAPHICS", AID_GRAPHICS},
-      {"AID_SHELL", AID_SHELL}, {"AID_STATSD", AID_STATSD},       {"AID_LMKD", AID_LMKD},
-  };
-  return uids;
-}
+constexpr std::pair<std::string_view, uid_t> kFixedUids[] = {
+    {"AID_ROOT", AID_ROOT},   {"AID_SYSTEM", AID_SYSTEM},       {"AID_RADIO", AID_RADIO},
+    {"AID_MEDIA", AID_MEDIA}, {"AID_BLUETOOTH", AID_BLUETOOTH}, {"AID_GRAPHICS", AID_GRAPHICS},
+    {"AID_SHELL", AID_SHELL}, {"AID_STATSD", AID_STATSD},       {"AID_LMKD", AID_LMKD},
+};
 
-bool parseUid(std::string_view text, uid_t* uid) {
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *uid);
+// Unlike android::base::ParseUint, takes no sign, blank or hexadecimal number.
+bool parseUid(std::string_view text, uid_t& uid) {
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), uid);
   return error == std::errc() && end == text.data() + text.size();
 }
 
 }  // namespace
 
-Result<ApplicationUids> ApplicationUids::parse(std::string_view text) {
-  ApplicationUids uids;
-  uids.mText = text;
-  for (size_t start = 0; start <= text.size();) {
-    const size_t end = std::min(text.find(',', start), text.size());
-    const std::string_view part = text.substr(start, end - start);
-    const size_t dash = part.find('-');
-    Range range{};
-    if (!parseUid(part.substr(0, dash), &range.first) ||
-        !parseUid(dash == std::string_view::npos ? part : part.substr(dash + 1), &range.last) ||
+bool contains(const UidRanges& ranges, uid_t uid) {
+  return std::any_of(ranges.begin(), ranges.end(), [uid](const UidRange& range) {
+    const uid_t compared = range.ofEachUser ? uid % AID_USER_OFFSET : uid;
+    return compared >= range.first && compared <= range.last;
+  });
+}
+
+Result<ApplicationUids> ApplicationUids::parse(const std::string& text) {
+  ApplicationUids uids{{}, text};
+  for (const std::string& part : android::base::Split(text, ",")) {
+    const std::vector<std::string> ends = android::base::Split(part, "-");
+    UidRange& range = uids.ranges.emplace_back();
+    if (ends.size() > 2 || !parseUid(ends.front(), range.first) || !parseUid(ends.back(), range.last) ||
         range.first > range.last) {
       return Error() << '"' << part << "\" is neither a uid nor a range of uids, such as 1000-59999";
     }
-    uids.mRanges.push_back(range);
-    start = end + 1;
   }
   return uids;
 }
@@ -60,31 +60,23 @@ ApplicationUids ApplicationUids::ofThisHost() {
   auto uids = parse(value);
   if (uids.ok()) return *std::move(uids);
   __android_log_print(ANDROID_LOG_ERROR, "statsd", "%s=%s: %s; applications have the uids %s", kVariable,
-                      value, uids.error().message().c_str(), ApplicationUids().text().c_str());
+                      value, uids.error().message().c_str(), ApplicationUids().text.c_str());
   return {};
 }
 
-bool ApplicationUids::contains(uid_t uid) const {
-  const uid_t ofUser = uid % AID_USER_OFFSET;
-  if (mRanges.empty()) return ofUser >= AID_APP_START && ofUser <= AID_APP_END;
-  return std::any_of(mRanges.begin(), mRanges.end(),
-                     [uid](const Range& range) { return uid >= range.first && uid <= range.last; });
-}
-
-LogSources::LogSources(const std::vector<std::string>& names, uid_t serviceUid, ApplicationUids applications)
-    : mApplications(std::move(applications)) {
+UidRanges uidsOfSources(const std::vector<std::string>& names, uid_t serviceUid,
+                        const ApplicationUids& applications) {
+  UidRanges uids;
   for (const std::string& name : names) {
     if (name == "AID_APP") {
-      mAllowApplications = true;
-      mUids.insert(serviceUid);
-    } else if (const auto found = fixedUids().find(name); found != fixedUids().end()) {
-      mUids.insert(found->second);
+      uids.insert(uids.end(), applications.ranges.begin(), applications.ranges.end());
+      uids.push_back({serviceUid, serviceUid});
+    }
+    for (const auto& [fixedName, uid] : kFixedUids) {
+      if (name == fixedName) uids.push_back({uid, uid});
     }
   }
-}
-
-bool LogSources::allow(uid_t sender) const {
-  return (mAllowApplications && mApplications.contains(sender)) || mUids.count(sender) != 0;
+  return uids;
 }
 
 }  // namespace libstatsd

@@ -6,17 +6,15 @@
 #include <utility>
 
 #include <android-base/unique_fd.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "AppendBytes.h"
-#include "ServiceSockets.h"
 #include "StatsEventFormat.h"
 #include "base/Clock.h"
 #include "base/Mutex.h"
 #include "runtime/RuntimeDirectory.h"
 #include "runtime/SocketPath.h"
+#include "statsd/diagnostics_publisher.h"
 
 namespace libstatsd {
 
@@ -30,6 +28,26 @@ constexpr int64_t kPatienceNs = 20'000'000;
 constexpr int32_t kApplicationStateData = 110010;  // {1 pid, 2 key, 3 value}
 constexpr int32_t kTelemetrySessionInfo = 111983;  // {1 service_session_id, 2 user_active_session_id}
 
+template <typename T>
+std::string elementOf(ElementType type, T value) {
+  std::string element;
+  append(element, type);
+  append(element, value);
+  return element;
+}
+
+std::string elementOf(std::string_view text) {
+  return elementOf(ElementType::String, static_cast<int32_t>(text.size())).append(text);
+}
+
+std::string eventOf(int32_t atomId, size_t fieldCount, std::string_view fields) {
+  std::string event;
+  append(event, ElementType::Object);
+  append(event, static_cast<uint8_t>(kMinElements + fieldCount));
+  event += elementOf(ElementType::Int64, bootTimeNs());
+  return event.append(elementOf(ElementType::Int32, atomId)).append(fields);
+}
+
 std::string logHeader() {
   timespec time{};
   clock_gettime(CLOCK_REALTIME, &time);
@@ -41,80 +59,61 @@ std::string logHeader() {
   return header;
 }
 
-// Returns 0 or an errno, EAGAIN if the queue is full until the deadline.
-int sendBy(int fd, std::string_view datagram, int64_t deadlineNs) {
-  for (;;) {
-    if (send(fd, datagram.data(), datagram.size(), MSG_DONTWAIT | MSG_NOSIGNAL) >= 0) return 0;
-    if (errno == EINTR) continue;
-    if (errno != EAGAIN) return errno;
-    const int64_t leftNs = deadlineNs - bootTimeNs();
-    if (leftNs <= 0) return EAGAIN;
-    pollfd writable{fd, POLLOUT, 0};
-    const timespec left{.tv_sec = 0, .tv_nsec = leftNs};
-    ppoll(&writable, 1, &left, nullptr);
-  }
-}
-
 }  // namespace
 
-class StatsEventWriter::Connection {
+class StatsEventWriter::Sender {
  public:
-  // Each sends a log header and `payload` as one datagram, and returns 0 or an errno. Waits until
-  // `deadlineNs` (CLOCK_BOOTTIME) at most.
-  int send(std::string_view payload, int64_t deadlineNs);
-  // Tells the service of events that did not reach it.
-  void sendLosses(int64_t deadlineNs);
-  void noteLoss(int32_t error, int32_t atomId);
+  // Sends the atom that has the encoded `fields`, and before it what was lost.
+  WriteResult write(int32_t atomId, size_t fieldCount, std::string_view fields);
 
  private:
-  using Socket = std::shared_ptr<const android::base::unique_fd>;
-
   struct Losses {
     uint32_t count = 0;
     int32_t lastErrno = 0;
     int32_t lastAtomId = 0;
   };
 
-  Socket connected();
-  void disconnect(const Socket& socket);
+  void sendLosses(int64_t deadlineNs);
+  void noteLosses(const Losses& losses);
+  int send(std::string_view payload, int64_t deadlineNs);
+  int socketFd();
 
-  Torv::Base::Mutex mMutex;  // never held over a system call that can wait
-  Socket mSocket GUARDED_BY(mMutex);
-  Losses mLosses GUARDED_BY(mMutex);  // not told yet
+  Torv::Base::Mutex mMutex;
+  android::base::unique_fd mSocket GUARDED_BY(mMutex);  // once made, it stays
+  Losses mLosses GUARDED_BY(mMutex);                    // not told yet
 };
 
-StatsEventWriter::StatsEventWriter() : mConnection(std::make_unique<Connection>()) {}
+StatsEventWriter::StatsEventWriter() : mSender(std::make_unique<Sender>()) {}
 StatsEventWriter::~StatsEventWriter() = default;
-
-WriteResult StatsEventWriter::write(const StatsEvent& event) {
-  const int64_t deadlineNs = bootTimeNs() + kPatienceNs;
-  mConnection->sendLosses(deadlineNs);
-  std::string payload;
-  append(payload, kStatsEventTag);
-  payload += event.encoded();
-  if (const int error = mConnection->send(payload, deadlineNs); error != 0) {
-    mConnection->noteLoss(error, event.atomId());
-    return error == EAGAIN ? WriteResult::QueueFull : WriteResult::NoService;
-  }
-  return event.complete() ? WriteResult::Sent : WriteResult::TooLarge;
-}
 
 WriteResult StatsEventWriter::publishApplicationState(int32_t pid, std::string_view key,
                                                       std::string_view value) {
-  return write(StatsEvent(kApplicationStateData).addInt32(pid).addString(key).addString(value));
+  return mSender->write(kApplicationStateData, 3,
+                        elementOf(ElementType::Int32, pid) + elementOf(key) + elementOf(value));
 }
 
 WriteResult StatsEventWriter::publishTelemetrySession(std::string_view serviceSessionId,
                                                       std::string_view userActiveSessionId) {
-  return write(StatsEvent(kTelemetrySessionInfo).addString(serviceSessionId).addString(userActiveSessionId));
+  return mSender->write(kTelemetrySessionInfo, 2,
+                        elementOf(serviceSessionId) + elementOf(userActiveSessionId));
 }
 
-void StatsEventWriter::Connection::noteLoss(int32_t error, int32_t atomId) {
-  const LockGuard lock(mMutex);
-  mLosses = {mLosses.count + 1, error, atomId};
+WriteResult StatsEventWriter::Sender::write(int32_t atomId, size_t fieldCount, std::string_view fields) {
+  const int64_t deadlineNs = bootTimeNs() + kPatienceNs;
+  sendLosses(deadlineNs);
+  std::string event = eventOf(atomId, fieldCount, fields);
+  const bool fits = event.size() <= kMaxEventBytes;
+  if (!fits) event = eventOf(atomId, 1, elementOf(ElementType::Error, kOverflowError));
+  std::string payload;
+  append(payload, kStatsEventTag);
+  if (const int error = send(payload.append(event), deadlineNs); error != 0) {
+    noteLosses({1, error, atomId});
+    return error == EAGAIN ? WriteResult::QueueFull : WriteResult::NoService;
+  }
+  return fits ? WriteResult::Sent : WriteResult::TooLarge;
 }
 
-void StatsEventWriter::Connection::sendLosses(int64_t deadlineNs) {
+void StatsEventWriter::Sender::sendLosses(int64_t deadlineNs) {
   Losses losses;
   {
     const LockGuard lock(mMutex);
@@ -125,47 +124,67 @@ void StatsEventWriter::Connection::sendLosses(int64_t deadlineNs) {
   append(note, -losses.lastErrno);
   append(note, kDropNoteType);
   append(note, static_cast<int64_t>(losses.lastAtomId) << 32 | losses.count);
-  if (send(note, deadlineNs) == 0) return;
+  if (send(note, deadlineNs) != 0) noteLosses(losses);
+}
+
+void StatsEventWriter::Sender::noteLosses(const Losses& losses) {
   const LockGuard lock(mMutex);
-  losses.count += mLosses.count;
-  mLosses = mLosses.count == 0 ? losses : Losses{losses.count, mLosses.lastErrno, mLosses.lastAtomId};
+  mLosses = {mLosses.count + losses.count, losses.lastErrno, losses.lastAtomId};
 }
 
-int StatsEventWriter::Connection::send(std::string_view payload, int64_t deadlineNs) {
+// Sends a log header and `payload` as one datagram, until `deadlineNs` (CLOCK_BOOTTIME) at most. Returns 0 or
+// an errno, EAGAIN if the queue stays full. The socket is not connected: each datagram names the service's
+// address, so no thread has to replace a connection that others use.
+int StatsEventWriter::Sender::send(std::string_view payload, int64_t deadlineNs) {
+  constexpr timespec kPause{.tv_sec = 0, .tv_nsec = 1'000'000};
   const std::string datagram = logHeader().append(payload);
-  constexpr int kAttempts = 2;  // the second on a new connection: the service may have been restarted
-  int error = 0;
-  for (int attempt = 0; attempt < kAttempts; attempt++) {
-    const Socket socket = connected();
-    if (socket == nullptr) return errno;
-    error = sendBy(socket->get(), datagram, deadlineNs);
-    if (error == 0 || error == EAGAIN) return error;
-    disconnect(socket);
+  const int fd = socketFd();
+  auto path = platform::SocketPath::of(platform::runtimeDirectory(), kAtomSocket);
+  if (!path.ok()) return path.error().code();
+  while (sendto(fd, datagram.data(), datagram.size(), MSG_DONTWAIT, path->address(), path->size()) < 0) {
+    if (errno != EAGAIN || bootTimeNs() >= deadlineNs) return errno;
+    nanosleep(&kPause, nullptr);
   }
-  return error;
+  return 0;
 }
 
-// Returns null and sets errno if there is no service.
-StatsEventWriter::Connection::Socket StatsEventWriter::Connection::connected() {
+// Returns -1 if no socket can be made now.
+int StatsEventWriter::Sender::socketFd() {
   constexpr int kSendBufferBytes = 1 << 20;
   const LockGuard lock(mMutex);
-  if (mSocket != nullptr) return mSocket;
-  auto path = platform::SocketPath::of(platform::runtimeDirectory(), kAtomSocket);
-  if (!path.ok()) {
-    errno = path.error().code();
-    return nullptr;
+  if (!mSocket.ok()) {
+    mSocket.reset(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    setsockopt(mSocket.get(), SOL_SOCKET, SO_SNDBUF, &kSendBufferBytes, sizeof(kSendBufferBytes));
   }
-  android::base::unique_fd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  if (!fd.ok()) return nullptr;
-  setsockopt(fd.get(), SOL_SOCKET, SO_SNDBUF, &kSendBufferBytes, sizeof(kSendBufferBytes));
-  if (connect(fd.get(), path->address(), path->size()) != 0) return nullptr;
-  mSocket = std::make_shared<const android::base::unique_fd>(std::move(fd));
-  return mSocket;
-}
-
-void StatsEventWriter::Connection::disconnect(const Socket& socket) {
-  const LockGuard lock(mMutex);
-  if (mSocket == socket) mSocket = nullptr;
+  return mSocket.get();
 }
 
 }  // namespace libstatsd
+
+// --- for C ---
+
+namespace {
+
+// Never destroyed: threads may publish until the process is gone.
+libstatsd::StatsEventWriter& writer() {
+  static auto& shared = *new libstatsd::StatsEventWriter();
+  return shared;
+}
+
+// Returns 0 or a negated errno.
+int resultOf(libstatsd::WriteResult result) {
+  constexpr int kResults[] = {0, -EMSGSIZE, -EAGAIN, -ENOTCONN};  // in the order of WriteResult
+  return kResults[static_cast<int>(result)];
+}
+
+}  // namespace
+
+int diagnostics_publish_state(int32_t pid, const char* key, const char* value) {
+  if (key == nullptr || value == nullptr) return -EINVAL;
+  return resultOf(writer().publishApplicationState(pid != 0 ? pid : getpid(), key, value));
+}
+
+int diagnostics_publish_session(const char* service_session_id, const char* user_active_session_id) {
+  if (service_session_id == nullptr || user_active_session_id == nullptr) return -EINVAL;
+  return resultOf(writer().publishTelemetrySession(service_session_id, user_active_session_id));
+}

@@ -1,15 +1,17 @@
 #pragma once
 
+#include <array>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include <android-base/result.h>
+#include <android-base/unique_fd.h>
+#include <sys/socket.h>
 
 #include "AtomIntake.h"
-#include "DatagramBatch.h"
-#include "ServiceSockets.h"
+#include "Limits.h"
+#include "StatsEventFormat.h"
 #include "base/Mutex.h"
 
 namespace libstatsd {
@@ -44,30 +46,41 @@ class Statsd {
   // Returns the one that has been started, or null.
   [[nodiscard]] static Statsd* runningIn(const std::string& directory);
 
-  explicit Statsd(ServiceSockets sockets);  // for startIn()
-  Statsd(const Statsd&) = delete;
-  Statsd& operator=(const Statsd&) = delete;
+  // For startIn(). Both sockets are non-blocking: one for datagrams with their senders' credentials, and a
+  // listening stream socket.
+  Statsd(android::base::unique_fd atoms, android::base::unique_fd status);
 
-  // Adds a configuration, or replaces its rules.
-  void configure(ConfigKey key, const ConfigRules& rules);
-  // Removes and returns the atoms of a configuration that were sent before the call, in order of arrival.
-  std::vector<AtomRecord> fetch(ConfigKey key);
-  // `asker` is the uid that wants to know whether it is heard.
+  // Sets the configuration, see AtomIntake.
+  [[nodiscard]] bool configure(ConfigKey key, std::vector<int32_t> atomIds, std::vector<std::string> sources);
+  // Removes and returns the atoms of the configuration that were sent before the call, in order of arrival.
+  Report fetch(ConfigKey key);
+  // Returns the status with everything that was sent before the call. See AtomIntake.
   StatsdStatus status(uid_t asker);
 
  private:
-  void run();
-  bool receiveAndLog();
-  void drain() REQUIRES(mLock);
-  std::optional<size_t> receiveBatch() REQUIRES(mLock);
-  bool answerStatus();
+  // Room for a datagram and for what the kernel says about its sender. A page is touched only when a datagram
+  // lies there.
+  struct Slot {
+    std::array<char, kMaxDatagramBytes> bytes;
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(ucred))> control;
+  };
 
-  const ServiceSockets mSockets;
-  const size_t mQueueLength = kernelQueueLength();
+  void run();
+  // Receives a batch, and logs what there is to say about it. Returns 0, or an errno if the socket fails.
+  int receiveAndLog();
+  void drain() REQUIRES(mLock);
+  // Receives what the socket holds, at most kMaxBatch datagrams, and does not wait. Returns their number, or
+  // a negated errno if the socket fails.
+  int receiveBatch() REQUIRES(mLock);
+  // Answers one connection. Returns 0, or an errno if the connection could not be accepted.
+  int answerStatus();
+
+  const android::base::unique_fd mAtomSocket;
+  const android::base::unique_fd mStatusSocket;
 
   TurnLock mLock;
   AtomIntake mIntake GUARDED_BY(mLock);
-  const std::unique_ptr<DatagramBatch> mBatch PT_GUARDED_BY(mLock) = std::make_unique<DatagramBatch>();
+  std::array<Slot, kMaxBatch> mSlots GUARDED_BY(mLock);
 };
 
 }  // namespace libstatsd

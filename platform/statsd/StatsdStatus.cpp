@@ -1,14 +1,13 @@
 #include "statsd/StatsdStatus.h"
 
-#include <cerrno>
-#include <charconv>
+#include <type_traits>
 
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
 
-#include "ServiceSockets.h"
 #include "base/Files.h"
+#include "base/Json.h"
 #include "runtime/RuntimeDirectory.h"
 #include "runtime/SocketPath.h"
 
@@ -20,75 +19,65 @@ using android::base::Result;
 
 namespace {
 
-// Parses one number for each pointer, separated by single spaces.
-template <typename... Numbers>
-bool parseNumbers(std::string_view text, Numbers*... numbers) {
-  const char* at = text.data();
-  const char* const end = at + text.size();
-  const auto parseOne = [&](auto* number) {
-    if (at != text.data() && (at == end || *at++ != ' ')) return false;
-    const auto [next, error] = std::from_chars(at, end, *number);
-    at = next;
-    return error == std::errc();
-  };
-  return (parseOne(numbers) && ...) && at == end;
+// These two call visit(name, value) for each value of an object in the document.
+template <typename Status, typename Visit>
+void forEachValue(Status& status, const Visit& visit) {
+  visit("service_pid", status.servicePid);
+  visit("service_uid", status.serviceUid);
+  visit("asker_uid", status.askerUid);
+  visit("asker_heard", status.askerHeard);
+  visit("allowed_sources", status.allowedSources);
+  visit("application_uids", status.applicationUids);
+  forEachCounter(status.counters, visit);
 }
 
-bool parseValue(std::string_view name, std::string_view value, StatsdStatus* status) {
-  if (name == "service_pid") return parseNumbers(value, &status->servicePid);
-  if (name == "service_uid") return parseNumbers(value, &status->serviceUid);
-  if (name == "asker_uid") return parseNumbers(value, &status->askerUid);
-  if (name == "asker_heard") status->askerHeard = value == "1";
-  if (name == "allowed_sources") status->allowedSources = value;
-  if (name == "application_uids") status->applicationUids = value;
-  if (name == "uid") {
-    UidCounters& of = status->uids.emplace_back();
-    return parseNumbers(value, &of.uid, &of.received, &of.notHeard, &of.droppedFull, &of.held);
-  }
-  bool ok = true;
-  forEachCounter(status->counters, [&](const char* counter, uint64_t& count) {
-    if (name == counter) ok = parseNumbers(value, &count);
-  });
-  return ok;
+template <typename Counters, typename Visit>
+void forEachValueOfUid(Counters& uid, const Visit& visit) {
+  visit("uid", uid.uid);
+  visit("received", uid.received);
+  visit("not_heard", uid.notHeard);
+  visit("dropped_full", uid.droppedFull);
+  visit("held", uid.held);
+}
+
+auto writingTo(Json::Value& object) {
+  return [&object](const char* name, const auto& value) { object[name] = value; };
+}
+
+// Puts the name of a value that is missing, or that is not of its type, into `wrong`.
+auto readingFrom(const Json::Value& object, std::string& wrong) {
+  return [&object, &wrong](const char* name, auto& value) {
+    using Value = std::remove_reference_t<decltype(value)>;
+    const Json::Value* member = Torv::Base::findMember(object, name);
+    if (member == nullptr || !member->is<Value>()) {
+      wrong = name;
+    } else {
+      value = member->as<Value>();
+    }
+  };
 }
 
 }  // namespace
 
-std::string formatStatsdStatus(const StatsdStatus& status) {
-  std::string text;
-  const auto line = [&](const char* name, const std::string& value) {
-    text.append(name).append(" ").append(value).append("\n");
-  };
-  line("service_pid", std::to_string(status.servicePid));
-  line("service_uid", std::to_string(status.serviceUid));
-  line("asker_uid", std::to_string(status.askerUid));
-  line("asker_heard", status.askerHeard ? "1" : "0");
-  line("allowed_sources", status.allowedSources);
-  line("application_uids", status.applicationUids);
-  forEachCounter(status.counters,
-                 [&](const char* name, uint64_t count) { line(name, std::to_string(count)); });
-  for (const UidCounters& of : status.uids) {
-    std::string values = std::to_string(of.uid);
-    for (const uint64_t count : {of.received, of.notHeard, of.droppedFull, of.held}) {
-      values.append(" ").append(std::to_string(count));
-    }
-    line("uid", values);
-  }
-  return text;
+Json::Value toJson(const StatsdStatus& status) {
+  Json::Value document(Json::objectValue);
+  forEachValue(status, writingTo(document));
+  Json::Value& uids = document["uids"] = Json::Value(Json::arrayValue);
+  for (const UidCounters& uid : status.uids)
+    forEachValueOfUid(uid, writingTo(uids.append(Json::objectValue)));
+  return document;
 }
 
 Result<StatsdStatus> parseStatsdStatus(std::string_view text) {
+  auto document = Torv::Base::parseJson(text, Torv::Base::JsonRules::Strict);
+  if (!document.ok()) return document.error();
   StatsdStatus status;
-  if (text.empty()) return Error() << "the status is empty";
-  while (!text.empty()) {
-    const std::string_view line = text.substr(0, text.find('\n'));
-    text.remove_prefix(std::min(line.size() + 1, text.size()));
-    const size_t space = line.find(' ');
-    if (space == std::string_view::npos ||
-        !parseValue(line.substr(0, space), line.substr(space + 1), &status)) {
-      return Error() << "the line \"" << line << "\" is malformed";
-    }
-  }
+  std::string wrong;
+  forEachValue(status, readingFrom(*document, wrong));
+  const Json::Value* uids = Torv::Base::findMember(*document, "uids");
+  if (uids == nullptr || !uids->isArray()) return Error() << "uids is missing or no array";
+  for (const Json::Value& uid : *uids) forEachValueOfUid(status.uids.emplace_back(), readingFrom(uid, wrong));
+  if (!wrong.empty()) return Error() << wrong << " is missing or has the wrong type";
   return status;
 }
 

@@ -61,30 +61,6 @@ int publish(const Options& options, const Publish& send) {
   return refuse("not published: the service has just ended.");
 }
 
-// Flat, as the counters were before uids had some of their own.
-Json::Value toJson(const StatsdStatus& status) {
-  Json::Value document(Json::objectValue);
-  document["service_pid"] = status.servicePid;
-  document["service_uid"] = status.serviceUid;
-  document["asker_uid"] = status.askerUid;
-  document["asker_heard"] = status.askerHeard;
-  document["allowed_sources"] = status.allowedSources;
-  document["application_uids"] = status.applicationUids;
-  libstatsd::forEachCounter(status.counters,
-                            [&](const char* name, uint64_t count) { document[name] = Json::UInt64{count}; });
-  document["uids"] = Json::Value(Json::arrayValue);
-  for (const UidCounters& counters : status.uids) {
-    Json::Value uid(Json::objectValue);
-    uid["uid"] = counters.uid;
-    uid["received"] = Json::UInt64{counters.received};
-    uid["not_heard"] = Json::UInt64{counters.notHeard};
-    uid["dropped_full"] = Json::UInt64{counters.droppedFull};
-    uid["held"] = Json::UInt64{counters.held};
-    document["uids"].append(uid);
-  }
-  return document;
-}
-
 // The names of the counters are those of the JSON document, so that people and scripts speak of the same
 // ones.
 void printStatus(const StatsdStatus& status) {
@@ -109,7 +85,7 @@ void printStatus(const StatsdStatus& status) {
 int showStatus(const Options& options) {
   const auto status = statusWithin(options);
   if (!status.ok()) return refuseUnreached(status.error(), options);
-  options.json ? printJson(toJson(*status)) : printStatus(*status);
+  options.json ? printJson(libstatsd::toJson(*status)) : printStatus(*status);
   return kDone;
 }
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <filesystem>
 #include <string>
 #include <variant>
 #include <vector>
@@ -8,9 +7,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <osutils/Telemetry.h>
+#include <statsd/StatsEventWriter.h>
 #include <statsd/StatsdCollection.h>
 #include <statsd/StatsdConfiguration.h>
-#include <unistd.h>
 
 #include "fixture/Process.h"
 #include "support/TempDir.h"
@@ -32,15 +31,9 @@ inline std::string bytes(std::string hex) {
   return out;
 }
 
-// The field 1 of a state atom.
-inline std::string pidField(pid_t pid) {
-  std::string field = "\x08";
-  for (; pid >= 0x80; pid >>= 7) field += static_cast<char>(pid | 0x80);
-  return field + static_cast<char>(pid);
-}
-
-inline std::string payloadOf(const AtomReport& report) {
-  return std::string(Torv::OS::Telemetry::parseAtom(report.atom).payload);
+// A datagram with the event that `hex` spells.
+inline std::string datagram(const std::string& hex) {
+  return bytes("05 3412 80005962 00000000 74617473" + hex);
 }
 
 // A runtime directory for this process as the service that keeps atoms.
@@ -53,16 +46,23 @@ class StatsdTest : public testing::Test {
     return configuration.publishConfigurationBlocked(kConfigId, 1000);
   }
 
-  static Report fetch() {
+  // The payloads of the atoms.
+  static std::vector<std::string> fetch() {
     StatsdCollection collection;
     collection.addConfiguration(kConfigId, 1000);
-    auto answer = collection.fetchReportsBlocked();
-    auto& reports = std::get<std::vector<Report>>(answer);
-    return reports.empty() ? Report() : std::move(reports.at(0));
+    const auto answer = collection.fetchReportsBlocked();
+    std::vector<std::string> payloads;
+    for (const Report& report : std::get<std::vector<Report>>(answer)) {
+      for (const AtomReport& atom : report) {
+        payloads.emplace_back(Torv::OS::Telemetry::parseAtom(atom.atom).payload);
+      }
+    }
+    return payloads;
   }
 
   test::TempDir mDirectory;
   test::ScopedEnv mEnvironment{"TORV_RUNTIME_DIR", mDirectory.path()};
+  StatsEventWriter mWriter;
 };
 
 }  // namespace libstatsd

@@ -1,17 +1,18 @@
 #include <atomic>
-#include <mutex>
-#include <random>
+#include <filesystem>
+#include <future>
 #include <set>
 #include <thread>
 
-#include <statsd/StatsEventWriter.h>
 #include <statsd/StatsdStatus.h>
 #include <statsd/diagnostics_publisher.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include "StatsdFixture.h"
 #include "runtime/SocketPath.h"
 #include "support/LogCapture.h"
+#include "support/Result.h"
 
 namespace libstatsd {
 namespace {
@@ -22,19 +23,31 @@ StatsdStatus status() {
   return readStatsdStatus(std::chrono::seconds(30)).value();
 }
 
+// Connects to the place of a service's socket, or binds it.
+unique_fd socketAt(const std::string& directory, const char* name, int type, auto attach) {
+  const auto path = platform::SocketPath::of(directory, name).value();
+  unique_fd fd(socket(AF_UNIX, type | SOCK_CLOEXEC, 0));
+  EXPECT_EQ(attach(fd.get(), path.address(), path.size()), 0);
+  return fd;
+}
+
+// All datagrams, without log header and time stamp.
 std::vector<std::string> receiveAll(const unique_fd& sink) {
   std::vector<std::string> all;
   char buffer[8192];
   ssize_t size = 0;
-  while ((size = recv(sink.get(), buffer, sizeof(buffer), 0)) >= 0) all.emplace_back(buffer, size);
+  while ((size = recv(sink.get(), buffer, sizeof(buffer), MSG_DONTWAIT)) >= 0) {
+    EXPECT_EQ(buffer[0], 5) << "the id of the log header";
+    std::string& datagram = all.emplace_back(buffer + 11, size - 11);
+    if (datagram.starts_with("tats")) datagram.erase(4 + 3, sizeof(int64_t));
+  }
   return all;
 }
 
 TEST_F(StatsdTest, aQuerySeesWhatWasPushedJustBefore) {
   ASSERT_EQ(publish(), PublishStatus::Success);
-  StatsEventWriter writer;
   for (int i = 0; i < 2000; i++) {
-    ASSERT_EQ(writer.publishApplicationState(i, "k", "v"), WriteResult::Sent);
+    ASSERT_EQ(mWriter.publishApplicationState(i, "k", "v"), WriteResult::Sent);
     ASSERT_EQ(fetch().size(), 1U) << i;
   }
 }
@@ -63,80 +76,59 @@ TEST_F(StatsdTest, cProgramsPublishAndLearnWhyNothingWasPublished) {
   EXPECT_EQ(diagnostics_publish_state(1, "k", std::string(5000, 'x').c_str()), -EMSGSIZE);
   EXPECT_EQ(diagnostics_publish_state(0, "k", "v"), 0);
   EXPECT_EQ(diagnostics_publish_session("s", "u"), 0);
-  const Report report = fetch();
-  ASSERT_EQ(report.size(), 2U);
-  EXPECT_EQ(payloadOf(report[0]), pidField(getpid()) + bytes("12 01 6b 1a 01 76"));
-  EXPECT_EQ(payloadOf(report[1]), bytes("0a 01 73 12 01 75"));
+  const std::vector<std::string> published = fetch();
+  mWriter.publishApplicationState(getpid(), "k", "v");
+  mWriter.publishTelemetrySession("s", "u");
+  EXPECT_EQ(published, fetch());
 }
 
-// Senders flood, two threads fetch at once: each atom that was sent is handed over, to one of them.
+// Each atom that was sent is handed over, to one of two who fetch at once.
 TEST_F(StatsdTest, losesAndDoublesNothingUnderAFlood) {
   constexpr int kEach = 3000;
   ASSERT_EQ(publish(), PublishStatus::Success);
-  std::vector<std::thread> senders;
-  for (const int sender : {1, 2, 3}) {
-    senders.emplace_back([sender] {
+  std::atomic<int> sending = 3;
+  std::vector<std::jthread> senders;
+  for (const int sender : {0, 1, 2}) {
+    senders.emplace_back([&sending, sender] {
       StatsEventWriter writer;
       for (int i = 0; i < kEach; i++) {
-        while (writer.write(StatsEvent(kStateAtom, i).addInt32(sender)) != WriteResult::Sent) {
+        while (writer.publishApplicationState(sender * kEach + i, "k", "v") != WriteResult::Sent) {
         }
       }
+      sending--;
     });
   }
-  std::mutex mutex;
-  std::set<std::pair<std::string, int64_t>> seen;
-  const auto take = [&] {
-    for (const AtomReport& atom : fetch()) {
-      const std::lock_guard lock(mutex);
-      EXPECT_TRUE(seen.emplace(payloadOf(atom), atom.elapsedTimestampNs).second) << "handed over twice";
+  const auto fetchAll = [&sending] {
+    std::multiset<std::string> seen;
+    for (bool over = false; !over;) {
+      over = sending == 0;
+      for (std::string& payload : fetch()) seen.insert(std::move(payload));
     }
+    return seen;
   };
-  std::atomic<bool> over = false;
-  std::thread other([&] {
-    while (!over) take();
-  });
-  for (std::thread& sender : senders) {
-    take();
-    sender.join();
-  }
-  over = true;
-  other.join();
-  take();
-  EXPECT_EQ(seen.size(), senders.size() * kEach);
+  auto others = std::async(std::launch::async, fetchAll);
+  std::multiset<std::string> seen = fetchAll();
+  seen.merge(others.get());
+  EXPECT_EQ(seen.size(), 3U * kEach);
+  EXPECT_EQ(std::set<std::string>(seen.begin(), seen.end()).size(), 3U * kEach) << "handed over twice";
 }
 
-TEST_F(StatsdTest, randomDatagramsCostOneLogLineAndNobodyElsesAtom) {
+TEST_F(StatsdTest, aDatagramLongerThanAnyEventCostsOneLogLineAndNobodyElsesAtom) {
   test::LogCapture log;
   ASSERT_EQ(publish(), PublishStatus::Success);
-  const auto path = platform::SocketPath::of(mDirectory.path(), "statsdw").value();
-  const unique_fd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-  ASSERT_EQ(connect(fd.get(), path.address(), path.size()), 0);
-  std::mt19937 random(1);
-  std::string datagram;
-  constexpr size_t kLongest = 8192;
-  for (size_t size = 0; size <= kLongest; size++) {
-    datagram.resize(size);
-    for (char& byte : datagram) byte = static_cast<char>(random());
-    ASSERT_EQ(send(fd.get(), datagram.data(), size, 0), static_cast<ssize_t>(size));
-  }
-  EXPECT_EQ(StatsEventWriter().publishApplicationState(1, "k", "v"), WriteResult::Sent);
+  const unique_fd fd = socketAt(mDirectory.path(), "statsdw", SOCK_DGRAM, connect);
+  for (const size_t size : {4080, 8192}) send(fd.get(), std::string(size, 'x').data(), size, 0);
+  EXPECT_EQ(mWriter.publishApplicationState(1, "k", "v"), WriteResult::Sent);
   EXPECT_EQ(fetch().size(), 1U);
-  const StatsdCounters counters = status().counters;
-  EXPECT_EQ(counters.received, kLongest + 2);
-  EXPECT_EQ(counters.droppedTooLong, kLongest - 4079);
-  EXPECT_EQ(counters.droppedMalformed + counters.dropNotes, 4080U);
-  EXPECT_EQ(log.texts(ANDROID_LOG_WARN).size(), 2U) << "one for each kind";
+  EXPECT_EQ(status().counters.droppedTooLong, 2U);
+  EXPECT_EQ(log.texts(ANDROID_LOG_WARN).size(), 1U);
 }
 
 TEST_F(StatsdTest, aStatusAskerWhoDoesNotReadHoldsNothingUp) {
   ASSERT_EQ(publish(), PublishStatus::Success);
-  const auto path = platform::SocketPath::of(mDirectory.path(), "statsd-status").value();
-  std::vector<unique_fd> askers;
-  for (int i = 0; i < 50; i++) {
-    askers.emplace_back(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    ASSERT_EQ(connect(askers.back().get(), path.address(), path.size()), 0);
-  }
-  EXPECT_EQ(StatsEventWriter().publishApplicationState(1, "k", "v"), WriteResult::Sent);
+  std::vector<unique_fd> askers(50);
+  for (unique_fd& asker : askers) asker = socketAt(mDirectory.path(), "statsd-status", SOCK_STREAM, connect);
+  EXPECT_EQ(mWriter.publishApplicationState(1, "k", "v"), WriteResult::Sent);
   EXPECT_EQ(status().counters.held, 1U);
 }
 
@@ -146,30 +138,51 @@ TEST_F(StatsdTest, worksInADirectoryWhosePathNoSocketAddressHolds) {
     const std::string deep = mDirectory.path(std::string(length - mDirectory.path("").size(), 'd'));
     const test::ScopedEnv environment("TORV_RUNTIME_DIR", deep);
     ASSERT_EQ(publish(), PublishStatus::Success) << length;
-    EXPECT_EQ(StatsEventWriter().publishApplicationState(1, "k", "v"), WriteResult::Sent) << length;
+    EXPECT_EQ(mWriter.publishApplicationState(1, "k", "v"), WriteResult::Sent) << length;
     EXPECT_EQ(fetch().size(), 1U) << length;
     EXPECT_EQ(status().servicePid, getpid()) << length;
   }
 }
 
-TEST_F(StatsdTest, aWriterGivesUpOnAFullQueueAndTellsTheServiceAfterwards) {
-  // A datagram socket at the atom socket's place: a service that takes nothing by itself.
-  const auto path = platform::SocketPath::of(mDirectory.path(), "statsdw").value();
-  const unique_fd sink(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  ASSERT_EQ(bind(sink.get(), path.address(), path.size()), 0);
-  StatsEventWriter writer;
-  size_t sent = 0;
-  while (writer.write(StatsEvent(kStateAtom, 1)) == WriteResult::Sent) ASSERT_LT(sent++, 100'000U);
-  EXPECT_EQ(writer.write(StatsEvent(kSessionAtom, 1)), WriteResult::QueueFull);
-  EXPECT_EQ(receiveAll(sink).size(), sent);
+TEST_F(StatsdTest, aWriterSendsTheEncodingOfADeviceAndGivesUpWhatIsTooLarge) {
+  const unique_fd sink = socketAt(mDirectory.path(), "statsdw", SOCK_DGRAM, bind);
+  const std::string largest(4064 - 32, 'x');  // the rest of the event takes 32 bytes
+  EXPECT_EQ(mWriter.publishApplicationState(1234, "screen", "home"), WriteResult::Sent);
+  EXPECT_EQ(mWriter.publishTelemetrySession("s", ""), WriteResult::Sent);
+  EXPECT_EQ(mWriter.publishApplicationState(1, "k", largest), WriteResult::Sent);
+  EXPECT_EQ(mWriter.publishApplicationState(1, "k", largest + "x"), WriteResult::TooLarge);
+  const std::string head = "74617473 07 05 01 00 baad0100";
+  EXPECT_THAT(receiveAll(sink),
+              ElementsAre(bytes(head + "00 d2040000 02 06000000 73637265656e 02 04000000 686f6d65"),
+                          bytes("74617473 07 04 01 00 6fb50100 02 01000000 73 02 00000000"),
+                          bytes(head + "00 01000000 02 01000000 6b 02 c00f0000") + largest,
+                          bytes("74617473 07 03 01 00 baad0100 0f 04000000")));
+}
 
-  EXPECT_EQ(writer.write(StatsEvent(kStateAtom, 1)), WriteResult::Sent);
-  EXPECT_EQ(writer.write(StatsEvent(kStateAtom, 1)), WriteResult::Sent);
-  const std::vector<std::string> after = receiveAll(sink);
-  ASSERT_EQ(after.size(), 3U) << "the note, once, and two events";
-  EXPECT_EQ(after[0][0], 5) << "the id of the log header";
-  EXPECT_EQ(after[0].substr(11), bytes("f5ffffff 01 02000000 6fb50100")) << "2 lost, EAGAIN, last 111983";
-  EXPECT_EQ(after[1].substr(11), bytes("74617473 07 02 01 0100000000000000 00 baad0100"));
+TEST_F(StatsdTest, aWriterGivesUpOnAFullQueueAndTellsTheServiceAfterwards) {
+  const unique_fd sink = socketAt(mDirectory.path(), "statsdw", SOCK_DGRAM, bind);
+  size_t sent = 0;
+  while (mWriter.publishApplicationState(1, "", "") == WriteResult::Sent) ASSERT_LT(sent++, 100'000U);
+  EXPECT_EQ(mWriter.publishTelemetrySession("", ""), WriteResult::QueueFull);
+  EXPECT_EQ(receiveAll(sink).size(), sent);
+  EXPECT_EQ(mWriter.publishTelemetrySession("", ""), WriteResult::Sent);
+  EXPECT_EQ(mWriter.publishTelemetrySession("", ""), WriteResult::Sent);
+  const std::string event = bytes("74617473 07 04 01 00 6fb50100 02 00000000 02 00000000");
+  EXPECT_THAT(receiveAll(sink), ElementsAre(bytes("f5ffffff 01 02000000 6fb50100"), event, event))
+      << "the note, once: 2 lost, EAGAIN, last 111983";
+}
+
+TEST(StatsdStatusTest, isRefusedIfAValueIsMissingOrOfAnotherType) {
+  Json::Value document = toJson({});
+  document["unknown"] = "skipped";
+  EXPECT_TRUE(parseStatsdStatus(document.toStyledString()).ok());
+  for (const char* name : {"service_pid", "asker_heard", "allowed_sources", "held", "uids"}) {
+    for (const Json::Value& wrong : {Json::Value(), Json::Value(-0.5)}) {
+      Json::Value changed = document;
+      changed[name] = wrong;
+      EXPECT_THAT(test::errorOf(parseStatsdStatus(changed.toStyledString())), HasSubstr(name));
+    }
+  }
 }
 
 }  // namespace

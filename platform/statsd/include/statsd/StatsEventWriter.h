@@ -5,41 +5,39 @@
 #include <memory>
 #include <string_view>
 
-#include <statsd/StatsEvent.h>
-
 namespace libstatsd {
 
+// What became of an atom, as far as its writer can know: nobody acknowledges an atom.
 enum class WriteResult {
-  Sent,      // the event is in the service's queue, or was received; a service that does not hear it drops it
-  TooLarge,  // the event was given up (see StatsEvent)
+  Sent,       // the atom is in the service's queue; a service that does not hear the caller's user drops it
+  TooLarge,   // the atom would be longer than 4064 bytes; the service is told that it was given up
   QueueFull,  // the service's queue stayed full for 20 ms
   NoService,  // no service could be reached
 };
 
-// Sends events to the service of the current runtime directory. Connects at the first write, and again after
-// a restart of the service. A write waits for 20 ms at most, and only while the service's queue is full. Lost
-// events are counted, and the service is told of them before the next event that reaches it. Thread-safe;
-// threads do not wait for each other.
+// Sends atoms to the service of the current runtime directory, in the encoding of libstatssocket. Keeps a
+// socket from the first atom on, and finds a service that was started again. A call waits for 20 ms at most,
+// and only while the service's queue is full. An atom that could not be sent is not sent again, but counted,
+// and the service is told of such atoms before the next one that reaches it. Thread-safe; threads do not wait
+// for each other.
 class StatsEventWriter {
  public:
   StatsEventWriter();
   ~StatsEventWriter();
-  StatsEventWriter(const StatsEventWriter&) = delete;
-  StatsEventWriter& operator=(const StatsEventWriter&) = delete;
 
-  // Not [[nodiscard]]: most applications go on whatever the result is.
-  WriteResult write(const StatsEvent& event);
+  // Both copy the texts, which are UTF-8, and stamp the atom with the present boot time. They are not
+  // [[nodiscard]]: most applications go on whatever the result is.
 
-  // Publishes the newest value of one state of process `pid` (atom 110010). Texts are UTF-8.
+  // Publishes the newest value of one state of process `pid` (atom 110010).
   WriteResult publishApplicationState(int32_t pid, std::string_view key, std::string_view value);
   // Publishes the ids of the present telemetry session (atom 111983).
   WriteResult publishTelemetrySession(std::string_view serviceSessionId,
                                       std::string_view userActiveSessionId);
 
  private:
-  class Connection;
+  class Sender;
 
-  std::unique_ptr<Connection> mConnection;
+  std::unique_ptr<Sender> mSender;
 };
 
 }  // namespace libstatsd

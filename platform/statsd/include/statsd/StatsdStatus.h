@@ -1,6 +1,6 @@
 // What the host's statsd tells every user who asks: its counters, and whether it takes the asker's atoms.
-// Whoever connects to the stream socket <runtime>/statsd-status gets lines of "<name> <value>", and then the
-// end of the file.
+// Whoever connects to the stream socket <runtime>/statsd-status gets a JSON document, and then the end of the
+// file.
 #pragma once
 
 #include <chrono>
@@ -10,6 +10,7 @@
 #include <vector>
 
 #include <android-base/result.h>
+#include <json/value.h>
 #include <sys/types.h>
 
 namespace libstatsd {
@@ -51,13 +52,18 @@ struct StatsdStatus {
   std::string applicationUids;  // what AID_APP among them stands for, beside serviceUid; see TORV_APP_UIDS
 };
 
+// Name of the stream socket in the runtime directory.
+inline constexpr char kStatusSocket[] = "statsd-status";
+
 // Asks the service of the current runtime directory for its status, and waits for the answer. Returns an
-// error that names the socket if there is no service, or no answer within `patience`.
+// error that names the socket if there is no service, or no answer within `patience`. The error's code is
+// EAGAIN if a service is there but does not answer.
 [[nodiscard]] android::base::Result<StatsdStatus> readStatsdStatus(std::chrono::milliseconds patience);
 
-// Writes and reads the text on the socket. Reading skips names that it does not know, and returns an error
-// that names the line if a value is malformed.
-std::string formatStatsdStatus(const StatsdStatus& status);
+// Writes and reads the document on the socket: an object with a member for each value, counter names as
+// forEachCounter() gives them, and the array "uids". Reading skips names that it does not know. It returns an
+// error that says what is wrong if the text is not JSON, or if a value is missing or has the wrong type.
+Json::Value toJson(const StatsdStatus& status);
 [[nodiscard]] android::base::Result<StatsdStatus> parseStatsdStatus(std::string_view text);
 
 // Calls visit(name, value) for every counter, in the order in which they are shown.

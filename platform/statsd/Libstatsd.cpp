@@ -1,7 +1,5 @@
-#include "statsd/StatsdConfiguration.h"
-
+// The client library, whose statsd runs in the same process.
 #include <algorithm>
-#include <string>
 
 #include <android/log.h>
 
@@ -9,6 +7,8 @@
 #include "runtime/HeapPolicy.h"
 #include "runtime/HostLog.h"
 #include "runtime/RuntimeDirectory.h"
+#include "statsd/StatsdCollection.h"
+#include "statsd/StatsdConfiguration.h"
 
 namespace libstatsd {
 namespace {
@@ -42,8 +42,24 @@ PublishStatus StatsdConfiguration::publishConfigurationBlocked(int32_t configId,
     __android_log_print(ANDROID_LOG_ERROR, "statsd", "cannot start: %s", statsd.error().message().c_str());
     return PublishStatus::FailedToReachService;
   }
-  (*statsd)->configure({uid, configId}, {mAtomIds, mAllowedLogSources});
-  return PublishStatus::Success;
+  const bool configured = (*statsd)->configure({uid, configId}, mAtomIds, mAllowedLogSources);
+  return configured ? PublishStatus::Success : PublishStatus::ConfigurationFailure;
+}
+
+void StatsdCollection::addConfiguration(int32_t configId, int32_t uid) {
+  mConfigurations.emplace_back(configId, uid);
+}
+
+std::variant<std::vector<Report>, Error> StatsdCollection::fetchReportsBlocked() {
+  const std::string directory = platform::runtimeDirectory();
+  Statsd* statsd = Statsd::runningIn(directory);
+  if (statsd == nullptr) return Error{"no configuration has been published in " + directory};
+  std::vector<Report> reports;
+  for (const auto& [configId, uid] : mConfigurations) {
+    Report atoms = statsd->fetch({uid, configId});
+    if (!atoms.empty()) reports.push_back(std::move(atoms));
+  }
+  return reports;
 }
 
 }  // namespace libstatsd
