@@ -1,9 +1,7 @@
 // Transactions beside the same bytes over bare blocking stream sockets: client and server are two processes
 // on one core, where the times repeat.
 
-#include <limits>
-#include <memory>
-#include <optional>
+#include "parcel/ParcelHeader.h"
 
 #include <atomic>
 #include <cstdio>

@@ -1,9 +1,7 @@
 // A bundle written to a parcel and read back, against copying its strings into a map; and the allocations of
 // reading values of fixed size.
 
-#include <limits>
-#include <memory>
-#include <optional>
+#include "parcel/ParcelHeader.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -11,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include <binder/Parcel.h>
 #include <binder/PersistableBundle.h>
 
 #include "support/Compare.h"

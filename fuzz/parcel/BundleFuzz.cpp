@@ -1,14 +1,11 @@
 // Reads a bundle from any bytes. If that succeeds, the bundle is written, read back and written again, and
 // both writings must have the same bytes.
 
-#include <limits>
-#include <memory>
-#include <optional>
+#include "parcel/ParcelHeader.h"
 
 #include <cstdlib>
 #include <cstring>
 
-#include <binder/Parcel.h>
 #include <binder/PersistableBundle.h>
 
 using android::Parcel;

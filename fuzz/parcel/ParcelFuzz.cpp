@@ -1,16 +1,13 @@
 // Every read of a parcel over any bytes. The first byte of the input says how many of the next bytes each
 // choose a read. The rest is the parcel.
 
-#include <limits>
-#include <memory>
-#include <optional>
+#include "parcel/ParcelHeader.h"
 
 #include <cstdlib>
 #include <iterator>
 #include <string>
 #include <vector>
 
-#include <binder/Parcel.h>
 #include <binder/Status.h>
 #include <utils/String8.h>
 
@@ -35,7 +32,6 @@ constexpr void (*kReads[])(const Parcel&) = {
     into<String16, &Parcel::readString16>,
     [](const Parcel& p) { String8(p.readString16()); },
     into<std::string, &Parcel::readUtf8FromUtf16>,
-    into<std::unique_ptr<String16>, &Parcel::readString16>,
     into<std::vector<uint8_t>, &Parcel::readByteVector>,
     into<std::vector<int32_t>, &Parcel::readInt32Vector>,
     into<std::vector<int64_t>, &Parcel::readInt64Vector>,

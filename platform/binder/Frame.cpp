@@ -78,13 +78,9 @@ Result<size_t> FrameReader::receive(uint8_t* to, size_t size) {
     if (got > 0) return static_cast<size_t>(got);
     if (got == 0) return Error(ECONNRESET) << "closed in the middle of a frame";
     if (errno != EAGAIN) return ErrnoError() << "is lost";
-    if (!waitFor(mSocket, POLLIN, deadline())) return Error(ETIMEDOUT) << "stalled in the middle of a frame";
+    if (!mDeadline) mDeadline = SteadyClock::now() + *mPatience;
+    if (!waitFor(mSocket, POLLIN, *mDeadline)) return Error(ETIMEDOUT) << "stalled in the middle of a frame";
   }
-}
-
-SteadyClock::time_point FrameReader::deadline() {
-  if (!mDeadline) mDeadline = SteadyClock::now() + *mPatience;
-  return *mDeadline;
 }
 
 Result<void> sendFrame(int socket, const FrameHeader& header, const uint8_t* payload, size_t* sent,

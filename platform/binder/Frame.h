@@ -67,7 +67,6 @@ class FrameReader {
  private:
   size_t held() const { return mEnd - mBegin; }
   android::base::Result<size_t> receive(uint8_t* to, size_t size);
-  SteadyClock::time_point deadline();
 
   const int mSocket;
   const FrameKind mKind;

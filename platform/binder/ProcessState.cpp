@@ -12,21 +12,8 @@ sp<ProcessState> ProcessState::self() {
   return kSelf;
 }
 
-// The members belong to the kernel's driver, which does not exist here.
-ProcessState::ProcessState(const char* driver)
-    : mDriverName(driver),
-      mDriverFD(-1),
-      mVMStart(nullptr),
-      mThreadCountLock(PTHREAD_MUTEX_INITIALIZER),
-      mThreadCountDecrement(PTHREAD_COND_INITIALIZER),
-      mExecutingThreadsCount(0),
-      mMaxThreads(0),
-      mStarvationStartTimeMs(0),
-      mBinderContextCheckFunc(nullptr),
-      mBinderContextUserData(nullptr),
-      mThreadPoolStarted(false),
-      mThreadPoolSeq(1),
-      mCallRestriction(CallRestriction::NONE) {}
+// The members belong to the kernel's driver, which does not exist here. Nothing reads them.
+ProcessState::ProcessState(const char* /*driver*/) {}
 
 ProcessState::~ProcessState() = default;
 

@@ -22,18 +22,11 @@ using android::base::unique_fd;
 using Torv::Base::LockGuard;
 using Torv::Base::Mutex;
 
-// A server's handle is its index plus 1: 0 is the service manager's on the device.
-struct Entry {
-  Entry(const ServiceAddress& address, pid_t server) : service(address, server) {}
-
-  RemoteService service;
-  android::wp<android::BpBinder> proxy;
-};
-
-// The servers that this process has met. A deque does not move its entries when it grows.
+// The servers that this process has met. A server's handle is its index plus 1: 0 is the service manager's on
+// the device. A deque does not move its entries when it grows.
 struct Servers {
-  Mutex mutex;
-  std::deque<Entry> entries GUARDED_BY(mutex);
+  Mutex mutex;  // also for the proxies of the entries
+  std::deque<RemoteService> entries GUARDED_BY(mutex);
   Threads watchers;
 };
 
@@ -43,18 +36,14 @@ Servers& servers() {
   return all;
 }
 
-Entry& entryOf(int32_t handle) REQUIRES(servers().mutex) {
-  return servers().entries[static_cast<size_t>(handle) - 1];
-}
-
-void awaitDeath(int process, int32_t handle) {
+void awaitDeath(int process, RemoteService& service) {
   pollfd ended{process, POLLIN, 0};
   if (TEMP_FAILURE_RETRY(poll(&ended, 1, -1)) <= 0) return;
+  service.dead = true;
   android::sp<android::BpBinder> proxy;
   {
     const LockGuard guard(servers().mutex);
-    entryOf(handle).service.dead = true;
-    proxy = entryOf(handle).proxy.promote();
+    proxy = service.proxy.promote();
   }
   if (proxy != nullptr) proxy->sendObituary();
 }
@@ -67,13 +56,12 @@ android::sp<android::IBinder> proxyFor(const ServiceAddress& address) {
   const pid_t server = peerOf(socket->get()).pid;
   const LockGuard guard(servers().mutex);
   auto& entries = servers().entries;
-  const auto found = std::find_if(entries.begin(), entries.end(), [&](const Entry& known) {
-    const RemoteService& service = known.service;
+  const auto found = std::find_if(entries.begin(), entries.end(), [&](const RemoteService& service) {
     return !service.dead && service.server == server && service.address.path() == address.path();
   });
   const auto index = static_cast<size_t>(found - entries.begin());
   if (found == entries.end()) entries.emplace_back(address, server);
-  keepConnection(entries[index].service, std::move(*socket));
+  keepConnection(entries[index], std::move(*socket));
   android::wp<android::BpBinder>& kept = entries[index].proxy;
   android::sp<android::BpBinder> proxy = kept.promote();
   if (proxy == nullptr) kept = proxy = android::BpBinder::create(static_cast<int32_t>(index) + 1);
@@ -82,7 +70,7 @@ android::sp<android::IBinder> proxyFor(const ServiceAddress& address) {
 
 RemoteService& serviceOf(int32_t handle) {
   const LockGuard guard(servers().mutex);
-  return entryOf(handle).service;
+  return servers().entries[static_cast<size_t>(handle) - 1];
 }
 
 unique_fd connectTo(RemoteService& service) {
@@ -105,8 +93,8 @@ bool watchForDeath(const android::BpBinder& proxy) {
   }
   // If the server still accepts, `process` is its own and not that of a later process with its pid.
   if (!connectTo(service).ok()) return false;
-  const auto started = servers().watchers.start(
-      "BinderDeaths", [process, handle = proxy.handle()] { awaitDeath(process->get(), handle); });
+  const auto started =
+      servers().watchers.start("BinderDeaths", [process, &service] { awaitDeath(process->get(), service); });
   if (!started.ok()) {
     ALOGE("cannot watch for the death of a service: %s", started.error().message().c_str());
     return false;

@@ -20,8 +20,9 @@ struct RemoteService {
   const ServiceAddress address;
   const pid_t server;
   std::atomic<bool> dead{false};
-  std::atomic<pid_t> watcher{
-      0};  // the process that watches for its death: this one, or one that has forked it
+  android::wp<android::BpBinder> proxy;  // for proxyFor() and the watcher, which share a lock
+  // the process that watches for its death: this one, or one that has forked it
+  std::atomic<pid_t> watcher{0};
 };
 
 // Returns the proxy of the server that listens at `address`; as long as a caller holds that proxy, everybody

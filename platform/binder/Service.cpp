@@ -13,20 +13,15 @@ using Torv::Base::LockGuard;
 // of the pool would otherwise delay the one-way calls of all others that wait behind its own.
 constexpr uid_t kNobody = static_cast<uid_t>(-1);
 
-// Makes a token for IPCThreadState::restoreCallingIdentity().
-int64_t identityToken(Peer caller) {
-  return static_cast<int64_t>(static_cast<uint64_t>(caller.uid) << 32 | static_cast<uint32_t>(caller.pid));
-}
-
 }  // namespace
 
 android::status_t dispatch(android::BBinder& binder, Peer caller, const FrameHeader& header,
                            const android::Parcel& request, android::Parcel* reply) {
-  android::IPCThreadState* const thread = android::IPCThreadState::self();
-  const int64_t own = identityToken({thread->getCallingUid(), thread->getCallingPid()});
-  thread->restoreCallingIdentity(identityToken(caller));
+  // The token of IPCThreadState: the uid above the pid. The thread has no other callers, so nothing is
+  // restored.
+  const auto token = static_cast<uint64_t>(caller.uid) << 32 | static_cast<uint32_t>(caller.pid);
+  android::IPCThreadState::self()->restoreCallingIdentity(static_cast<int64_t>(token));
   android::status_t status = binder.transact(header.value, request, reply, header.flags);
-  thread->restoreCallingIdentity(own);
   if (status >= android::OK) status = reply->errorCheck();
   if (status != android::OK) reply->freeData();
   return status;

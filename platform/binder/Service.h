@@ -19,9 +19,9 @@
 
 namespace platform::binder {
 
-// Runs a transaction on the calling thread. Until it returns, getCallingUid() and getCallingPid() name
-// `caller`. Returns the transaction's status: OK for a positive one, and the parcel's error if the reply
-// could not be written. Leaves `reply`, which must be empty before, empty unless the status is OK.
+// Runs a transaction on the calling thread, one of the server's. getCallingUid() and getCallingPid() name
+// `caller` from then on. Returns the transaction's status: OK for a positive one, and the parcel's error if
+// the reply could not be written. Leaves `reply`, which must be empty before, empty unless the status is OK.
 android::status_t dispatch(android::BBinder& binder, Peer caller, const FrameHeader& header,
                            const android::Parcel& request, android::Parcel* reply);
 

@@ -35,10 +35,6 @@ std::string directoryOfServices() {
   return runtimeDirectory() + "/binder";
 }
 
-unique_fd streamSocket(int flags) {
-  return unique_fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0));
-}
-
 }  // namespace
 
 Result<ServiceAddress> addressOf(const std::string& name) {
@@ -77,7 +73,7 @@ Result<unique_fd> listenAt(const ServiceAddress& address) {
   auto path = SocketPath::of(address.directory, address.file);
   if (!path.ok()) return path.error();
   unlinkat(path->directory(), address.file.c_str(), 0);
-  unique_fd fd = streamSocket(0);
+  unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   // The umask has no say in who may call a service. Nobody can connect before listen().
   if (!fd.ok() || bind(fd.get(), path->address(), path->size()) != 0 ||
       fchmodat(path->directory(), address.file.c_str(), 0666, 0) != 0 || listen(fd.get(), kBacklog) != 0) {
@@ -89,7 +85,7 @@ Result<unique_fd> listenAt(const ServiceAddress& address) {
 Result<unique_fd> connectTo(const ServiceAddress& address) {
   auto path = SocketPath::of(address.directory, address.file);
   if (!path.ok()) return path.error();
-  unique_fd fd = streamSocket(SOCK_NONBLOCK);
+  unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!fd.ok()) return ErrnoError() << "cannot make a socket";
   const auto deadline = std::chrono::steady_clock::now() + kConnectPatience;
   // A blocking connect(2) tries once whenever the server has accepted another connection, and mostly finds

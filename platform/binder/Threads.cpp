@@ -11,14 +11,20 @@ using android::base::Error;
 using android::base::Result;
 using Torv::Base::LockGuard;
 
-struct Threads::Task {
-  Threads& owner;
-  const char* name;
-  std::function<void()> body;
-};
-
 Result<void> Threads::start(const char* name, std::function<void()> body) {
-  auto task = std::make_unique<Task>(Task{*this, name, std::move(body)});
+  using Task = std::function<void()>;
+  auto task = std::make_unique<Task>([this, name, body = std::move(body)]() mutable {
+    pthread_setname_np(pthread_self(), name);
+    body();
+    body = nullptr;  // before the owner may go, because the body may refer to it
+    const LockGuard guard(mMutex);
+    --mCount;
+    mEnded.notify_all();
+  });
+  const auto run = [](void* started) -> void* {
+    (*std::unique_ptr<Task>(static_cast<Task*>(started)))();
+    return nullptr;
+  };
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
   pthread_attr_setstacksize(&attributes, kStackSize);
@@ -38,18 +44,6 @@ void Threads::awaitAtMost(size_t count, SteadyClock::time_point deadline) {
   while (mCount > count) {
     if (mEnded.wait_for(mMutex, deadline - SteadyClock::now()) == std::cv_status::timeout) return;
   }
-}
-
-void* Threads::run(void* task) {
-  std::unique_ptr<Task> mine(static_cast<Task*>(task));
-  Threads& owner = mine->owner;
-  pthread_setname_np(pthread_self(), mine->name);
-  mine->body();
-  mine.reset();  // before the owner may go, because the body may refer to it
-  const LockGuard guard(owner.mMutex);
-  --owner.mCount;
-  owner.mEnded.notify_all();
-  return nullptr;
 }
 
 }  // namespace platform::binder

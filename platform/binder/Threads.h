@@ -22,9 +22,6 @@ class Threads {
   void awaitAtMost(size_t count, SteadyClock::time_point deadline = SteadyClock::time_point::max());
 
  private:
-  struct Task;
-  static void* run(void* task);
-
   Torv::Base::Mutex mMutex;
   Torv::Base::ConditionVariable mEnded;
   size_t mCount GUARDED_BY(mMutex) = 0;

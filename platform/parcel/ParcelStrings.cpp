@@ -36,10 +36,6 @@ status_t Parcel::writeString16(const String16& str) {
   return writeString16(str.string(), str.size());
 }
 
-status_t Parcel::writeString16(const std::unique_ptr<String16>& str) {
-  return str ? writeString16(*str) : writeInt32(kNull);
-}
-
 // `len` counts units. A null `str` gives a null string, whatever `len` is.
 status_t Parcel::writeString16(const char16_t* str, size_t len) {
   if (str == nullptr) return writeInt32(kNull);
@@ -91,19 +87,6 @@ status_t Parcel::readString16(String16* pArg) const {
   const char16_t* const text = readString16Inplace(&length);
   if (text == nullptr) return UNEXPECTED_NULL;
   return pArg->setTo(text, length);
-}
-
-// Sets `pArg` to nullptr and returns OK if the string is null.
-status_t Parcel::readString16(std::unique_ptr<String16>* pArg) const {
-  const size_t start = dataPosition();
-  pArg->reset();
-  int32_t length = 0;
-  if (const status_t status = readInt32(&length); status != OK || length < 0) return status;
-  setDataPosition(start);
-  auto value = std::make_unique<String16>();
-  const status_t status = readString16(value.get());
-  if (status == OK) *pArg = std::move(value);
-  return status;
 }
 
 // Returns nullptr if the string is null or not whole.

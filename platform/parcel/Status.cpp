@@ -56,25 +56,13 @@ Status Status::fromExceptionCode(int32_t exceptionCode) {
   return {exceptionCode, exceptionCode == EX_TRANSACTION_FAILED ? FAILED_TRANSACTION : OK};
 }
 
-Status Status::fromExceptionCode(int32_t exceptionCode, const String8& message) {
-  return {exceptionCode, exceptionCode == EX_TRANSACTION_FAILED ? FAILED_TRANSACTION : OK, message};
-}
-
 Status Status::fromExceptionCode(int32_t exceptionCode, const char* message) {
-  return fromExceptionCode(exceptionCode, String8(message));
+  return {exceptionCode, exceptionCode == EX_TRANSACTION_FAILED ? FAILED_TRANSACTION : OK, String8(message)};
 }
 
 // An error even if the code is 0.
-Status Status::fromServiceSpecificError(int32_t serviceSpecificErrorCode) {
-  return {EX_SERVICE_SPECIFIC, serviceSpecificErrorCode};
-}
-
-Status Status::fromServiceSpecificError(int32_t serviceSpecificErrorCode, const String8& message) {
-  return {EX_SERVICE_SPECIFIC, serviceSpecificErrorCode, message};
-}
-
 Status Status::fromServiceSpecificError(int32_t serviceSpecificErrorCode, const char* message) {
-  return fromServiceSpecificError(serviceSpecificErrorCode, String8(message));
+  return {EX_SERVICE_SPECIFIC, serviceSpecificErrorCode, String8(message)};
 }
 
 // OK gives a status without an exception.

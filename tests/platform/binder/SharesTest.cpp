@@ -13,6 +13,7 @@ using Part = Shares::Part;
 
 constexpr uid_t kGreedy = 1;
 constexpr uid_t kOther = 2;
+constexpr uid_t kThird = 3;
 
 // Takes one on a thread of its own.
 class Taker {
@@ -27,31 +28,21 @@ class Taker {
   std::future<Part> mPart;
 };
 
-TEST(SharesTest, aUidThatHasUsedUpItsShareWaitsAndAnotherOneDoesNot) {
-  Shares shares({.total = 4, .byUid = 2});
-  Part first = shares.take(kGreedy, 1);
-  const Part second = shares.take(kGreedy, 1);
-  Taker third(shares, kGreedy);
-  EXPECT_TRUE(third.waits());
-  const Part others = shares.take(kOther, 2);
-  EXPECT_TRUE(others != nullptr);
-  first.reset();
-  EXPECT_TRUE(third.get());
-}
-
 TEST(SharesTest, whatIsFreedGoesToTheFirstWaiterWhoseShareHasRoom) {
-  Shares shares({.total = 2, .byUid = 2});
+  Shares shares({.total = 3, .byUid = 2});
   Part first = shares.take(kGreedy, 1);
   const Part second = shares.take(kGreedy, 1);
   Taker greedy(shares, kGreedy);
-  EXPECT_TRUE(greedy.waits());
-  shares.setShare({.total = 2, .byUid = 1});
-  Taker other(shares, kOther);
-  EXPECT_TRUE(other.waits());
+  EXPECT_TRUE(greedy.waits()) << "its uid has used up its share";
+  const Part others = shares.take(kOther, 1);
+  EXPECT_TRUE(others != nullptr);
+  Taker third(shares, kThird);
+  EXPECT_TRUE(third.waits()) << "nothing is left";
+  shares.setShare({.total = 3, .byUid = 1});
   first.reset();
-  EXPECT_TRUE(other.get());
+  EXPECT_TRUE(third.get());
   EXPECT_TRUE(greedy.waits());
-  shares.setShare({.total = 3, .byUid = 2});
+  shares.setShare({.total = 4, .byUid = 2});
   EXPECT_TRUE(greedy.get());
 }
 

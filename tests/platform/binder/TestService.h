@@ -1,20 +1,14 @@
 #pragma once
 
-#include <limits>
-#include <memory>
-#include <optional>
+#include "parcel/ParcelHeader.h"
 
 #include <condition_variable>
+#include <csignal>
 #include <mutex>
-#include <string>
 #include <vector>
-
-#include <signal.h>
-#include <unistd.h>
 
 #include <binder/Binder.h>
 #include <binder/IPCThreadState.h>
-#include <binder/Parcel.h>
 
 namespace test {
 
@@ -22,7 +16,7 @@ namespace test {
 class TestService : public android::BBinder {
  public:
   enum Code : uint32_t {
-    kWho = FIRST_CALL_TRANSACTION,  // -> int32 calling uid, int32 calling pid, int32 flags
+    kWho = FIRST_CALL_TRANSACTION,  // -> int32 calling uid, int32 calling pid
     kReplyWith,                     // int32 n -> n bytes
     kKill,                          // kills its process
     kHold,                          // waits for kRelease
@@ -38,6 +32,11 @@ class TestService : public android::BBinder {
     return mNotes;
   }
 
+  const android::String16& getInterfaceDescriptor() const override {
+    static const android::String16 kDescriptor("test.TestService");
+    return kDescriptor;
+  }
+
   // Waits until a call waits in kHold.
   void awaitHeld() {
     std::unique_lock lock(mMutex);
@@ -51,12 +50,11 @@ class TestService : public android::BBinder {
     switch (code) {
       case kWho:
         reply->writeInt32(static_cast<int32_t>(thread->getCallingUid()));
-        reply->writeInt32(thread->getCallingPid());
-        return reply->writeInt32(static_cast<int32_t>(flags));
+        return reply->writeInt32(thread->getCallingPid());
       case kReplyWith:
         return reply->setDataSize(data.readInt32());
       case kKill:
-        return kill(getpid(), SIGKILL);
+        return raise(SIGKILL);
       case kAwaitNotes:
         return reply->writeInt32Vector(awaitNotes(data.readInt32()));
       case kStop:

@@ -1,13 +1,9 @@
 #pragma once
 
-#include <limits>
-#include <memory>
-#include <optional>
+#include "parcel/ParcelHeader.h"
 
 #include <string>
 #include <vector>
-
-#include <binder/Parcel.h>
 
 namespace test {
 

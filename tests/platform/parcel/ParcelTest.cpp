@@ -20,11 +20,6 @@ using test::hexOf;
 // The recorded parcels hold the other scalars, strings of 16 bits and vectors as the real library writes
 // them.
 TEST(ParcelBytesTest, textsAndVectorsThatNoRequestHasAreLaidOutAsTheDeviceDoes) {
-  EXPECT_EQ(hexOf([](Parcel& p) {
-              p.writeInt32(1);
-              p.writeDouble(1.5);
-            }),
-            "01000000 00000000 0000f83f");
   EXPECT_EQ(hexOf([](Parcel& p) { p.writeByteVector(std::vector<uint8_t>{1, 2, 3}); }), "03000000 01020300");
   EXPECT_EQ(hexOf([](Parcel& p) { p.writeUtf8VectorAsUtf16Vector({"a"}); }), "01000000 01000000 61000000");
   EXPECT_EQ(hexOf([](Parcel& p) { p.writeString16(nullptr, 0); }), "ffffffff");
@@ -52,7 +47,7 @@ TEST(ParcelTokenTest, policyAndWorkSourceAreIgnoredButHeaderAndDescriptorMustMat
 
 TEST(ParcelReadTest, returnsTheValuesThatNoBundleHolds) {
   const Filled parcel(
-      "05000000 65696768 74000000 03000000 01020300 02000000 00000000 00000000 01000000 78000000 ffffffff");
+      "05000000 65696768 74000000 03000000 01020300 02000000 00000000 00000000 01000000 78000000");
   String8 eight;
   ASSERT_EQ(parcel.readString8(&eight), android::OK);
   EXPECT_STREQ(eight.string(), "eight");
@@ -62,9 +57,6 @@ TEST(ParcelReadTest, returnsTheValuesThatNoBundleHolds) {
   std::vector<std::string> texts;
   ASSERT_EQ(parcel.readUtf8VectorFromUtf16Vector(&texts), android::OK);
   EXPECT_EQ(texts, (std::vector<std::string>{"", "x"}));
-  auto nullable = std::make_unique<String16>("not null");
-  ASSERT_EQ(parcel.readString16(&nullable), android::OK);
-  EXPECT_EQ(nullable, nullptr);
   EXPECT_EQ(parcel.dataAvail(), 0u);
 }
 
@@ -73,9 +65,6 @@ TEST(ParcelWriteTest, aWriteBeyondTheEndFillsTheGapWithZeros) {
   parcel.setDataPosition(8);
   ASSERT_EQ(parcel.writeInt32(-1), android::OK);
   EXPECT_EQ(test::hex(parcel), "00000000 00000000 ffffffff");
-  parcel.setDataPosition(0);
-  ASSERT_EQ(parcel.writeInt32(7), android::OK);
-  EXPECT_EQ(test::hex(parcel), "07000000 00000000 ffffffff");
 }
 
 TEST(ParcelReadTest, aTruncatedScalarIsNotEnoughData) {
@@ -107,19 +96,15 @@ TEST(ParcelReadTest, aStringThatIsNotWholeIsUnexpectedNull) {
     parcel.setDataPosition(0);
     EXPECT_EQ(parcel.readUtf8FromUtf16(&utf8), android::UNEXPECTED_NULL) << text;
   }
+  // A char16_t cannot lie at an odd position.
+  const Filled odd("00010000 00610000 00000000");
+  odd.setDataPosition(1);
+  String16 sixteen;
+  EXPECT_EQ(odd.readString16(&sixteen), android::UNEXPECTED_NULL);
   for (const char* text : {"", "ffffffff", "04000000 61616161", "ffffff7f 61000000"}) {
     String8 eight;
     EXPECT_EQ(Filled(text).readString8(&eight), android::UNEXPECTED_NULL) << text;
   }
-  std::unique_ptr<String16> nullable;
-  EXPECT_EQ(Filled("05000000 61000000").readString16(&nullable), android::UNEXPECTED_NULL);
-}
-
-TEST(ParcelReadTest, aStringAtAnOddPositionIsRefused) {
-  const Filled parcel("00010000 00610000 00000000");
-  parcel.setDataPosition(1);
-  String16 value;
-  EXPECT_EQ(parcel.readString16(&value), android::UNEXPECTED_NULL);
 }
 
 TEST(ParcelReadTest, aVectorWhoseCountExceedsTheBytesLeftIsRefused) {

@@ -15,27 +15,23 @@ android::status_t read(const std::string& text, PersistableBundle* bundle) {
   return bundle->readFromParcel(&parcel);
 }
 
-String16 key(const char* text) {
-  return String16(text);
-}
-
 // A bundle of every type, nested once.
 PersistableBundle everything() {
   PersistableBundle inner;
-  inner.putString(key("s"), key("\xf0\x9f\x98\x80"));
+  inner.putString(String16("s"), String16("\xf0\x9f\x98\x80"));
   PersistableBundle bundle;
-  bundle.putBoolean(key("b"), true);
-  bundle.putInt(key("i"), -1);
-  bundle.putLong(key("l"), INT64_MIN);
-  bundle.putDouble(key("d"), 1.5);
-  bundle.putString(key("s"), String16());
-  bundle.putBooleanVector(key("B"), {true});
-  bundle.putIntVector(key("I"), {1, 2});
-  bundle.putLongVector(key("L"), {});
-  bundle.putDoubleVector(key("D"), {0.5});
-  bundle.putStringVector(key("S"), {key("x"), String16()});
-  bundle.putPersistableBundle(key("n"), inner);
-  bundle.putPersistableBundle(key("e"), PersistableBundle());
+  bundle.putBoolean(String16("b"), true);
+  bundle.putInt(String16("i"), -1);
+  bundle.putLong(String16("l"), INT64_MIN);
+  bundle.putDouble(String16("d"), 1.5);
+  bundle.putString(String16("s"), String16());
+  bundle.putBooleanVector(String16("B"), {true});
+  bundle.putIntVector(String16("I"), {1, 2});
+  bundle.putLongVector(String16("L"), {});
+  bundle.putDoubleVector(String16("D"), {0.5});
+  bundle.putStringVector(String16("S"), {String16("x"), String16()});
+  bundle.putPersistableBundle(String16("n"), inner);
+  bundle.putPersistableBundle(String16("e"), PersistableBundle());
   return bundle;
 }
 

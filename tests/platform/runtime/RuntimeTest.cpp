@@ -1,6 +1,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <string>
+#include <tuple>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -46,6 +47,10 @@ TEST(RuntimeDirectoryTest, isMadeWithItsParentsUnlessSomethingElseIsInItsPlace) 
   EXPECT_THAT(errorOf(prepareRuntimeDirectory(base.path("link"))), HasSubstr("is not a directory"))
       << "another user can put a link into a directory that all may write to";
   EXPECT_THAT(errorOf(holdServiceLock(file)), HasSubstr(file));
+  // Root may give a directory away; others find one of root's.
+  const std::string theirs = getuid() == 0 ? base.path("real") : "/usr";
+  if (getuid() == 0) std::ignore = chown(theirs.c_str(), 12345, 12345);
+  EXPECT_THAT(errorOf(prepareRuntimeDirectory(theirs)), HasSubstr(theirs + " belongs to uid"));
 }
 
 TEST(RuntimeDirectoryTest, lockFilesAreClosedToOtherUsersAndHeldUntilTheirDescriptorIsClosed) {

@@ -1,11 +1,10 @@
 // <binder/Parcel.h>, <binder/PersistableBundle.h> and <binder/Status.h> on a host. The headers are Debian's;
 // this folder implements the part of them that the project's interfaces, the proxies that aidl-cpp generates
-// from .aidl files, and a plain client need. A program that calls another part does not link.
+// from their .aidl files, and a plain client need. A program that calls another part does not link.
 //
-// Implemented: int32, int64, double, bool, String16, String8, UTF-8 text (written as UTF-16), a nullable
-// String16, vectors of these and of bytes, parcelables, interface tokens, bundles of all value types, and
-// Status. Binder objects and file descriptors do not travel: a program that writes or reads one does not
-// link.
+// Implemented: int32, int64, double, bool, String16, String8, UTF-8 text (written as UTF-16), vectors of
+// these and of bytes, parcelables, interface tokens, bundles of all value types, and Status. Binder objects
+// and file descriptors do not travel: a program that writes or reads one does not link.
 //
 // The bytes are those of API 32 and little-endian. Where Debian's headers come from an older library that
 // writes other bytes, API 32 is the rule; tests/platform/parcel lists the differences.

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 #include <utility>
 
 #include "base/Clock.h"
@@ -13,7 +12,7 @@ namespace platform {
 // and the next line says how many they were. One object for each kind of line. Thread-safe.
 //
 //   static platform::LogLimit limit;
-//   if (const uint64_t times = limit.count()) log("a malformed frame" + platform::timesNote(times));
+//   if (const uint64_t times = limit.count()) log(std::to_string(times) + " malformed frames");
 class LogLimit {
  public:
   static constexpr int64_t kSecondNs = 1'000'000'000;
@@ -39,11 +38,5 @@ class LogLimit {
   int64_t mLoggedAtNs GUARDED_BY(mMutex) = 0;
   uint64_t mCounted GUARDED_BY(mMutex) = 0;
 };
-
-// The end of a line that stands for `times` occurrences: "" for one, else " (<times> times since the last
-// such line)".
-inline std::string timesNote(uint64_t times) {
-  return times == 1 ? "" : " (" + std::to_string(times) + " times since the last such line)";
-}
 
 }  // namespace platform

@@ -1,3 +1,0 @@
-package android.os;
-
-parcelable PersistableBundle cpp_header "binder/PersistableBundle.h";
