@@ -90,11 +90,11 @@ inline constexpr std::chrono::milliseconds kDrain{3000};
 // Linux's defaults.
 inline constexpr std::chrono::milliseconds kOneWayPatience{1000};
 // How long a client waits for a place in the queue of connections that a server has not accepted yet. Beyond
-// it the server counts as busy. The client tries often, as those do who flood the queue: so many times, about
-// 0.3 ms, between two pauses.
+// it the server counts as busy. The client waits in line for one turn, then tries so many times, about 0.3
+// ms, and so on.
 inline constexpr std::chrono::milliseconds kConnectPatience{2000};
+inline constexpr std::chrono::milliseconds kConnectTurn{5};
 inline constexpr int kConnectTries = 200;
-inline constexpr std::chrono::milliseconds kConnectPause{1};
 
 // Bytes of stack for the thread of a connection: what a transaction may need, with room for the frames of a
 // sanitizer.

@@ -27,8 +27,6 @@ class Server {
   explicit Server(const Limits& limits = {});
   // Stops, and waits for all threads to end.
   ~Server();
-  Server(const Server&) = delete;
-  Server& operator=(const Server&) = delete;
 
   // Serves `binder` to every process that connects to the listening socket. Logs an error if the system has
   // no thread left. Nothing is dispatched before the pool has a slot. `name` is for the log.

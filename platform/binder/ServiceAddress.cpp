@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <chrono>
 #include <filesystem>
-#include <thread>
 
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -33,6 +32,11 @@ constexpr char kDot[] = "%2E";
 
 std::string directoryOfServices() {
   return runtimeDirectory() + "/binder";
+}
+
+void setSendTimeout(int socket, std::chrono::milliseconds time) {
+  const timeval value{time.count() / 1000, time.count() % 1000 * 1000};
+  setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &value, sizeof(value));
 }
 
 }  // namespace
@@ -85,18 +89,24 @@ Result<unique_fd> listenAt(const ServiceAddress& address) {
 Result<unique_fd> connectTo(const ServiceAddress& address) {
   auto path = SocketPath::of(address.directory, address.file);
   if (!path.ok()) return path.error();
-  unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!fd.ok()) return ErrnoError() << "cannot make a socket";
+  const auto tryOnce = [&] {
+    return TEMP_FAILURE_RETRY(connect(fd.get(), path->address(), path->size())) == 0;
+  };
   const auto deadline = std::chrono::steady_clock::now() + kConnectPatience;
-  // A blocking connect(2) tries once whenever the server has accepted another connection, and mostly finds
-  // that a flood has been quicker.
-  for (int tries = 1; connect(fd.get(), path->address(), path->size()) != 0; ++tries) {
-    if (errno != EAGAIN || std::chrono::steady_clock::now() > deadline) {
-      return ErrnoError() << "cannot connect to " << address.path();
-    }
-    if (tries % kConnectTries == 0) std::this_thread::sleep_for(kConnectPause);
+  setSendTimeout(fd.get(), kConnectTurn);
+  bool connected = tryOnce();
+  while (!connected && errno == EAGAIN && std::chrono::steady_clock::now() < deadline) {
+    // A blocking connect(2) waits for its turn, but wakes up too late if others connect without waiting. So
+    // in between the client tries as often as they do.
+    fcntl(fd.get(), F_SETFL, O_NONBLOCK);
+    for (int tries = 0; !connected && tries < kConnectTries; ++tries) connected = tryOnce();
+    fcntl(fd.get(), F_SETFL, 0);
+    if (!connected) connected = tryOnce();
   }
-  fcntl(fd.get(), F_SETFL, 0);  // blocking from now on
+  if (!connected) return ErrnoError() << "cannot connect to " << address.path();
+  setSendTimeout(fd.get(), std::chrono::milliseconds(0));  // no time-out
   return fd;
 }
 

@@ -28,11 +28,6 @@ struct HeldLocks {
   std::map<std::string, unique_fd> byDirectory GUARDED_BY(mutex);
 };
 
-bool isDirectory(const std::string& path) {
-  std::error_code ignored;
-  return fs::is_directory(path, ignored);
-}
-
 // Versions before this one made lock files that every user could open.
 void closeLockFilesToOthers(const std::string& directory) {
   std::error_code error;
@@ -48,7 +43,8 @@ void closeLockFilesToOthers(const std::string& directory) {
 
 std::string runtimeDirectory() {
   if (const char* named = getenv("TORV_RUNTIME_DIR"); named != nullptr && *named != '\0') return named;
-  if (isDirectory("/run/torv")) return "/run/torv";
+  std::error_code ignored;
+  if (fs::is_directory("/run/torv", ignored)) return "/run/torv";
   if (const char* user = getenv("XDG_RUNTIME_DIR"); user != nullptr && *user != '\0') {
     return std::string(user) + "/torv";
   }
