@@ -1,6 +1,5 @@
 // Each layer by itself, and the chain that the service builds, over files in a temporary directory.
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,30 +8,24 @@
 #include "configuration/DefaultConfiguration.h"
 #include "configuration/JSONConfiguration.h"
 #include "support/LogCapture.h"
+#include "support/Result.h"
 #include "support/TempDir.h"
 
 namespace Torv {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Pair;
+using ::testing::ElementsAre, ::testing::IsEmpty, ::testing::Pair;
 
 std::unique_ptr<IConfiguration> fileLayer(
     const std::string& text,
     std::unique_ptr<IConfiguration> next = std::make_unique<DefaultConfiguration>()) {
-  auto root = Base::parseJson(text);
-  EXPECT_TRUE(root.ok()) << text;
-  return std::make_unique<JSONConfiguration>(std::move(*root), std::move(next));
+  return std::make_unique<JSONConfiguration>(Base::parseJson(text).value(), std::move(next));
 }
 
 // The test of the version reset, with the preferences, checks most of the defaults.
-TEST(DefaultConfigurationTest, answersFromTheTablesAndFallsBack) {
+TEST(DefaultConfigurationTest, findsAKeyOnlyUnderItsOwnType) {
   const DefaultConfiguration defaults;
   EXPECT_EQ(defaults.getString("crash-reporter-url").size(), 63u);
-
-  // Known keys under another type.
   EXPECT_EQ(defaults.getString("crash-reporter-logcat-tail-seconds"), "");
   EXPECT_EQ(defaults.getUint("crash-reporter-logcat-tail-seconds"), 0);
   EXPECT_EQ(defaults.getInt("crash-reporter-max-number-of-crashes-in-report-dir"), -1);
@@ -41,9 +34,9 @@ TEST(DefaultConfigurationTest, answersFromTheTablesAndFallsBack) {
 }
 
 TEST(JSONConfigurationTest, scalarsAnswerOnlyUnderTheirOwnType) {
-  const auto below = R"({"text": "below", "yes": true, "no": false, "number": 7})";
   const auto answer = [&](const char* key, const char* value) {
-    return fileLayer("{\"" + std::string(key) + "\": " + value + "}", fileLayer(below));
+    return fileLayer("{\"" + std::string(key) + "\": " + value + "}",
+                     fileLayer(R"({"text": "below", "yes": true, "no": false, "number": 7})"));
   };
   EXPECT_EQ(answer("text", "7")->getString("text"), "below");
   EXPECT_EQ(answer("text", R"("a\u0000b")")->getString("text"), std::string("a\0b", 3));
@@ -81,21 +74,16 @@ TEST(JSONConfigurationTest, anObjectAnswersForItsKeyWithWhatHasAText) {
   EXPECT_THAT(file->getLocalStrMap("absent"), ElementsAre(Pair("q", "4")));
 }
 
-class ChainTest : public ::testing::Test {
- protected:
-  void writeFile(const std::string& text) { mDir.write("root/system_ext/etc/torv_crashreporter.conf", text); }
-
-  test::TempDir mDir;
-  test::ScopedEnv mDevice{"TORV_DEVICE_ROOT", mDir.path("root")};
-  test::ScopedEnv mRuntime{"TORV_RUNTIME_DIR", mDir.path("runtime")};
-};
+constexpr char kFile[] = "system_ext/etc/torv_crashreporter.conf";
 
 // The tests of diagctl and of the system context check the answers of the file, the store and the defaults.
-TEST_F(ChainTest, overridesHaveOneValueATypeAndTheRestPassesThrough) {
+TEST(ChainTest, overridesHaveOneValueATypeAndTheRestPassesThrough) {
   constexpr char kCount[] = "crash-reporter-logcat-tail-count";
-  writeFile(R"({"crash-reporter-logcat-tail-count": 20, "crash-reporter-error-extra-data": {"a": 1}})");
+  const test::HostDir host;
+  host.write(kFile,
+             R"({"crash-reporter-logcat-tail-count": 20, "crash-reporter-error-extra-data": {"a": 1}})");
   const auto chain = buildConfigurationChain();
-  writeFile("{}");
+  host.write(kFile, "{}");
   EXPECT_EQ(chain->getInt(kCount), 20) << "the file is read once";
   chain->setInt(kCount, -30);
   chain->setUint(kCount, 65535);
@@ -110,18 +98,17 @@ TEST_F(ChainTest, overridesHaveOneValueATypeAndTheRestPassesThrough) {
   EXPECT_EQ(chain->getLocalStrMap("crash-reporter-error-extra-data").size(), 1u);
 }
 
-TEST_F(ChainTest, aFileThatIsNoObjectEndsTheProcess) {
+TEST(ChainTest, aFileThatIsNoObjectEndsTheProcess) {
   const char* const message = "Unable to load service configuration: /system_ext/etc/torv_crashreporter.conf";
+  const test::HostDir host;
   EXPECT_DEATH(buildConfigurationChain(), message);
   for (const char* text : {"[]", "7", "null", "{", ""}) {
-    writeFile(text);
+    host.write(kFile, text);
     EXPECT_DEATH(buildConfigurationChain(), message) << text;
   }
-  writeFile(std::string(101, '['));
-  const auto root = readServiceConfiguration();
-  EXPECT_FALSE(root.ok());
-  EXPECT_THAT(root.error().message(), HasSubstr("nested deeper than 100 levels")) << "the limit is named";
-  const std::string path = mDir.path("root/system_ext/etc/torv_crashreporter.conf");
+  const std::string path = host.write(kFile, std::string(101, '['));
+  EXPECT_EQ(test::errorOf(readServiceConfiguration()), "nested deeper than 100 levels")
+      << "the limit is named";
   ASSERT_EQ(unlink(path.c_str()), 0);
   ASSERT_EQ(mkfifo(path.c_str(), 0644), 0);  // nobody writes to it, so opening it must not wait
   EXPECT_DEATH(buildConfigurationChain(), message);

@@ -53,28 +53,28 @@ const std::string kResets =
     " setInt ~rate-limiting-max-reported-crashes=25,"
     " setInt ~rate-limiting-max-reported-crashes-per-process=20, ";
 
-TEST_F(PreferencesConfigurationTest, withoutAKeptStoreEachLookupOpensItAnew) {
+TEST_F(PreferencesConfigurationTest, flagsSayWhenTheStoreIsOpenedSubscribedResetAndClosed) {
+  const std::string anew = "create4, getInt b, destroy4, ";
+  struct Row {
+    std::string atConstruction, atTwoLookups, atTheEnd;
+  };
+  const Row rows[] = {{"", anew + anew, ""},
+                      {"", anew + anew, ""},
+                      {kSetUp, "getInt b, getInt b, ", "destroy4, "},
+                      {"", kSetUp + "getInt b, getInt b, ", "destroy4, "},
+                      {"", anew + anew, ""},
+                      {"", anew + anew, ""},
+                      {kSetUp + kReadVersion + kResets, "getInt b, getInt b, ", "destroy4, "},
+                      {"", kSetUp + kReadVersion + kResets + "getInt b, getInt b, ", "destroy4, "}};
   mStore.numbers[kVersion] = 2;
-  for (const unsigned short flags : {0, 1, 4, 5}) {
-    const auto configuration = make(flags);
-    EXPECT_EQ(calls(), "");
-    configuration->getBool("a");
-    configuration->getInt("b");
-    EXPECT_EQ(calls(), "create4, getBool a, destroy4, create4, getInt b, destroy4, ");
+  for (unsigned short flags = 0; flags < 8; ++flags) {
+    auto configuration = make(flags);
+    EXPECT_EQ(calls(), rows[flags].atConstruction) << flags;
+    for (int i = 0; i < 2; ++i) configuration->getInt("b");
+    EXPECT_EQ(calls(), rows[flags].atTwoLookups) << flags;
+    configuration.reset();
+    EXPECT_EQ(calls(), rows[flags].atTheEnd) << flags;
   }
-}
-
-TEST_F(PreferencesConfigurationTest, aKeptStoreIsSetUpAtOnceUnlessLazy) {
-  auto configuration = make(2);
-  EXPECT_EQ(calls(), kSetUp);
-  configuration->getInt("b");
-  configuration.reset();
-  EXPECT_EQ(calls(), "getInt b, destroy4, ");
-  configuration = make(3);
-  EXPECT_EQ(calls(), "");
-  configuration->getInt("b");
-  configuration->getInt("b");
-  EXPECT_EQ(calls(), kSetUp + "getInt b, getInt b, ");
 }
 
 TEST_F(PreferencesConfigurationTest, aSetupByTheCallerKeepsTheStoreAndDoesWhatTheFlagsSay) {
@@ -89,20 +89,34 @@ TEST_F(PreferencesConfigurationTest, aSetupByTheCallerKeepsTheStoreAndDoesWhatTh
   EXPECT_EQ(calls(), "create4, " + kReadVersion + kResets);
 }
 
-TEST_F(PreferencesConfigurationTest, anOldVersionIsResetInTheFixedOrderANewOneOrNoneIsLeftAlone) {
+TEST_F(PreferencesConfigurationTest, anOldVersionIsResetAndANewOneOrNoneIsLeftAlone) {
   make(6);
   EXPECT_EQ(calls(), kSetUp + kReadVersion + "destroy4, ");
-  constexpr int kLowest = std::numeric_limits<int>::min();
-  for (const int version : {5, -1, std::numeric_limits<int>::max(), 4, 2, 0, -2, kLowest}) {
+  using Limits = std::numeric_limits<int>;
+  for (const int version : {5, -1, Limits::max(), 4, 0, -2, Limits::min()}) {
     mStore.numbers[kVersion] = version;
     make(6);
     const bool old = version < 5 && version != -1;
     EXPECT_EQ(calls(), kSetUp + kReadVersion + (old ? kResets : "") + "destroy4, ") << version;
   }
-  const auto lazy = make(7);
-  EXPECT_EQ(calls(), "");
-  lazy->getInt("b");
-  EXPECT_EQ(calls(), kSetUp + kReadVersion + kResets + "getInt b, ");
+}
+
+TEST_F(PreferencesConfigurationTest, aChangeReachesEveryCallbackInOrderAndAnEmptyOneEndsTheProcess) {
+  struct : OSSDK::Utils::IListString {
+    size_t size() const override { return 1; }
+    OSSDK::String at(size_t /*index*/) const override { return std::string_view("url"); }
+  } changed;
+  std::string heard;
+  const auto configuration = make(2);
+  for (const std::string name : {"first", "second"}) {
+    configuration->registerPreferencesChangeCallback([&heard, name](void* list) {
+      heard += name + " " + std::string(static_cast<OSSDK::Utils::IListString*>(list)->at(0).view()) + ", ";
+    });
+  }
+  mStore.listener->onChanged(&changed);
+  EXPECT_EQ(heard, "first url, second url, ");
+  configuration->registerPreferencesChangeCallback(nullptr);
+  EXPECT_DEATH(mStore.listener->onChanged(&changed), "Empty preferences change callback");
 }
 
 TEST_F(PreferencesConfigurationTest, aStoredValueWinsOverTheDefault) {

@@ -6,12 +6,15 @@
 #include <map>
 #include <string>
 
+#include <ossdk/Preferences.h>
+
 namespace test {
 
 struct RecordingStore {
   std::string calls;  // "create4, setInt ~key=7, getBool key, listen ~key ~key, ", ~ for "crash-reporter-"
   std::map<std::string, std::string> strings;
   std::map<std::string, int64_t> numbers;
+  OSSDK::Preferences::v4::IPreferencesListener* listener = nullptr;  // the one that was registered last
 };
 
 // Looked up in the module by this name.

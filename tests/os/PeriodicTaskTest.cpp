@@ -14,21 +14,23 @@ namespace {
 
 using std::chrono::hours, std::chrono::milliseconds, std::chrono::steady_clock;
 
-TEST(PeriodicTaskTest, runsAtOnceOnlyIfAskedToAndOnANamedThread) {
+TEST(PeriodicTaskTest, runsAtOnceOnlyIfAskedToAndNeverAgainIfNoClockReachesThePeriod) {
   std::atomic<int> runs = 0;
   std::promise<std::string> name;
-  PeriodicTask task(hours(1), "ApplicationStateManagerCleanupThread", [&] {
+  std::promise<void> second;
+  PeriodicTask task(std::chrono::microseconds::max(), "ApplicationStateManagerCleanupThread", [&] {
     char text[32] = {};
     pthread_getname_np(pthread_self(), text, sizeof(text));
     if (++runs == 1) name.set_value(text);
+    if (runs == 2) second.set_value();
   });
   task.start(false);
-  task.stop(true);
+  task.stop(true);  // would never end if the stop did not wake the worker
   EXPECT_EQ(runs, 0);
   task.start(true);
   EXPECT_EQ(name.get_future().get(), "ApplicationStat");  // the kernel keeps 15 characters
-  task.stop(true);  // would take an hour if the stop did not wake the worker
-  EXPECT_EQ(runs, 1);
+  // A wait whose end has overflowed would be over at once, and the second run would come with it.
+  EXPECT_EQ(second.get_future().wait_for(milliseconds(20)), std::future_status::timeout);
 }
 
 TEST(PeriodicTaskTest, pausesForThePeriodAfterEachRunOfItsOneWorker) {
@@ -72,19 +74,6 @@ TEST(PeriodicTaskTest, leavesARunBehindThatEndsByItself) {
   EXPECT_EQ(runs, before);
 }
 
-TEST(PeriodicTaskTest, aPeriodThatNoClockReachesMeansNever) {
-  std::atomic<int> runs = 0;
-  std::promise<void> second;
-  PeriodicTask task(std::chrono::microseconds::max(), "task", [&] {
-    if (++runs == 2) second.set_value();
-  });
-  task.start(true);
-  // A wait whose end has overflowed would be over at once, and the second run would come with it.
-  EXPECT_EQ(second.get_future().wait_for(milliseconds(20)), std::future_status::timeout);
-  task.stop(true);
-  EXPECT_EQ(runs, 1);
-}
-
 // Runs in a process of its own, because the failure passes through code without exceptions, which leaks what
 // it had allocated.
 [[noreturn]] void startWithoutAndWithRoomForAThread() {
@@ -95,18 +84,16 @@ TEST(PeriodicTaskTest, aPeriodThatNoClockReachesMeansNever) {
   pthread_attr_init(&huge);
   pthread_attr_setstacksize(&huge, size_t{1} << 60);
   pthread_setattr_default_np(&huge);
-  bool failed = false;
   try {
     task.start(true);
+    _exit(1);
   } catch (const std::system_error&) {
-    failed = true;
+    pthread_setattr_default_np(&usual);
   }
-  pthread_setattr_default_np(&usual);
   task.stop(true);
   task.start(true);  // would wait for ever for a lock that the failed start had kept
   ran.get_future().wait();
-  task.stop(true);
-  _exit(failed ? 0 : 1);
+  _exit(0);
 }
 
 TEST(PeriodicTaskTest, aStartThatFailsLeavesTheTaskStoppedAndUsable) {
@@ -117,16 +104,15 @@ TEST(PeriodicTaskTest, takesStartsAndStopsFromSeveralThreads) {
   auto runs = std::make_shared<std::atomic<int>>(0);  // may outlive the test in a worker left behind
   {
     PeriodicTask task(std::chrono::microseconds(50), "task", [runs] { ++*runs; });
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < 4; thread++) {
-      threads.emplace_back([&task, thread] {
-        for (int i = 0; i < 200; i++) {
-          task.start(i % 2 == 0);
-          task.stop((i + thread) % 3 != 0);
-        }
-      });
-    }
-    for (std::thread& thread : threads) thread.join();
+    const auto startAndStop = [&task](int thread) {
+      for (int i = 0; i < 200; i++) {
+        task.start(i % 2 == 0);
+        task.stop((i + thread) % 3 != 0);
+      }
+    };
+    std::vector<std::future<void>> threads;
+    for (int i = 0; i < 4; i++) threads.push_back(std::async(std::launch::async, startAndStop, i));
+    for (auto& thread : threads) thread.get();
     task.start(true);  // and is destroyed while running
   }
   while (runs.use_count() > 1) std::this_thread::yield();  // every worker ends, or the test times out

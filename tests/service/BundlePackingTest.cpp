@@ -1,8 +1,8 @@
+#include "service/BundlePacking.h"
+
 #include <string>
 
 #include <gtest/gtest.h>
-
-#include "service/BundlePacking.h"
 
 namespace Torv::OS::Diagnostics {
 namespace {
@@ -18,32 +18,32 @@ String16 carried(const std::string& bytes) {
   return text;
 }
 
-TEST(BundlePackingTest, wellFormedTextIsCarriedUnchanged) {
-  EXPECT_EQ(carried(""), String16(u""));
-  EXPECT_EQ(carried("Gr\u00fc\u00dfe \u65e5\u672c"), String16(u"Gr\u00fc\u00dfe \u65e5\u672c"));
-  EXPECT_EQ(carried("\U0001f600\U0010ffff"), String16(u"\U0001f600\U0010ffff"));
-  EXPECT_EQ(carried(std::string("a\0b", 3)), String16(u"a\0b", 3));
-}
-
-// Short and long text take different memory on the way; 256 bytes are the last short text.
-TEST(BundlePackingTest, textOfAnyLengthIsCarriedWhole) {
-  for (const size_t size : {255, 256, 257, 10'000}) {
-    const std::string text(size, 'x');
-    EXPECT_EQ(carried(text), String16(text.data(), size)) << size;
-    EXPECT_EQ(carried(text + "\u65e5").size(), size + 1) << size;
-    EXPECT_EQ(carried(text + "\xe6\x97"), String16(text.data(), size) + String16(u"\ufffd\ufffd")) << size;
-  }
-}
-
 // An application that cuts its text at a number of bytes must not lose all of it.
-TEST(BundlePackingTest, onlyMalformedBytesAreReplaced) {
-  EXPECT_EQ(carried("caf\xc3"), String16(u"caf\ufffd"));
-  EXPECT_EQ(carried("\xf0\x9f\x98"), String16(u"\ufffd\ufffd\ufffd"));
-  EXPECT_EQ(carried("\xe2z\xc3\xa9"), String16(u"\ufffdz\u00e9"));
-  EXPECT_EQ(carried("\xc0\xaf"), String16(u"\ufffd\ufffd")) << "overlong";
-  EXPECT_EQ(carried("\xe0\x80\xaf"), String16(u"\ufffd\ufffd\ufffd")) << "overlong";
-  EXPECT_EQ(carried("\xed\xa0\x80"), String16(u"\ufffd\ufffd\ufffd")) << "surrogate";
-  EXPECT_EQ(carried("\xf4\x90\x80\x80"), String16(u"\ufffd\ufffd\ufffd\ufffd")) << "beyond Unicode";
+TEST(BundlePackingTest, textIsCarriedWholeAndOnlyMalformedBytesAreReplaced) {
+  std::vector<std::pair<std::string, std::u16string>> cases = {
+      {"", u""},
+      {"Gr\u00fc\u00dfe \u65e5\u672c", u"Gr\u00fc\u00dfe \u65e5\u672c"},
+      {"\U0001f600\U0010ffff", u"\U0001f600\U0010ffff"},
+      {std::string("a\0b", 3), std::u16string(u"a\0b", 3)},
+      {"caf\xc3", u"caf\ufffd"},
+      {"\xf0\x9f\x98", u"\ufffd\ufffd\ufffd"},
+      {"\xe2z\xc3\xa9", u"\ufffdz\u00e9"},
+      {"\xc0\xaf", u"\ufffd\ufffd"},                     // overlong
+      {"\xe0\x80\xaf", u"\ufffd\ufffd\ufffd"},           // overlong
+      {"\xed\xa0\x80", u"\ufffd\ufffd\ufffd"},           // a surrogate
+      {"\xf4\x90\x80\x80", u"\ufffd\ufffd\ufffd\ufffd"}  // beyond Unicode
+  };
+  // Short and long text take different memory on the way; 256 bytes are the last short text.
+  for (const size_t size : {255, 256, 257, 10'000}) {
+    const std::string bytes(size, 'x');
+    const std::u16string units(size, u'x');
+    cases.emplace_back(bytes, units);
+    cases.emplace_back(bytes + "\u65e5", units + u"\u65e5");
+    cases.emplace_back(bytes + "\xe6\x97", units + u"\ufffd\ufffd");
+  }
+  for (const auto& [bytes, units] : cases) {
+    EXPECT_EQ(carried(bytes), String16(units.data(), units.size())) << bytes.size() << " " << bytes;
+  }
 }
 
 }  // namespace

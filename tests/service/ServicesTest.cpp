@@ -5,7 +5,6 @@
 
 #include <android/log.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "service/BundlePacking.h"
 #include "service/DiagnosticsCollectorService.h"
@@ -17,15 +16,13 @@
 namespace Torv::OS::Diagnostics {
 namespace {
 
-using android::sp;
-using android::String16;
+using android::sp, android::String16;
 using android::binder::Status;
 using android::os::PersistableBundle;
-using dev::kerno::internal::diagnostics::IDiagnosticsNotificationEventCode;
 using enum Telemetry::EventFlow;
 using enum Telemetry::EventName;
 using enum Telemetry::EventType;
-using testing::ElementsAre;
+using testing::ElementsAre, testing::IsEmpty;
 
 constexpr char kTag[] = "DiagnosticsCollectorService";
 
@@ -67,7 +64,7 @@ struct FakeStatsd : LibstatsdWrapper {
 
 struct FakeContext : SystemContextManager {
   FakeContext() : SystemContextManager(nullptr, nullptr) {}
-  std::unordered_map<std::string, std::string> getSystemContext() override { return {{"build_tags", "dev"}}; }
+  StringMap getSystemContext() override { return {{"build_tags", "dev"}}; }
 };
 
 PersistableBundle text(const char* key, const char* value) {
@@ -87,16 +84,23 @@ PersistableBundle process(int pid, const PersistableBundle& states) {
   return with(bundle, "ApplicationStateData", states);
 }
 
+PersistableBundle nested(const PersistableBundle& bundle, const char* key) {
+  PersistableBundle value;
+  EXPECT_TRUE(bundle.getPersistableBundle(String16(key), &value));
+  return value;
+}
+
+// The size that the bundle takes in a reply, after the status.
+size_t replySize(const PersistableBundle& bundle) {
+  android::Parcel reply;
+  Status::ok().writeToParcel(&reply);
+  reply.writeParcelable(bundle);
+  return reply.dataSize();
+}
+
 class CollectorServiceTest : public testing::Test {
  protected:
   using Handler = Recording<DiagnosticsCollectorServiceHandler>;
-
-  std::unique_ptr<ApplicationStateManager> stateManager() {
-    return std::make_unique<ApplicationStateManager>(
-        std::make_unique<BlackBox>(),
-        std::make_unique<StatsManager>(std::make_unique<FakeStatsd>(pendingAtoms)), 60,
-        [](pid_t) { return true; });
-  }
 
   void publish(int pid, const std::string& key, const std::string& value) {
     pendingAtoms.push_back({false, "", pid, key, value, static_cast<int64_t>(pendingAtoms.size())});
@@ -117,37 +121,36 @@ class CollectorServiceTest : public testing::Test {
 
   test::LogCapture log;
   std::vector<ApplicationState> pendingAtoms;
-  std::shared_ptr<Handler> handler =
-      std::make_shared<Handler>(stateManager(), std::make_unique<FakeContext>());
+  std::shared_ptr<Handler> handler = std::make_shared<Handler>(
+      std::make_unique<ApplicationStateManager>(
+          std::make_unique<BlackBox>(),
+          std::make_unique<StatsManager>(std::make_unique<FakeStatsd>(pendingAtoms)), 60),
+      std::make_unique<FakeContext>());
 };
 
+// An unknown process is no error and no success; no process at all is a success.
 TEST_F(CollectorServiceTest, answersWithWhatWasPublishedAndReportsIt) {
+  const sp<DiagnosticsCollectorService> service = new DiagnosticsCollectorService(handler);
+  PersistableBundle out = text("kept", "1");
+  EXPECT_TRUE(service->getApplicationStateDataForProcess(7, String16("ignored"), &out).isOk());
+  EXPECT_TRUE(service->getAllAvailableApplicationStateData(&out).isOk());
+  EXPECT_EQ(out, text("kept", "1"));
+
   publish(7, "screen", "old");
   publish(7, "screen", "new");
   publish(8, "screen", "other");
-  const sp<DiagnosticsCollectorService> service = new DiagnosticsCollectorService(handler);
-
   PersistableBundle one;
-  ASSERT_TRUE(service->getApplicationStateDataForProcess(7, String16("ignored"), &one).isOk());
+  EXPECT_TRUE(service->getApplicationStateDataForProcess(7, String16("ignored"), &one).isOk());
   EXPECT_EQ(one, process(7, text("screen", "new")));
-
   PersistableBundle all;
-  ASSERT_TRUE(service->getAllAvailableApplicationStateData(&all).isOk());
+  EXPECT_TRUE(service->getAllAvailableApplicationStateData(&all).isOk());
   EXPECT_EQ(all, with(with({}, "7", one), "8", process(8, text("screen", "other"))));
+  const Event start{GetForProcessStart, Start, Collector, 7};
+  const Event startAll{GetAllStart, Start, Collector};
+  const Event successAll{GetAllSuccess, Success, Collector};
   EXPECT_THAT(handler->events,
-              ElementsAre(Event{GetForProcessStart, Start, Collector, 7},
-                          Event{GetForProcessSuccess, Success, Collector, 7},
-                          Event{GetAllStart, Start, Collector}, Event{GetAllSuccess, Success, Collector}));
-}
-
-TEST_F(CollectorServiceTest, unknownProcessIsNoErrorAndNoSuccessButNoProcessAtAllIsASuccess) {
-  PersistableBundle out = text("kept", "1");
-  EXPECT_TRUE(handler->getApplicationStateDataForProcess(7, &out).isOk());
-  EXPECT_TRUE(handler->getAllAvailableApplicationStateData(&out).isOk());
-  EXPECT_EQ(out, text("kept", "1"));
-  EXPECT_THAT(handler->events,
-              ElementsAre(Event{GetForProcessStart, Start, Collector, 7},
-                          Event{GetAllStart, Start, Collector}, Event{GetAllSuccess, Success, Collector}));
+              ElementsAre(start, startAll, successAll, start,
+                          Event{GetForProcessSuccess, Success, Collector, 7}, startAll, successAll));
 }
 
 TEST_F(CollectorServiceTest, whatIsMissingIsToldToCallerLogAndTelemetry) {
@@ -163,36 +166,43 @@ TEST_F(CollectorServiceTest, systemContextJoinsTheGlobalStatesAndReportsNothing)
   EXPECT_EQ(out, with(with({}, "SystemContextData", text("build_tags", "dev")), "GlobalStateData", {}));
   pendingAtoms.push_back({true, "telemetry", 0, "id", "s1", 1});
   EXPECT_TRUE(handler->getSystemContextData(&out).isOk());
+  EXPECT_EQ(nested(out, "GlobalStateData").getPersistableBundleKeys(), std::set{String16("telemetry")});
   PersistableBundle globals;
-  EXPECT_TRUE(out.getPersistableBundle(String16("GlobalStateData"), &globals));
-  EXPECT_EQ(globals.getPersistableBundleKeys(), std::set<String16>{String16("telemetry")});
+  packAllGlobalStatesToBundle({{"telemetry", {{"id", "s1"}}}}, &globals);
+  const PersistableBundle named = text("GlobalNamespace", "telemetry");
+  EXPECT_EQ(globals, with({}, "telemetry", with(named, "GlobalStateData", text("id", "s1"))));
 
   EXPECT_EQ(handler->getSystemContextData(nullptr).exceptionCode(), Status::EX_NULL_POINTER);
   EXPECT_EQ(log.count("null aidl return\n"), 1u);
-  EXPECT_THAT(handler->events, testing::IsEmpty());
-}
-
-// The size that the bundle takes in a reply, after the status.
-size_t replySize(const PersistableBundle& bundle) {
-  android::Parcel reply;
-  Status::ok().writeToParcel(&reply);
-  reply.writeParcelable(bundle);
-  return reply.dataSize();
+  EXPECT_THAT(handler->events, IsEmpty());
 }
 
 TEST_F(CollectorServiceTest, anAnswerAboutOneLeavesOutItsOldestStatesUntilItFits) {
   for (int i = 0; i < 600; ++i) publish(7, "key " + std::to_string(i), std::string(1000, 'x'));
   PersistableBundle out;
-  PersistableBundle states;
   ASSERT_TRUE(handler->getApplicationStateDataForProcess(7, &out).isOk());
-  ASSERT_TRUE(out.getPersistableBundle(String16("ApplicationStateData"), &states));
+  const std::set<String16> states = nested(out, "ApplicationStateData").getStringKeys();
   EXPECT_LE(replySize(out), kMaxReplyBytes);
   EXPECT_GT(replySize(out), kMaxReplyBytes - 3000);
-  EXPECT_EQ(states.getStringKeys().count(String16("key 0")), 0u);
-  EXPECT_EQ(states.getStringKeys().count(String16("key 599")), 1u);
+  EXPECT_EQ(states.count(String16("key 0")), 0u);
+  EXPECT_EQ(states.count(String16("key 599")), 1u);
 }
 
-TEST(BundlePackingTest, theCountedSizeIsNeverLessThanWhatAReplyTakes) {
+TEST_F(CollectorServiceTest, aSystemContextThatDoesNotFitLosesItsLargestValuesAndFitsBesideAllGlobals) {
+  for (int i = 0; i < 100; ++i) {  // each byte takes six characters in JSON
+    pendingAtoms.push_back({true, "telemetry", 0, std::to_string(i), std::string(4000, '\x01'), 1});
+  }
+  StringMap context{{"psi_cpu_history", std::string(100'000, 'x')},
+                    {"ci_test_context", std::string(100'001, 'x')}};
+  EXPECT_THAT(leaveOutLargest(kMaxContextReplyBytes, &context), ElementsAre("ci_test_context"));
+  EXPECT_THAT(context, ElementsAre(testing::Key("psi_cpu_history")));
+  EXPECT_THAT(leaveOutLargest(kMaxContextReplyBytes, &context), IsEmpty());
+  PersistableBundle out;
+  EXPECT_TRUE(handler->getSystemContextData(&out).isOk());
+  EXPECT_LE(replySize(out), kMaxReplyBytes - kMaxContextReplyBytes);
+}
+
+TEST(BundleSizeTest, isNeverCountedAsLessThanAReplyTakes) {
   for (size_t length = 0; length < 9; ++length) {
     ProcessStates states;
     size_t counted = 0;
@@ -212,83 +222,50 @@ TEST(BundlePackingTest, theCountedSizeIsNeverLessThanWhatAReplyTakes) {
   }
 }
 
-TEST_F(CollectorServiceTest, aSystemContextThatDoesNotFitLosesItsLargestValuesAndFitsBesideAllGlobals) {
-  for (int i = 0; i < 100; ++i) {  // each byte takes six characters in JSON
-    pendingAtoms.push_back({true, "telemetry", 0, std::to_string(i), std::string(4000, '\x01'), 1});
-  }
-  StringMap context{{"psi_cpu_history", std::string(100'000, 'x')},
-                    {"ci_test_context", std::string(100'001, 'x')}};
-  EXPECT_THAT(leaveOutLargest(kMaxContextReplyBytes, &context), ElementsAre("ci_test_context"));
-  EXPECT_THAT(context, ElementsAre(testing::Key("psi_cpu_history")));
-  EXPECT_THAT(leaveOutLargest(kMaxContextReplyBytes, &context), testing::IsEmpty());
-  PersistableBundle out;
-  EXPECT_TRUE(handler->getSystemContextData(&out).isOk());
-  EXPECT_LE(replySize(out), kMaxReplyBytes - kMaxContextReplyBytes);
-}
-
-TEST(BundlePackingTest, globalStatesAreKeyedByTheirNamespaceAndNameIt) {
-  PersistableBundle globals;
-  packAllGlobalStatesToBundle({{"telemetry", {{"id", "s1"}}}}, &globals);
-  const PersistableBundle named = text("GlobalNamespace", "telemetry");
-  EXPECT_EQ(globals, with({}, "telemetry", with(named, "GlobalStateData", text("id", "s1"))));
-}
-
 TEST_F(CollectorServiceTest, anEventPullsWhatWasPublished) {
-  const std::string withData = "DiagnosticsCollectorService::onEvent called with data and with event id: 1";
-  const std::string plain = "DiagnosticsCollectorService::onEvent called with event id: 1";
   publish(7, "screen", "home");
   handler->onEvent(1, std::nullopt);
-  EXPECT_THAT(pendingAtoms, testing::IsEmpty());
-  handler->onEvent(1, std::unordered_map<std::string, std::string>{});
-  handler->onEvent(1, {{{"signal", "11"}}});
-  EXPECT_EQ(log.count(plain), 3u);
-  EXPECT_EQ(log.count(withData), 1u);
+  EXPECT_THAT(pendingAtoms, IsEmpty());
+  handler->onEvent(1, StringMap{});
+  handler->onEvent(1, StringMap{{"signal", "11"}});
+  EXPECT_EQ(log.count("DiagnosticsCollectorService::onEvent called with event id: 1"), 3u);
+  EXPECT_EQ(log.count("DiagnosticsCollectorService::onEvent called with data and with event id: 1"), 1u);
 }
 
 struct MockObserver : Observer {
-  MOCK_METHOD(void, onEvent, (int, (std::optional<std::unordered_map<std::string, std::string>>)),
-              (override));
+  MOCK_METHOD(void, onEvent, (int, std::optional<StringMap>), (override));
 };
 
-class NotificationServiceTest : public testing::Test {
- protected:
+TEST(NotificationServiceTest, everyObserverHearsOfAnEventOnceAndInOrderAndOfNoOtherCode) {
+  const test::LogCapture log;
+  const auto first = std::make_shared<testing::StrictMock<MockObserver>>();
+  const auto second = std::make_shared<testing::StrictMock<MockObserver>>();
   using Service = Recording<DiagnosticsNotificationService>;
-  using Observers = std::vector<std::shared_ptr<Observer>>;
-
-  Status notify(int32_t code) {
-    return service->notifySystemEvent(static_cast<IDiagnosticsNotificationEventCode>(code),
-                                      text("signal", "11"));
-  }
-
-  test::LogCapture log;
-  std::shared_ptr<MockObserver> first = std::make_shared<testing::StrictMock<MockObserver>>();
-  std::shared_ptr<MockObserver> second = std::make_shared<testing::StrictMock<MockObserver>>();
-  sp<Service> service = new Service(Observers{first, second});
-};
-
-TEST_F(NotificationServiceTest, everyObserverHearsOfAnEventOnceAndInOrder) {
+  const sp<Service> service = new Service(std::vector<std::shared_ptr<Observer>>{first, second});
+  const auto notify = [&](int32_t code) {
+    service->events.clear();
+    const auto event =
+        static_cast<dev::kerno::internal::diagnostics::IDiagnosticsNotificationEventCode>(code);
+    return service->notifySystemEvent(event, text("signal", "11")).exceptionCode();
+  };
   const testing::InSequence order;
-  for (int event : {0, 1}) {
-    for (const auto& observer : {first, second})
-      EXPECT_CALL(*observer, onEvent(event, testing::Eq(std::nullopt)));
-    EXPECT_TRUE(notify(event).isOk());
-  }
   const Event start{NotifyStart, Start, Notification};
-  const Event success{NotifySuccess, Success, Notification};
-  EXPECT_THAT(service->events, ElementsAre(start, success, start, success));
+  for (int event : {0, 1}) {
+    EXPECT_CALL(*first, onEvent(event, testing::Eq(std::nullopt)));
+    EXPECT_CALL(*second, onEvent(event, testing::Eq(std::nullopt)));
+    EXPECT_EQ(notify(event), Status::EX_NONE);
+    EXPECT_THAT(service->events, ElementsAre(start, Event{NotifySuccess, Success, Notification}));
+  }
   EXPECT_TRUE(
       log.has(ANDROID_LOG_INFO, kTag, "DiagnosticsNotificationService: Received notification of event: 1"));
-}
 
-TEST_F(NotificationServiceTest, anyOtherCodeIsRefusedAndReachesNobody) {
   using Limits = std::numeric_limits<int32_t>;
-  const Event error{
-      NotifyError, Error, Notification, std::nullopt,
-      "Diagnostics Notification Service detected invalid system event. Failed to notify the observers."};
   for (int32_t code : {2, -1, Limits::min(), Limits::max()}) {
-    service->events.clear();
-    EXPECT_EQ(notify(code).exceptionCode(), Status::EX_ILLEGAL_STATE) << code;
-    EXPECT_THAT(service->events, ElementsAre(Event{NotifyStart, Start, Notification}, error));
+    EXPECT_EQ(notify(code), Status::EX_ILLEGAL_STATE) << code;
+    const char* const reason =
+        "Diagnostics Notification Service detected invalid system event. Failed to notify the observers.";
+    EXPECT_THAT(service->events,
+                ElementsAre(start, Event{NotifyError, Error, Notification, std::nullopt, reason}));
     EXPECT_TRUE(log.has(ANDROID_LOG_ERROR, kTag, "Unexpected system event: " + std::to_string(code)));
   }
 }

@@ -1,23 +1,15 @@
 #include "state/ApplicationStateManager.h"
 
-#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <climits>
-#include <condition_variable>
-#include <filesystem>
 #include <future>
-#include <mutex>
-#include <thread>
+#include <semaphore>
 
 #include <gmock/gmock.h>
-#include <signal.h>
-#include <statsd/StatsEventWriter.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include "stats/StatsManagerBuilder.h"
-#include "support/TempDir.h"
 
 static int gGetpgidErrno = 0;  // what getpgid() fails with; 0 lets the kernel answer
 
@@ -31,126 +23,86 @@ extern "C" pid_t getpgid(pid_t pid) noexcept {
 namespace Torv::OS::Diagnostics {
 namespace {
 
-using testing::ElementsAre, testing::HasSubstr, testing::Pair, testing::UnorderedElementsAre;
+using testing::Pair;
+using States = std::vector<ApplicationState>;
 
-// Forks a process that does `work` and then stops for good. It runs as `uid` if the test is root.
-pid_t forkStopped(uid_t uid, const std::function<void()>& work) {
-  const pid_t pid = fork();
-  if (pid == 0) {
-    if (getuid() == 0 && setuid(uid) != 0) _exit(1);
-    work();
-    while (true) raise(SIGSTOP);
-  }
-  int status = 0;
-  waitpid(pid, &status, WUNTRACED);
-  EXPECT_TRUE(WIFSTOPPED(status));
-  return pid;
-}
-
-// Blocks in each fetch until the test lets it go on. Fetch number N, from 1, hands out the value "N".
-class SlowStatsd : public LibstatsdWrapper {
+// Hands out what a function of the test returns.
+class FakeStatsd : public LibstatsdWrapper {
  public:
-  std::variant<std::vector<ApplicationState>, libstatsd::Error> fetchReports() override {
-    std::unique_lock lock(mMutex);
-    const int fetch = ++mBegun;
-    mChanged.notify_all();
-    mChanged.wait(lock, [&] { return mAllowed >= fetch; });
-    return std::vector<ApplicationState>{{false, "", 7, "screen", std::to_string(fetch), fetch}};
-  }
-
-  void waitForFetch(int number) {
-    std::unique_lock lock(mMutex);
-    mChanged.wait(lock, [&] { return mBegun >= number; });
-  }
-
-  int fetches() {
-    std::unique_lock lock(mMutex);
-    return mBegun;
-  }
-
-  void allowFetch(int number) {
-    std::unique_lock lock(mMutex);
-    mAllowed = number;
-    mChanged.notify_all();
-  }
+  explicit FakeStatsd(std::function<States()> fetch) : mFetch(std::move(fetch)) {}
+  std::variant<States, libstatsd::Error> fetchReports() override { return mFetch(); }
 
  private:
-  std::mutex mMutex;
-  std::condition_variable mChanged;
-  int mBegun = 0;
-  int mAllowed = 0;
+  const std::function<States()> mFetch;
 };
+
+std::unique_ptr<StatsManager> feedOf(std::function<States()> fetch) {
+  return std::make_unique<StatsManager>(std::make_unique<FakeStatsd>(std::move(fetch)));
+}
 
 // Statsd hands every atom out once. So a query that comes during a fetch has to wait for the next one, and
 // all that wait share it. A clean-up fetches nothing and waits for nobody.
 TEST(ApplicationStateManagerTest, queriesThatComeDuringAFetchShareTheNextOne) {
-  auto owned = std::make_unique<SlowStatsd>();
-  SlowStatsd& statsd = *owned;
-  ApplicationStateManager manager(std::make_unique<BlackBox>(),
-                                  std::make_unique<StatsManager>(std::move(owned)), 60);
+  std::atomic<int> begun = 0;
+  std::counting_semaphore<> allowed{0};
+  ApplicationStateManager manager(std::make_unique<BlackBox>(), feedOf([&] {
+                                    const int fetch = ++begun;
+                                    begun.notify_all();
+                                    allowed.acquire();
+                                    return States{{false, "", 7, "screen", std::to_string(fetch), fetch}};
+                                  }),
+                                  60);
   const auto ask = [&] { return manager.getApplicationStateForPid(7).value().at("screen"); };
   auto first = std::async(std::launch::async, ask);
-  statsd.waitForFetch(1);
+  begun.wait(0);
   manager.cleanup();
   std::vector<std::future<std::string>> others;
   for (int i = 0; i < 15; i++) others.push_back(std::async(std::launch::async, ask));
   EXPECT_EQ(others.back().wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
-  statsd.allowFetch(1);
-  statsd.waitForFetch(2);
+  allowed.release();
+  begun.wait(1);
   for (auto& other : others) {
     EXPECT_EQ(other.wait_for(std::chrono::milliseconds(1)), std::future_status::timeout);
   }
-  statsd.allowFetch(100);
+  allowed.release(100);
   first.get();
   for (auto& other : others) EXPECT_NE(other.get(), "1");
-  EXPECT_LT(statsd.fetches(), 5) << "one and the next; a query that came late may have had one of its own";
+  EXPECT_LT(begun, 5) << "one and the next; a query that came late may have had one of its own";
 }
 
-// From an atom that another process writes to its socket, to the answer about that process.
-TEST(ApplicationStateManagerTest, answersForAPublisherUntilItWasFoundDeadAMinuteAgo) {
-  const test::TempDir runtime;
-  const test::ScopedEnv env("TORV_RUNTIME_DIR", runtime.path());
-  StatsManagerBuilder builder;
-  builder.setConfigId(57476).addAtomId(110010).addAtomId(111983).addAllowedLogSource("AID_APP");
-  std::unique_ptr<StatsManager> feed = std::move(builder).build();
-  ASSERT_NE(feed, nullptr);
-  std::filesystem::permissions(runtime.path(), std::filesystem::perms(0755));
+TEST(ApplicationStateManagerTest, answersAboutAProcessUntilItWasFoundDeadAMinuteAgo) {
+  States pending{{false, "", 7, "screen", "home", 1},
+                 {false, "", 7, "screen", "settings", 2},
+                 {true, "telemetry", 0, "service_session_id", "s1", 1}};
   int64_t now = 1'000'000;
-  ApplicationStateManager manager(std::make_unique<BlackBox>([&now] { return now; }), std::move(feed), 60);
-
-  const pid_t publisher = forkStopped(10'000, [] {
-    libstatsd::StatsEventWriter writer;
-    writer.publishApplicationState(getpid(), "screen", "home");
-    writer.publishApplicationState(getpid(), "screen", "settings");
-    writer.publishTelemetrySession("service", "user");
-  });
-  const auto states = ElementsAre(Pair("screen", "settings"));
-  EXPECT_THAT(manager.getAllProcessStates(), ElementsAre(Pair(publisher, states)));
-  EXPECT_THAT(manager.getAllGlobalStates().at("telemetry"),
-              UnorderedElementsAre(Pair("service_session_id", HasSubstr(R"("v":"service")")),
-                                   Pair("user_active_session_id", HasSubstr(R"("v":"user")"))));
+  bool isAlive = true;
+  ApplicationStateManager manager(std::make_unique<BlackBox>([&] { return now; }),
+                                  feedOf([&] { return std::exchange(pending, {}); }), 60,
+                                  [&](pid_t pid) { return pid != 7 || isAlive; });
+  const auto states = testing::ElementsAre(Pair("screen", "settings"));
+  EXPECT_THAT(manager.getAllProcessStates(), testing::ElementsAre(Pair(7, states)));
   manager.cleanup();
-  EXPECT_TRUE(ApplicationStateManager::processExists(publisher));
-  kill(publisher, SIGKILL);
-  siginfo_t info{};
-  waitid(P_PID, static_cast<id_t>(publisher), &info, WEXITED | WNOWAIT);
-  EXPECT_TRUE(ApplicationStateManager::processExists(publisher)) << "a zombie has its pid still";
-  waitpid(publisher, nullptr, 0);
+  isAlive = false;
   for (const int64_t passed : {3600, 59, 1}) {  // the first clean-up finds it dead, however long ago it died
     now += passed;
-    EXPECT_THAT(manager.getApplicationStateForPid(publisher).value(), states);
+    EXPECT_THAT(manager.getApplicationStateForPid(7).value(), states);
     manager.cleanup();
   }
-  EXPECT_EQ(manager.getApplicationStateForPid(publisher), std::nullopt);
-  EXPECT_EQ(manager.getAllGlobalStates().size(), 1U);
+  EXPECT_EQ(manager.getApplicationStateForPid(7), std::nullopt);
+  EXPECT_THAT(manager.getAllGlobalStates().at("telemetry").at("service_session_id"),
+              testing::HasSubstr(R"("v":"s1")"));
 }
 
-TEST(DeadCheckTest, takesPidsThatNeverWereForDeadAndThoseItMayNotLookAtForAlive) {
+TEST(DeadCheckTest, takesPidsThatNeverWereForDeadAndZombiesAndThoseItMayNotLookAtForAlive) {
+  const pid_t zombie = fork();
+  if (zombie == 0) _exit(0);
+  siginfo_t info{};
+  waitid(P_PID, static_cast<id_t>(zombie), &info, WEXITED | WNOWAIT);
   errno = EPERM;  // left by an earlier call
-  for (const pid_t pid : {INT_MAX, INT_MIN, -1, -getpid()}) {
-    EXPECT_FALSE(ApplicationStateManager::processExists(pid)) << pid;
+  for (const pid_t pid : {INT_MAX, INT_MIN, -1, -getpid(), 0, 1, getpid(), zombie}) {
+    EXPECT_EQ(ApplicationStateManager::processExists(pid), pid >= 0 && pid < INT_MAX) << pid;
   }
-  for (const pid_t pid : {0, 1, getpid()}) EXPECT_TRUE(ApplicationStateManager::processExists(pid)) << pid;
+  waitpid(zombie, nullptr, 0);
   for (const int error : {EPERM, EACCES, ESRCH, EINVAL}) {
     gGetpgidErrno = error;
     EXPECT_EQ(ApplicationStateManager::processExists(1), error == EPERM || error == EACCES) << error;

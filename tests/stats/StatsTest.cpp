@@ -46,21 +46,15 @@ namespace {
 using libstatsd::PublishStatus;
 using testing::ElementsAre;
 
-class StatsManagerTest : public testing::Test {
- protected:
-  StatsManagerTest() { gStatsd = {}; }
+void expectRefusal(StatsManagerBuilder builder, const std::string& message) {
+  const test::LogCapture log;
+  EXPECT_EQ(std::move(builder).build(), nullptr);
+  const test::LogLine line{ANDROID_LOG_ERROR, "libdiagnostics-stats", message};
+  EXPECT_EQ(log.lines(), std::vector{line}) << message;
+}
 
-  void expectRefusal(StatsManagerBuilder builder, const std::string& message) {
-    mLog.clear();
-    EXPECT_EQ(std::move(builder).build(), nullptr);
-    EXPECT_TRUE(mLog.has(ANDROID_LOG_ERROR, "libdiagnostics-stats", message)) << message;
-    EXPECT_EQ(mLog.lines().size(), 1U);
-  }
-
-  test::LogCapture mLog;
-};
-
-TEST_F(StatsManagerTest, tellsWhatIsMissingBeforeItPublishesAndThenWhyStatsdRefused) {
+TEST(StatsManagerTest, tellsWhatIsMissingBeforeItPublishesAndThenWhyStatsdRefused) {
+  gStatsd = {};
   StatsManagerBuilder builder;
   expectRefusal(builder, "Failed to build stats manager with empty atoms\n");
   builder.addAtomId(7);
@@ -92,7 +86,8 @@ libstatsd::AtomReport atom(int32_t id, int64_t timestamp, const std::string& pay
   return report;
 }
 
-TEST_F(StatsManagerTest, bringsNothingIfAFetchFailsAndGoesOn) {
+TEST(StatsManagerTest, bringsNothingIfAFetchFailsAndGoesOn) {
+  gStatsd = {};
   StatsManagerBuilder builder;
   builder.addAtomId(1).addAllowedLogSource("AID_APP").setConfigId(3);
   const std::unique_ptr<StatsManager> manager = std::move(builder).build();
@@ -105,44 +100,38 @@ TEST_F(StatsManagerTest, bringsNothingIfAFetchFailsAndGoesOn) {
   EXPECT_EQ(manager->fetchReports().size(), 2U);
 }
 
-// Each state as "<pid or namespace>/<key>=<value>@<timestamp>".
-std::vector<std::string> decoded(const std::vector<libstatsd::Report>& reports) {
-  std::vector<std::string> texts;
-  for (const ApplicationState& state : decodeReports(reports)) {
-    EXPECT_EQ(state.global, !state.nameSpace.empty());
-    EXPECT_TRUE(!state.global || state.pid == 0);
-    texts.push_back((state.global ? state.nameSpace : std::to_string(state.pid)) + "/" + state.key + "=" +
-                    state.value + "@" + std::to_string(state.timestamp));
-  }
-  return texts;
+// As "<pid or namespace>/<key>=<value>@<timestamp>".
+std::string textOf(const ApplicationState& state) {
+  EXPECT_EQ(state.global, !state.nameSpace.empty());
+  EXPECT_TRUE(!state.global || state.pid == 0);
+  return (state.global ? state.nameSpace : std::to_string(state.pid)) + "/" + state.key + "=" + state.value +
+         "@" + std::to_string(state.timestamp);
 }
 
-TEST(AtomDecoderTest, takesWhateverAnAtomMayHoldAndMissingFieldsAsEmpty) {
+TEST(AtomDecoderTest, takesWhateverAnAtomMayHoldAndSkipsOnlyThoseItCannotRead) {
   const std::string big(4096, 'x');
   constexpr int32_t kState = kApplicationStateAtomId;
-  EXPECT_THAT(decoded({{atom(kState, 7, "\x08\xd2\x09\x12\x06screen\x1a\x04home"),
-                        atom(kState, -5, "\x08\xfb\xff\xff\xff\xff\xff\xff\xff\xff\x01\x12\x03\xff\xc0\x80"),
-                        atom(kState, INT64_MAX, "\x12\x80\x20" + big + "\x1a\x80\x20" + big),
-                        atom(kState, 0, ""), atom(kState, 3, "\x1a\x01z"),  // a value alone
-                        atom(kState, 4, "\x08\x06\x20\x01\x2a\x01?"),       // and fields 4 and 5
-                        atom(kTelemetrySessionAtomId, 7, "\x0a\x03one\x12\x03two"),
-                        atom(kTelemetrySessionAtomId, 8, "")}}),
+  constexpr int32_t kSession = kTelemetrySessionAtomId;
+  const test::LogCapture log;
+  std::vector<std::string> states;
+  for (const ApplicationState& state :
+       decodeReports({{atom(kState, 7, "\x08\xd2\x09\x12\x06screen\x1a\x04home"),
+                       atom(kState, -5, "\x08\xfb\xff\xff\xff\xff\xff\xff\xff\xff\x01\x12\x03\xff\xc0\x80"),
+                       atom(kState, 2, "\x12\x09key"),
+                       atom(kSession, 3, "\x0a\xff"),
+                       atom(110011, 4, "\x08\x01"),
+                       {}},
+                      {atom(kState, INT64_MAX, "\x12\x80\x20" + big + "\x1a\x80\x20" + big),
+                       atom(kState, 0, ""), atom(kState, 3, "\x1a\x01z"),  // a value alone
+                       atom(kState, 4, "\x08\x06\x20\x01\x2a\x01?"),       // and fields 4 and 5
+                       atom(kSession, 7, "\x0a\x03one\x12\x03two"), atom(kSession, 8, "")}})) {
+    states.push_back(textOf(state));
+  }
+  EXPECT_THAT(states,
               ElementsAre("1234/screen=home@7", "-5/\xff\xc0\x80=@-5",
                           "0/" + big + "=" + big + "@9223372036854775807", "0/=@0", "0/=z@3", "6/=@4",
                           "telemetry/service_session_id=one@7", "telemetry/user_active_session_id=two@7",
                           "telemetry/service_session_id=@8", "telemetry/user_active_session_id=@8"));
-}
-
-TEST(AtomDecoderTest, skipsAnAtomItCannotReadAndNoOther) {
-  test::LogCapture log;
-  const libstatsd::AtomReport good = atom(kApplicationStateAtomId, 1, "\x08\x05");
-  EXPECT_THAT(decoded({{good,
-                        atom(kApplicationStateAtomId, 2, "\x12\x09key"),
-                        atom(kTelemetrySessionAtomId, 3, "\x0a\xff"),
-                        atom(110011, 4, "\x08\x01"),
-                        {}},
-                       {good}}),
-              ElementsAre("5/=@1", "5/=@1"));
   EXPECT_THAT(
       log.texts(ANDROID_LOG_ERROR),
       ElementsAre("extractStatesFromApplicationStateDataAtom: Failed to parse appStateData buffer into "

@@ -4,10 +4,6 @@
 
 #include <iterator>
 #include <limits>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "PsiCollector.h"
 #include "Source.h"
@@ -31,35 +27,6 @@ std::vector<int> held(uint64_t capacity, int samples) {
   return out;
 }
 
-struct Sample {
-  uint64_t timeMs;
-  Json::Value value;
-};
-
-std::string report(uint64_t nowMs, const std::vector<Sample>& samples) {
-  using Utils = SystemStateCollector::Utils;
-  Json::Value report = Utils::makeJsonReport(nowMs);
-  for (const auto& [timeMs, value] : samples) {
-    Json::Value metrics;
-    metrics["m"] = value;
-    Utils::addTimeSeriesDataToJsonReport(report, nowMs - timeMs, metrics);
-  }
-  Utils::reverseTimeSeries(report);
-  return Utils::makeHistory("name", report)->at("name");
-}
-
-bool reports(const Json::Value& value, const std::string& written) {
-  return report(0, {{0, value}}).find("\"m\" : " + written + "\n") != std::string::npos;
-}
-
-// Returns "max avg" of the warning that a poll of this length causes, or "none".
-std::string warning(PollStatistics& statistics, int64_t elapsedNs) {
-  const auto due = accountPoll(statistics, elapsedNs);
-  return due ? std::to_string(due->maxMs) + " " + std::to_string(due->averageMs) : "none";
-}
-
-}  // namespace
-
 TEST(CircularBufferTest, holdsTheLastSamplesOldestFirst) {
   EXPECT_EQ(held(3, 0), (std::vector<int>{}));
   EXPECT_EQ(held(3, 3), (std::vector<int>{1, 2, 3}));
@@ -68,20 +35,35 @@ TEST(CircularBufferTest, holdsTheLastSamplesOldestFirst) {
   EXPECT_EQ(held(0, 2), (std::vector<int>{}));
 }
 
+// Returns the report of the time 3000 about samples with these times and values, oldest first.
+std::string report(const std::vector<std::pair<uint64_t, Json::Value>>& samples) {
+  using Utils = SystemStateCollector::Utils;
+  Json::Value report = Utils::makeJsonReport(3000);
+  for (const auto& [timeMs, value] : samples) {
+    Utils::addTimeSeriesDataToJsonReport(report, 3000 - timeMs, value);
+  }
+  Utils::reverseTimeSeries(report);
+  return Utils::makeHistory("name", report)->at("name");
+}
+
 TEST(ReportTest, listsTheNewestSampleFirstWithItsUnsignedAge) {
-  EXPECT_EQ(report(1234, {}),
-            "{\n\t\"report_time_ms\" : 1234,\n\t\"time_series\" : [],\n\t\"version\" : \"1.0\"\n}");
-  EXPECT_EQ(test::json(report(3000, {{1000, 1}, {3000, 2}, {3001, 3}})), test::json(R"({
-      "version": "1.0", "report_time_ms": 3000, "time_series": [{"dt_ms": 18446744073709551615, "v": {"m": 3}},
-      {"dt_ms": 0, "v": {"m": 2}}, {"dt_ms": 2000, "v": {"m": 1}}]})"));
+  EXPECT_EQ(report({}),
+            "{\n\t\"report_time_ms\" : 3000,\n\t\"time_series\" : [],\n\t\"version\" : \"1.0\"\n}");
+  EXPECT_EQ(test::json(report({{1000, 1}, {3000, 2}, {3001, 3}})), test::json(R"({
+      "version": "1.0", "report_time_ms": 3000, "time_series": [
+      {"dt_ms": 18446744073709551615, "v": 3}, {"dt_ms": 0, "v": 2}, {"dt_ms": 2000, "v": 1}]})"));
 }
 
 TEST(ReportTest, cutsFloatingPointToTwoDecimalsAndNothingElse) {
-  EXPECT_TRUE(reports(12.3456, "12.35"));
-  EXPECT_TRUE(reports(25.0, "25.0"));
-  EXPECT_TRUE(reports(0, "0"));
-  EXPECT_TRUE(reports(std::numeric_limits<double>::quiet_NaN(), "null"));
-  EXPECT_TRUE(reports(Json::UInt64{18446744073709551615U}, "18446744073709551615"));
+  const std::pair<Json::Value, const char*> cases[] = {
+      {12.3456, "12.35"},
+      {25.0, "25.0"},
+      {0, "0"},
+      {std::numeric_limits<double>::quiet_NaN(), "null"},
+      {Json::UInt64{18446744073709551615U}, "18446744073709551615"}};
+  for (const auto& [value, written] : cases) {
+    EXPECT_THAT(report({{0, value}}), testing::HasSubstr("\"v\" : " + std::string(written) + "\n"));
+  }
 }
 
 TEST(ReportTest, timesAreWholeMilliseconds) {
@@ -93,38 +75,35 @@ TEST(ReportTest, timesAreWholeMilliseconds) {
 
 TEST(PollStatisticsTest, everyPollOver100WholeMillisecondsWarns) {
   PollStatistics statistics;
-  EXPECT_EQ(warning(statistics, 100'999'999), "none");
-  EXPECT_EQ(warning(statistics, 150'000'000), "150 15");
-  EXPECT_EQ(warning(statistics, 300'999'999), "300 30");
-  EXPECT_EQ(warning(statistics, 120'000'000), "300 12");
-  EXPECT_EQ(warning(statistics, 101'000'000), "300 10");
+  EXPECT_FALSE(accountPoll(statistics, 100'999'999).has_value());
+  constexpr int64_t kPolls[][3] = {
+      {150'000'000, 150, 15}, {300'999'999, 300, 30}, {120'000'000, 300, 12}, {101'000'000, 300, 10}};
+  for (const auto& [elapsedNs, maxMs, averageMs] : kPolls) {
+    const auto warning = accountPoll(statistics, elapsedNs);
+    ASSERT_TRUE(warning.has_value()) << elapsedNs;
+    EXPECT_EQ(warning->maxMs, maxMs) << elapsedNs;
+    EXPECT_EQ(warning->averageMs, averageMs) << elapsedNs;
+  }
 }
 
-class TextSourceTest : public testing::Test {
- protected:
-  // The same file both ways: as init() opens it, and as a constructor takes it.
-  std::vector<TextSource> bothWays(const std::string& name) const {
-    std::vector<TextSource> sources;
-    sources.push_back(std::move(*TextSource::open("/" + name)));
-    sources.emplace_back(std::ifstream(mRoot.path(name)));
-    return sources;
-  }
+// The same file both ways: as init() opens it, and as a constructor takes it.
+TextSource source(const test::HostDir& host, bool streamed) {
+  if (streamed) return {std::ifstream(host.path("text"))};
+  return std::move(*TextSource::open("/text"));
+}
 
-  const test::TempDir mRoot;
-  const test::ScopedEnv mEnvironment{"TORV_DEVICE_ROOT", mRoot.path()};
-};
-
-TEST_F(TextSourceTest, readsATextOfAnySizeWholeUpToTheLimit) {
+TEST(TextSourceTest, readsATextOfAnySizeWholeUpToTheLimit) {
   constexpr size_t kLimit = TextSource::kMaxTextBytes;
-  mRoot.write("text", "");
-  auto sources = bothWays("text");
+  const test::HostDir host;
+  host.write("text", "");
+  TextSource sources[] = {source(host, false), source(host, true)};
   // Around the sizes of the buffers that a text passes through, longer and shorter in turn. The first one
   // fills the room that is made for a file's first text.
   for (const size_t size : {size_t{1'312}, size_t{40'000}, size_t{8'193}, size_t{8'192}, size_t{8'191},
                             kLimit, kLimit + 1, size_t{1}, size_t{0}, size_t{100'000}}) {
     std::string text(size, 'x');
     if (size > 0) text.back() = 'y';
-    mRoot.write("text", text);
+    host.write("text", text);
     if (size > kLimit) text.clear();
     for (TextSource& source : sources) {
       std::string found = "the text before";
@@ -135,30 +114,28 @@ TEST_F(TextSourceTest, readsATextOfAnySizeWholeUpToTheLimit) {
 }
 
 // A descriptor that is open for writing only fails to be read, as one does whose driver is gone for a while.
-TEST_F(TextSourceTest, recoversFromAFailedRead) {
-  const std::string path = mRoot.write("file", "readable");
+TEST(TextSourceTest, recoversFromAFailedRead) {
+  const test::HostDir host;
+  const std::string path = host.write("text", "readable");
   for (const bool streamed : {false, true}) {
     const int descriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
     close(descriptor);  // the source gets this number
-    TextSource source = streamed ? TextSource(std::ifstream(path)) : std::move(*TextSource::open("/file"));
-    const auto replaceBy = [descriptor, &path](int flags) {
+    TextSource text = source(host, streamed);
+    for (const int flags : {O_WRONLY, O_RDONLY}) {
       const int other = open(path.c_str(), flags | O_CLOEXEC);
       ASSERT_EQ(dup3(other, descriptor, O_CLOEXEC), descriptor);
       close(other);
-    };
-    std::string text = "the text before";
-    replaceBy(O_WRONLY);
-    EXPECT_FALSE(source.readInto(text));
-    EXPECT_EQ(text, "");
-    EXPECT_FALSE(source.isBad());
-    replaceBy(O_RDONLY);
-    EXPECT_TRUE(source.readInto(text));
-    EXPECT_EQ(text, "readable");
+      std::string found = "the text before";
+      EXPECT_EQ(text.readInto(found), flags == O_RDONLY);
+      EXPECT_EQ(found, flags == O_RDONLY ? "readable" : "");
+      EXPECT_FALSE(text.isBad());
+    }
   }
 }
 
 TEST(TextCollectorTest, aBadStreamIsReportedEachTimeAndStoresNothing) {
-  std::ifstream stream = test::Source("text", "text").open();
+  const test::HostDir host;
+  std::ifstream stream(host.write("text", "text"));
   stream.setstate(std::ios::badbit);
   PsiIoCollector collector(SystemStateCollectorConfig(60, 1), std::move(stream));
   const test::LogCapture log;
@@ -169,16 +146,14 @@ TEST(TextCollectorTest, aBadStreamIsReportedEachTimeAndStoresNothing) {
 }
 
 TEST(TextCollectorTest, anOutageIsLoggedOnceAndItsSamplesAreEmpty) {
-  test::Source source("proc/pressure/io");
-  const auto collector = PsiIoCollector::init(SystemStateCollectorConfig(60, 1));
   const std::string tooLong(TextSource::kMaxTextBytes + 1, 'x');
   const test::LogCapture log;
-  for (const std::string& text : {tooLong, tooLong, std::string("\n"), tooLong}) {
-    source.set(text);
-    EXPECT_TRUE(collector->collectSystemStateData());
-  }
+  EXPECT_EQ(test::metricsOf<PsiIoCollector>("proc/pressure/io", {tooLong, tooLong, "\n", tooLong}),
+            Strings(4, ""));
   EXPECT_EQ(
       log.texts(ANDROID_LOG_ERROR),
-      Strings(2, "Cannot read /proc/pressure/io, or it is larger than 131072 bytes; its samples are empty"));
-  EXPECT_EQ(test::metrics(*collector), Strings(4, "{}"));
+      Strings(4, "Cannot read /proc/pressure/io, or it is larger than 131072 bytes; its samples are empty"))
+      << "twice each way";
 }
+
+}  // namespace

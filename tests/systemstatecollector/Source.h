@@ -2,13 +2,13 @@
 #pragma once
 
 #include <fstream>
-#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include <gtest/gtest.h>
-#include <json/value.h>
+#include <gmock/gmock.h>
+#include <json/reader.h>
+#include <json/writer.h>
 
 #include "support/TempDir.h"
 #include "systemstatecollector/SystemStateCollector.h"
@@ -16,37 +16,43 @@
 namespace test {
 
 using Strings = std::vector<std::string>;
+using Torv::OS::Diagnostics::SystemStateCollector;
 using Torv::OS::Diagnostics::SystemStateCollectorConfig;
 
-// A device root with one file, whose text changes under its open readers, as the kernel's do.
-class Source {
- public:
-  explicit Source(std::string path, std::string_view text = "") : mPath(std::move(path)) { set(text); }
-  void set(std::string_view text) { mRoot.write(mPath, text); }
-  std::ifstream open() const { return std::ifstream(mRoot.path(mPath)); }
+inline Json::Value json(const std::string& text) {
+  Json::Value value;
+  std::istringstream(text) >> value;
+  return value;
+}
 
- private:
-  const TempDir mRoot;
-  const ScopedEnv mEnvironment{"TORV_DEVICE_ROOT", mRoot.path()};
-  const std::string mPath;
-};
+// The metrics of each sample of the collector's only history, newest first, as "name=value name=value". The
+// numbers are as in the report.
+inline Strings metrics(SystemStateCollector& collector) {
+  Json::StreamWriterBuilder writer;
+  writer["precision"] = 15;
+  Strings lines;
+  const Json::Value report = json(collector.dumpSystemStateHistory()->begin()->second);
+  for (const Json::Value& entry : report["time_series"]) {
+    std::string& line = lines.emplace_back();
+    for (const std::string& name : entry["v"].getMemberNames()) {
+      line += (line.empty() ? "" : " ") + name + "=" + Json::writeString(writer, entry["v"][name]);
+    }
+  }
+  return lines;
+}
 
-// JSON text as a value; throws if it does not parse.
-Json::Value json(const std::string& text);
-
-// The metrics of each sample of the collector's only history, newest first, on one line each. The numbers are
-// as in the report.
-Strings metrics(Torv::OS::Diagnostics::SystemStateCollector& collector);
-
-// The same, oldest first, of a collector that has sampled each of the texts in turn. Both ways of reading a
-// source must give the same: the file that init() opens, and the stream that a constructor takes.
+// The same, oldest first, of a collector that has sampled each of the texts in turn from the file at `path`
+// of a device. Both ways of reading a source must give the same: the file that init() opens, and the stream
+// that a constructor takes.
 template <typename Collector>
-Strings metricsOf(const std::string& path, std::initializer_list<std::string_view> texts) {
-  Source source(path);
-  const auto opened = Collector::init(SystemStateCollectorConfig(60, 1));
-  Collector streamed(SystemStateCollectorConfig(60, 1), source.open());
-  for (const std::string_view text : texts) {
-    source.set(text);
+Strings metricsOf(const std::string& path, const Strings& texts) {
+  const HostDir host;
+  const std::string file = host.write(path, "");
+  const SystemStateCollectorConfig config(60, 1);
+  const auto opened = Collector::init(config);
+  Collector streamed(config, std::ifstream(file));
+  for (const std::string& text : texts) {
+    host.write(path, text);
     EXPECT_TRUE(opened->collectSystemStateData());
     EXPECT_TRUE(streamed.collectSystemStateData());
   }

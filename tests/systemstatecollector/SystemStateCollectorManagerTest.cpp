@@ -3,13 +3,9 @@
 #include <chrono>
 #include <functional>
 #include <future>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
+#include "BatteryCollector.h"
 #include "Source.h"
 #include "support/LogCapture.h"
 
@@ -17,7 +13,6 @@ using namespace Torv::OS::Diagnostics;
 using std::chrono::milliseconds, std::chrono::steady_clock;
 using test::Strings;
 using testing::ElementsAre;
-using testing::MatchesRegex;
 
 namespace {
 
@@ -49,8 +44,6 @@ class SystemStateCollectorManagerTest : public testing::Test {
   SystemStateCollectorManager mManager{mStatistics, kPatience};
 };
 
-}  // namespace
-
 TEST_F(SystemStateCollectorManagerTest, samplesEachInItsTurnWhateverAnotherDoes) {
   std::vector<int> samples(4);
   for (const uint8_t rate : {0, 1, 2, 3}) {
@@ -58,14 +51,12 @@ TEST_F(SystemStateCollectorManagerTest, samplesEachInItsTurnWhateverAnotherDoes)
   }
   add(1, 1, [] { return false; });
   EXPECT_EQ(mManager.collectorCount(), 4U) << "the first of an id stays";
-  std::vector<std::vector<int>> afterEach;
-  for (int poll = 0; poll < 4; ++poll) {
+  const std::vector<int> afterEach[] = {{0, 1, 1, 1}, {0, 2, 1, 1}, {0, 3, 2, 1}, {0, 4, 2, 2}};
+  for (const std::vector<int>& expected : afterEach) {
     mManager.pollCollectors();
-    afterEach.push_back(samples);
+    EXPECT_EQ(samples, expected);
   }
   EXPECT_TRUE(mManager.dumpSystemStateHistory()->empty()) << "none of them has any";
-  EXPECT_THAT(afterEach, ElementsAre(ElementsAre(0, 1, 1, 1), ElementsAre(0, 2, 1, 1),
-                                     ElementsAre(0, 3, 2, 1), ElementsAre(0, 4, 2, 2)));
   EXPECT_EQ(mLog.texts(ANDROID_LOG_ERROR), Strings(2, "Failed to read metrics for collector 3"));
 }
 
@@ -105,8 +96,87 @@ TEST_F(SystemStateCollectorManagerTest, warnsOfAPollThatTookTooLong) {
     return true;
   });
   mManager.pollCollectors();
-  EXPECT_THAT(
-      mLog.texts(ANDROID_LOG_WARN),
-      ElementsAre(MatchesRegex("Time limit exceeded while polling collectors, max time [1-9][0-9]+, avg "
-                               "exceeded time: [1-9][0-9]* ms")));
+  EXPECT_THAT(mLog.texts(ANDROID_LOG_WARN),
+              ElementsAre(testing::MatchesRegex("Time limit exceeded while polling collectors, max time "
+                                                "[1-9][0-9]+, avg exceeded time: [1-9][0-9]* ms")));
 }
+
+// All seven, on the files of a device.
+class StandardCollectorsTest : public testing::Test {
+ protected:
+  // Writes files in which every measured value is derived from `step`.
+  void writeDevice(int step) const {
+    const std::string n = std::to_string(step);
+    for (const std::string resource : {"cpu", "memory", "io"}) {
+      mHost.write("proc/pressure/" + resource, "some avg10=0.00 avg60=0.00 avg300=0.00 total=" + n +
+                                                   std::to_string(resource.size()) + "\n");
+    }
+    mHost.write("proc/stat", "cpu  " + n + "00 0 0 " + n + "00 0 0 0 0 0 0\ncpu0 1 2 3 4\n");
+    mHost.write("proc/meminfo", "MemTotal: 100 kB\nMemFree: 1 kB\nMemAvailable: " + n + " kB\n");
+    mHost.write("sys/class/kgsl/kgsl-3d0/gpubusy_accum", n + "00 " + n + "000\n");
+    mHost.write("sys/class/power_supply/battery/charge_counter", n + "\n");
+    mHost.write("sys/class/power_supply/battery/charge_full", "10\n");
+  }
+
+  std::unique_ptr<SystemStateCollectorManager> makeManager() {
+    writeDevice(1);
+    return SystemStateCollectorManager::makeDefaultManager(mStatistics, mChargeFiles);
+  }
+
+  const test::LogCapture mLog;
+  const test::HostDir mHost;
+  PollStatistics mStatistics;
+  ChargeFiles mChargeFiles;
+};
+
+TEST_F(StandardCollectorsTest, allSevenFollowTheDevicesFiles) {
+  const auto manager = makeManager();
+  for (int step = 1; step <= 3; ++step) {
+    writeDevice(step);
+    manager->pollCollectors();
+  }
+  // The fourth poll does not sample the collectors of rate 2. Of the others, one finds an empty text.
+  mHost.write("proc/meminfo", "");
+  manager->pollCollectors();
+
+  struct Row {
+    const char* history;
+    const char* metric;
+    std::vector<double> newestFirst;
+  };
+  const Row rows[] = {{"psi_cpu_history", "some_total", {33, 33, 23, 13}},
+                      {"psi_memory_history", "some_total", {36, 36, 26, 16}},
+                      {"psi_io_history", "some_total", {32, 32, 22, 12}},
+                      {"system_meminfo_history", "MemAvail_%", {0, 3, 2, 1}},
+                      {"cpu_utilization_history", "CpuUtilization_%", {50, 50}},
+                      {"gpu_utilization_history", "GpuUtilization_%", {10, 10}},
+                      {"battery_state_history", "BatteryCharge_%", {30, 10}}};
+  const auto histories = manager->dumpSystemStateHistory();
+  EXPECT_EQ(histories->size(), std::size(rows));
+  for (const auto& [history, metric, newestFirst] : rows) {
+    std::vector<double> values;
+    const Json::Value report = test::json(histories->at(history));
+    for (const Json::Value& entry : report["time_series"]) values.push_back(entry["v"][metric].asDouble());
+    EXPECT_EQ(values, newestFirst) << history;
+  }
+}
+
+TEST_F(StandardCollectorsTest, pollsAndDumpsGoOnAtTheSameTime) {
+  const auto manager = makeManager();
+  const auto dump = [&] {
+    for (int i = 0; i < 40; ++i) EXPECT_EQ(manager->dumpSystemStateHistory()->size(), 7U);
+  };
+  const auto first = std::async(std::launch::async, dump);
+  const auto second = std::async(std::launch::async, dump);
+  for (int poll = 0; poll < 200; ++poll) manager->pollCollectors();
+  first.wait();
+  second.wait();
+  const auto histories = manager->dumpSystemStateHistory();
+  for (const auto& [name, text] : *histories) {
+    const Json::Value report = test::json(text);
+    EXPECT_EQ(report["time_series"].size(), 60U) << name;
+    EXPECT_LE(report["time_series"][59]["dt_ms"].asUInt64(), 60'000U) << name << " is not of the last minute";
+  }
+}
+
+}  // namespace

@@ -1,7 +1,5 @@
 #include <cstring>
 
-#include <ossdk/Preferences.h>
-
 #include "RecordingStore.h"
 
 using OSSDK::String;
@@ -38,7 +36,8 @@ class RecordingManager final : public v4::IPreferencesManager {
     std::string text;
     const v4::Status status = get("getString", gStore.strings, key, &text);
     if (status != v4::kOk) return status;
-    // Not terminated: whoever reads on past the length is caught, as is who does not release it.
+    // Not terminated, so that AddressSanitizer reports a reader who goes past the length. It also reports one
+    // who does not release the text.
     char* characters = static_cast<char*>(malloc(text.size()));
     memcpy(characters, text.data(), text.size());
     *value = {characters, text.size(), [](const char* owned) { free(const_cast<char*>(owned)); }};
@@ -61,7 +60,8 @@ class RecordingManager final : public v4::IPreferencesManager {
   v4::Status setBool(String key, bool value) override {
     return set("setBool", key, value ? "true" : "false");
   }
-  v4::Status registerListener(v4::IPreferencesListener* /*listener*/, OSSDK::Array<String> keys) override {
+  v4::Status registerListener(v4::IPreferencesListener* listener, OSSDK::Array<String> keys) override {
+    gStore.listener = listener;
     gStore.calls += "listen";
     for (const String& key : keys) gStore.calls += " " + shortened(key);
     gStore.calls += ", ";

@@ -38,4 +38,11 @@ class ScopedEnv {
   std::optional<std::string> mOld;
 };
 
+// A directory for one test that is the device root and the runtime directory of this process.
+class HostDir : public TempDir {
+ private:
+  const ScopedEnv mDeviceRoot{"TORV_DEVICE_ROOT", path()};
+  const ScopedEnv mRuntimeDir{"TORV_RUNTIME_DIR", path()};
+};
+
 }  // namespace test
