@@ -7,6 +7,7 @@
 
 #include "AgedValue.h"
 #include "PackedHistories.h"
+#include "base/Clock.h"
 #include "storage/BlackBox.h"
 
 namespace Torv::OS::Diagnostics {
@@ -160,6 +161,8 @@ TEST(AgedValueTest, isCompactJsonOfAgeAndValueAndNothingForTheFuture) {
     return id == CLOCK_BOOTTIME ? 0 : -1;
   };
   EXPECT_EQ(bootTimeMs(clock), 12'345) << "the clock runs on in sleep";
+  // After some thirty years, the conversion through a double rounds up.
+  EXPECT_EQ(Base::toReportMilliseconds({1'000'000'000, 999'999'999}), 1'000'000'001'000U);
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 // The public names of the service, each used once as other code uses it, in the dialect of the device's
 // toolchain. Most of it is checked by compiling; what the names do is checked by the tests of their folders.
 #include <fstream>
-#include <iterator>
 #include <set>
 
 #include <gtest/gtest.h>
@@ -26,8 +25,6 @@ namespace {
 using namespace Torv::OS::Diagnostics;  // NOLINT(google-build-using-namespace): as the service's own sources
 using android::os::PersistableBundle;
 using Texts = std::unordered_map<std::string, std::string>;
-using TextsByPid = std::unordered_map<int, Texts>;
-using TextsByNamespace = std::unordered_map<std::string, Texts>;
 
 // Compiles only if the value has this type, or if the class has a member function or a factory of this type.
 template <typename Expected, typename Actual>
@@ -95,41 +92,6 @@ TEST(SurfaceTest, aContextManagerCanBeDerivedFromAndParsesTagsIntoBothKindsOfSet
   EXPECT_TRUE(SystemContextManager::parseBuildTags(std::string("d"), hashed, values));
 }
 
-// A collector of somebody else's.
-struct Other : SystemStateCollector {
-  Other() : SystemStateCollector(SystemStateCollectorConfig(60, 1)) {}
-  uint8_t getId() const override { return 200; }
-  std::string getDescription() const override { return "other"; }
-  bool collectSystemStateData() override { return true; }
-  std::unique_ptr<Texts> dumpSystemStateHistory() override {
-    Json::Value report;
-    Utils::addTimeSeriesDataToJsonReport(report, uint64_t{5}, Json::Value(1));
-    return std::make_unique<Texts>(Texts{{"other_history", report["time_series"][0]["dt_ms"].asString()}});
-  }
-};
-
-TEST(SurfaceTest, aManagerOfCollectorsIsDefaultConstructible) {
-  SystemStateCollectorManager manager;
-  manager.addCollector(std::make_unique<Other>());
-  EXPECT_EQ(typed<size_t>(manager.collectorCount()), 1U);
-  EXPECT_EQ(*typed<std::unique_ptr<Texts>>(manager.dumpSystemStateHistory()),
-            (Texts{{"other_history", "5"}}));
-  CircularBuffer<int> ring(60);
-  ring.reserve() = 1;
-  std::vector<int> held;
-  EXPECT_EQ(typed<uint64_t>(ring.readAll(std::back_inserter(held))), 1U);
-}
-
-// Expects an id and a history's name, as every collector has them.
-void expectIdentity(std::unique_ptr<SystemStateCollector> collector, int id, const std::string& history) {
-  ASSERT_NE(collector, nullptr);
-  EXPECT_TRUE(collector->collectSystemStateData());
-  EXPECT_EQ(collector->getMaxSamples(), 60U);
-  EXPECT_EQ(collector->getId(), id);
-  EXPECT_FALSE(collector->getDescription().empty());
-  EXPECT_EQ(collector->dumpSystemStateHistory()->begin()->first, history);
-}
-
 TEST(SurfaceTest, collectorsAreMadeFromAConfigurationAndAStreamOrByTheirFactory) {
   const test::HostDir host;
   host.write("sys/class/power_supply/battery/charge_counter", "3000");
@@ -137,13 +99,26 @@ TEST(SurfaceTest, collectorsAreMadeFromAConfigurationAndAStreamOrByTheirFactory)
   const std::string file = host.write("proc/stat", "cpu 1 2 3 4\n");
   const SystemStateCollectorConfig config(60, 2);
   const auto stream = [&file] { return std::ifstream(file); };  // any text will do
-  expectIdentity(std::make_unique<PsiCpuCollector>(config, stream()), 1, "psi_cpu_history");
-  expectIdentity(std::make_unique<PsiMemCollector>(config, stream()), 2, "psi_memory_history");
-  expectIdentity(std::make_unique<PsiIoCollector>(config, stream()), 3, "psi_io_history");
-  expectIdentity(std::make_unique<SystemMemInfoCollector>(config, stream()), 4, "system_meminfo_history");
-  expectIdentity(BatteryCollector::init(config), 5, "battery_state_history");
-  expectIdentity(CpuUsageCollector::init(config), 6, "cpu_utilization_history");
-  expectIdentity(std::make_unique<GpuCollector>(config, stream()), 7, "gpu_utilization_history");
+  std::unique_ptr<SystemStateCollector> collectors[] = {
+      std::make_unique<PsiCpuCollector>(config, stream()),
+      std::make_unique<PsiMemCollector>(config, stream()),
+      std::make_unique<PsiIoCollector>(config, stream()),
+      std::make_unique<SystemMemInfoCollector>(config, stream()),
+      BatteryCollector::init(config),
+      CpuUsageCollector::init(config),
+      std::make_unique<GpuCollector>(config, stream())};
+  SystemStateCollectorManager manager;
+  int id = 0;
+  for (auto& collector : collectors) {
+    ASSERT_NE(collector, nullptr);
+    EXPECT_EQ(typed<uint8_t>(collector->getId()), ++id);
+    EXPECT_EQ(typed<uint32_t>(collector->getMaxSamples()), 60U);
+    EXPECT_FALSE(typed<std::string>(collector->getDescription()).empty());
+    EXPECT_EQ(typed<std::unique_ptr<Texts>>(collector->dumpSystemStateHistory())->size(), 1U);
+    manager.addCollector(std::move(collector));
+  }
+  EXPECT_EQ(typed<size_t>(manager.collectorCount()), 7U);
+  EXPECT_EQ(typed<std::unique_ptr<Texts>>(manager.dumpSystemStateHistory())->size(), 7U);
   EXPECT_EQ(CpuUsageCollector::CpuStats().guestNice + GpuCollector::GpuUtilStats().total, 0U);
   static_assert(std::is_default_constructible_v<PsiCollector::RawMetric> &&
                 std::is_default_constructible_v<BatteryCollector::RawMetric>);
@@ -160,16 +135,12 @@ TEST(SurfaceTest, aStateAndABlackBoxStandOnTheirOwn) {
   const State::StateComparator comparator;
   EXPECT_TRUE(comparator(older, newer) && comparator(older, older) && !comparator(newer, older));
 
-  BlackBox box;
-  box.addProcessState(1, "key", 10, "value");
-  box.addGlobalState("telemetry", "id", 10, "session");
-  const BlackBox& asked = box;
-  typed<std::optional<Texts>>(asked.getAllForPid(1));
-  typed<TextsByPid>(asked.getAllProcessStates());
-  typed<TextsByNamespace>(asked.getAllGlobalStates());
-  EXPECT_EQ(asked.getAllLivePids(), std::vector<int>{1});
-  asked.markProcessAsDead(1);
-  box.cleanupAllWithTtl(0);
+  const BlackBox box;
+  typed<std::optional<Texts>>(box.getAllForPid(1));
+  typed<std::unordered_map<int, Texts>>(box.getAllProcessStates());
+  typed<std::unordered_map<std::string, Texts>>(box.getAllGlobalStates());
+  typed<std::vector<int>>(box.getAllLivePids());
+  box.markProcessAsDead(1);
 }
 
 TEST(SurfaceTest, managersAndTheHandlerAreMadeByDefaultAndHaveTheOperationsOfTheInterface) {

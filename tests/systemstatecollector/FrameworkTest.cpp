@@ -7,7 +7,6 @@
 
 #include "PsiCollector.h"
 #include "Source.h"
-#include "base/Clock.h"
 #include "support/LogCapture.h"
 #include "systemstatecollector/CircularBuffer.h"
 #include "systemstatecollector/PollStatistics.h"
@@ -64,13 +63,6 @@ TEST(ReportTest, cutsFloatingPointToTwoDecimalsAndNothingElse) {
   for (const auto& [value, written] : cases) {
     EXPECT_THAT(report({{0, value}}), testing::HasSubstr("\"v\" : " + std::string(written) + "\n"));
   }
-}
-
-TEST(ReportTest, timesAreWholeMilliseconds) {
-  using Torv::Base::toReportMilliseconds;
-  EXPECT_EQ(toReportMilliseconds({1, 999'999'999}), 1999U);
-  // After some thirty years, the conversion through a double rounds up.
-  EXPECT_EQ(toReportMilliseconds({1'000'000'000, 999'999'999}), 1'000'000'001'000U);
 }
 
 TEST(PollStatisticsTest, everyPollOver100WholeMillisecondsWarns) {

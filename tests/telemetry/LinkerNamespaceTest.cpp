@@ -6,28 +6,22 @@
 #include "sdkloader/OsSdkLoader.h"
 #include "support/LogCapture.h"
 
-namespace {
-
-struct {
-  bool offersNamespace, opens;
-  std::string askedNamespace, openedFile;
-  int mode;
-  android_dlextinfo info;
-} gLinker;
-char gNamespace;  // stands for the namespace; only its address counts
-
-}  // namespace
+static bool gOffersNamespace = false, gOpens = false;
+static std::string gAsked;  // of the linker, in order
+static char gNamespace;     // stands for the namespace; only its address counts
 
 extern "C" android_namespace_t* __loader_android_get_exported_namespace(const char* name) {
-  gLinker.askedNamespace = name;
-  return gLinker.offersNamespace ? reinterpret_cast<android_namespace_t*>(&gNamespace) : nullptr;
+  gAsked += name;
+  return gOffersNamespace ? reinterpret_cast<android_namespace_t*>(&gNamespace) : nullptr;
 }
 
 void* android_dlopen_ext(const char* file, int mode, const android_dlextinfo* info) {
-  gLinker.openedFile = file;
-  gLinker.mode = mode;
-  gLinker.info = *info;
-  return gLinker.opens ? dlopen(file, mode) : nullptr;
+  const void* const given = info->library_namespace;
+  EXPECT_EQ(given, &gNamespace);
+  EXPECT_EQ(info->flags, uint64_t{ANDROID_DLEXT_USE_NAMESPACE});
+  EXPECT_EQ(mode, RTLD_LAZY);
+  gAsked += std::string(" ") + file;
+  return gOpens ? dlopen(file, mode) : nullptr;
 }
 
 namespace {
@@ -38,16 +32,11 @@ Torv::OS::OsSdkSymbol gMissing("noSuchEntryPoint");
 // The module is opened once a process, so each case runs in one of its own and ends with what it found.
 [[noreturn]] void useModule(bool offersNamespace, bool opens) {
   const test::LogCapture log;
-  gLinker.offersNamespace = offersNamespace;
-  gLinker.opens = opens;
+  gOffersNamespace = offersNamespace;
+  gOpens = opens;
   EXPECT_NE(gEntryPoint.address(), nullptr);
   EXPECT_EQ(gMissing.address(), nullptr);
-  EXPECT_EQ(gLinker.askedNamespace, "default");
-  EXPECT_EQ(gLinker.openedFile, offersNamespace ? "libossdk.pellux.so" : "");
-  EXPECT_EQ(gLinker.mode, offersNamespace ? RTLD_LAZY : 0);
-  EXPECT_EQ(gLinker.info.flags, offersNamespace ? uint64_t{ANDROID_DLEXT_USE_NAMESPACE} : 0);
-  void* const given = offersNamespace ? &gNamespace : nullptr;
-  EXPECT_EQ(gLinker.info.library_namespace, given);
+  EXPECT_EQ(gAsked, offersNamespace ? "default libossdk.pellux.so" : "default");
   EXPECT_TRUE(log.has(ANDROID_LOG_DEBUG, "OsSdkLoader", "OSSDK loading module 'libossdk.pellux.so'"));
   EXPECT_EQ(log.lines().size(), 1u);
   exit(testing::Test::HasFailure() ? 1 : 0);

@@ -62,9 +62,8 @@ TEST_F(TelemetryTest, valuesHaveTheirTextsAndOthersAreInvalid) {
 
 TEST_F(TelemetryTest, whatIsDisabledIsNotStoredAndReportedAsSuch) {
   const test::LogCapture log;
-  DiagnosticsCollectorTelemetry disabled(false);
-  EXPECT_FALSE(
-      disabled.reportDefaultEvent(EventName::NotifyStart, EventType::Start, EventFlow::Notification));
+  EXPECT_FALSE(DiagnosticsCollectorTelemetry(false).reportDefaultEvent(
+      EventName::NotifyStart, EventType::Start, EventFlow::Notification));
   EXPECT_TRUE(log.has(ANDROID_LOG_INFO, "DiagnosticsCollectorService",
                       "DiagnosticsCollectorTelemetry: telemetry disabled."));
   EXPECT_NE(access(mHost.path("telemetry.jsonl").c_str(), F_OK), 0);
