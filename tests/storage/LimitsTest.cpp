@@ -17,24 +17,17 @@ std::string textOf(size_t length, int64_t number) {
 }
 
 // Publishes keys with that many values each until they hold 8 KiB of texts of `length` characters.
-template <typename Add>
-void addEightKiB(size_t length, int values, const Add& add) {
+void addEightKiB(BlackBox& box, int pid, size_t length = 15, int values = 3) {
   const size_t keys = 8 * kKiB / (length * (values + 1));
   for (int round = 0; round < values; round++) {
     for (size_t key = 0; key < keys; key++) {
-      add(textOf(length, static_cast<int64_t>(key)), round, textOf(length, round));
+      box.addProcessState(pid, textOf(length, static_cast<int64_t>(key)), round, textOf(length, round));
     }
   }
 }
 
 class LimitsTest : public testing::Test {
  protected:
-  void publishEightKiB(int pid) {
-    addEightKiB(15, 3, [&](const std::string& key, int64_t timestamp, const std::string& value) {
-      box.addProcessState(pid, key, timestamp, value);
-    });
-  }
-
   // Publishes `keys` keys, numbered by age: the last one is the newest.
   void publishLarge(int pid, int64_t keys, size_t valueBytes) {
     const std::string value(valueBytes, 'x');
@@ -56,12 +49,9 @@ class LimitsTest : public testing::Test {
 TEST_F(LimitsTest, aShareHoldsEightKiBOfTextsOfFifteenCharactersOrMore) {
   for (const size_t length : {15, 16, 17, 20, 31, 64, 500, 2000}) {
     for (int values = 1; values <= 3; values++) {
-      State state;
-      addEightKiB(length, values, [&](const std::string& key, int64_t timestamp, const std::string& value) {
-        state.add(key, timestamp, value);
-      });
-      EXPECT_EQ(state.keepNewest(limits.share()), 0U) << length << " " << values;
-      EXPECT_LE(state.bytes(), limits.share()) << length << " " << values;
+      BlackBox fresh;
+      addEightKiB(fresh, 1, length, values);
+      EXPECT_LE(fresh.memoryBytes(), limits.share()) << length << " " << values;
     }
   }
 }
@@ -69,7 +59,7 @@ TEST_F(LimitsTest, aShareHoldsEightKiBOfTextsOfFifteenCharactersOrMore) {
 TEST_F(LimitsTest, processesWithinTheirShareLoseNothingToOneThatPublishesWithoutEnd) {
   const int attacker = static_cast<int>(kProtectedProcesses);
   for (int pid = 1; pid <= attacker; pid++) processes.insert(pid);
-  for (int pid = 1; pid < attacker; pid++) publishEightKiB(pid);
+  for (int pid = 1; pid < attacker; pid++) addEightKiB(box, pid);
   processes.erase(1);
   box.markProcessAsDead(1);  // its states are kept for a minute, and nobody may take them before
   publishLarge(attacker, 500'000, 15);
@@ -85,7 +75,7 @@ TEST_F(LimitsTest, processesWithinTheirShareLoseNothingToOneThatPublishesWithout
 TEST_F(LimitsTest, inventedPidsTakeNothingFromProcessesAndNoPlaceFromNewOnes) {
   for (int pid = 1; pid < static_cast<int>(kProtectedProcesses); pid++) {
     processes.insert(pid);
-    publishEightKiB(pid);
+    addEightKiB(box, pid);
   }
   const auto invent = [&](int first, int last) {
     for (int pid = first; pid < last; pid++) box.addProcessState(pid, "key", 1, "value");
@@ -94,7 +84,7 @@ TEST_F(LimitsTest, inventedPidsTakeNothingFromProcessesAndNoPlaceFromNewOnes) {
   EXPECT_THAT(box.getAllLivePids(), SizeIs(limits.maxProcesses));
   for (const int pid : {1'000'001, 2'000'000}) {  // the first was invented before a process got it
     processes.insert(pid);
-    publishEightKiB(pid);
+    addEightKiB(box, pid);
   }
   invent(3'000'000, 3'600'000);
   for (const int pid : processes) expectAllThere(pid);
@@ -103,9 +93,9 @@ TEST_F(LimitsTest, inventedPidsTakeNothingFromProcessesAndNoPlaceFromNewOnes) {
 
 TEST_F(LimitsTest, thoseAboveTheirShareAreCutBeforeInventedPidsAndTheseBeforeProcesses) {
   processes = {1, 2};
-  publishEightKiB(1);
+  addEightKiB(box, 1);
   publishLarge(2, 200, 4000);
-  for (int pid = 1'000'000; box.takeLossReport() == std::nullopt; pid++) publishEightKiB(pid);
+  for (int pid = 1'000'000; box.takeLossReport() == std::nullopt; pid++) addEightKiB(box, pid);
   expectAllThere(1);
   EXPECT_THAT(*box.getAllForPid(2), SizeIs(limits.share() / 4100)) << "the process above its share was cut";
   expectAllThere(1'000'000);  // of the invented pids, the last ones went

@@ -1,7 +1,6 @@
 // The public names of the service, each used once as other code uses it, in the dialect of the device's
 // toolchain. Most of it is checked by compiling; what the names do is checked by the tests of their folders.
 #include <fstream>
-#include <set>
 
 #include <gtest/gtest.h>
 
@@ -72,7 +71,7 @@ TEST(SurfaceTest, configurationLayersFormAChain) {
   EXPECT_EQ(configuration.getCallbackSize(), 0U);
 }
 
-TEST(SurfaceTest, aContextManagerCanBeDerivedFromAndParsesTagsIntoBothKindsOfSet) {
+TEST(SurfaceTest, aContextManagerCanBeDerivedFrom) {
   typed<Factory<SystemContextManager>>(&SystemContextManager::makeDefaultManager);
   struct Fixed : SystemContextManager {
     using SystemContextManager::SystemContextManager;
@@ -85,11 +84,6 @@ TEST(SurfaceTest, aContextManagerCanBeDerivedFromAndParsesTagsIntoBothKindsOfSet
   EXPECT_EQ(
       typed<Texts>(manager.getSystemContext()),
       (Texts{{"build_tags", "user,pebblor_id:1"}, {"build_fingerprint", "print"}, {"pebblor_id", "1"}}));
-  Texts values;
-  std::set<std::string> sorted;
-  std::unordered_set<std::string> hashed;
-  EXPECT_TRUE(SystemContextManager::parseBuildTags("a:b:c,d", sorted, values));
-  EXPECT_TRUE(SystemContextManager::parseBuildTags(std::string("d"), hashed, values));
 }
 
 TEST(SurfaceTest, collectorsAreMadeFromAConfigurationAndAStreamOrByTheirFactory) {
