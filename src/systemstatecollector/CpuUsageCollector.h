@@ -37,9 +37,9 @@ class CpuUsageCollector : public TextCollector {
   // in `stats`. Returns false if no such line is left. Takes any bytes.
   static bool parseNext(std::string_view& text, CpuStats& stats);
 
-  // Returns the percentage of the time between two readings that was not idle, 0 to 100 if idle and iowait
-  // make up no more than the sum has grown. Returns nullopt if no time has passed or the counters went
-  // backwards. All counters are 0 at boot.
+  // Returns the percentage of the time between two readings that was not idle, or nullopt if the sum of the
+  // columns has not grown. It is below 0 if idle and iowait have grown more than the sum. All counters are 0
+  // at boot.
   static std::optional<double> utilizationPercent(const CpuStats& previous, const CpuStats& now);
 
   // Opens /proc/stat. Returns null and logs an error if it cannot be opened.

@@ -24,8 +24,8 @@ struct TextSample {
 class TextCollector : public SampledCollector<TextSample> {
  public:
   // Takes one sample. Returns false, logs an error and stores nothing if the source is a stream whose bad bit
-  // was set before. A failed read is not that: it stores an empty text, and the next sample tries again. The
-  // first failed read of an outage is logged.
+  // was set before. A read that fails stores an empty text and returns true, and the next sample tries again.
+  // Only the first of several failed reads in a row is logged.
   bool collectSystemStateData() override EXCLUDES(mMutex);
 
  protected:

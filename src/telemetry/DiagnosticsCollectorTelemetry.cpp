@@ -39,7 +39,7 @@ constexpr const char* kEventNames[] = {
 constexpr const char* kEventTypes[] = {"error", "start", "success"};
 constexpr const char* kEventFlows[] = {"collector_service_flow", "notification_service_flow"};
 
-// Returns the text of `value`, or `invalid` if it is none of the enumeration.
+// Returns the text of `value`, or `invalid` if the enumeration has no such value.
 template <size_t N, typename Enum>
 const char* textOf(const char* const (&texts)[N], Enum value, const char* invalid) {
   const auto index =
