@@ -3,8 +3,6 @@
 
 #include <filesystem>
 #include <future>
-#include <regex>
-#include <set>
 
 #include <gmock/gmock.h>
 
@@ -16,8 +14,11 @@ namespace Torv {
 namespace {
 
 // Returns an object of these members, whose names begin with "~" for "crash-reporter-".
-Json::Value object(const std::string& members) {
-  return Base::parseJson("{" + std::regex_replace(members, std::regex("~"), "crash-reporter-") + "}").value();
+Json::Value object(std::string members) {
+  for (size_t at = 0; (at = members.find('~', at)) != std::string::npos;) {
+    members.replace(at, 1, "crash-reporter-");
+  }
+  return Base::parseJson("{" + members + "}").value();
 }
 
 class PreferencesConfigurationTest : public ::testing::Test {
