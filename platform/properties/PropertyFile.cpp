@@ -82,10 +82,12 @@ const char* problemOf(const Line& line) {
   return line.value ? brokenRule(line.name, *line.value) : "it has no \"=\"";
 }
 
+// Loops, because this runs for every line at every look-up, and the library's searches cost more.
 std::string_view trimmed(std::string_view text) {
-  constexpr char kSpaces[] = " \t";
-  text.remove_prefix(std::min(text.find_first_not_of(kSpaces), text.size()));
-  return text.substr(0, text.find_last_not_of(kSpaces) + 1);
+  const auto isSpace = [](char c) { return c == ' ' || c == '\t'; };
+  while (!text.empty() && isSpace(text.front())) text.remove_prefix(1);
+  while (!text.empty() && isSpace(text.back())) text.remove_suffix(1);
+  return text;
 }
 
 // Decides nothing: problemOf() says whether the line sets a property, for the few lines that matter to a

@@ -94,14 +94,17 @@ TEST_F(PreferencesFileTest, writersOfSeveralProcessesLoseNothing) {
 TEST_F(PreferencesFileTest, aReaderOfADamagedFileLeavesItsSuccessorInPlace) {
   const test::LogCapture log;
   std::atomic<bool> done = false;
+  std::atomic<int> reads = 0;
   std::thread reader([&] {
-    while (!done) EXPECT_NE(mFile.read(), nullptr);
+    for (; !done; ++reads) EXPECT_NE(mFile.read(), nullptr);
   });
-  for (int round = 0; round < 200; ++round) {
-    for (const char* text : {"{", R"({"a": 1})"}) {
+  const std::string damaged = "{" + std::string(1 << 18, ' ');  // is replaced while it is parsed
+  for (int round = 0; round < 20; ++round) {
+    for (const std::string& text : {damaged, std::string("{}")}) {
       const auto lock = lockFile(mDir.path("preferences.lock"));  // as every writer does
       EXPECT_EQ(test::errorOf(replaceFile(mDir.path(PreferencesFile::kName), text)), "");
     }
+    for (const int before = reads; reads < before + 2;) std::this_thread::yield();
     EXPECT_TRUE(exists(PreferencesFile::kName));
   }
   done = true;
