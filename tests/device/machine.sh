@@ -36,7 +36,7 @@ take_libraries() {
 # run_machine: boots, shows the console, and turns what the guest said into an exit code. What is left of four
 # minutes is the machine's, three at least: a first run has spent more on fetching and building.
 run_machine() {
-  local log=build/device-$arch/console.log limit=$((240 - SECONDS)) arguments='' status=0 shown
+  local log=$builds/console.log limit=$((240 - SECONDS)) arguments='' status=0 shown
   [ "$limit" -ge 180 ] || limit=180
   [ "$record" = no ] || arguments=record
   : >"$log"
@@ -68,7 +68,7 @@ run_machine() {
 # record_parcels FILE: the parcels that the console holds.
 record_parcels() {
   mkdir -p "$(dirname "$1")"
-  sed -n 's/\r$//; s/^parcel //p' "build/device-$arch/console.log" >"$work/parcels"
+  sed -n 's/\r$//; s/^parcel //p' "$builds/console.log" >"$work/parcels"
   [ -s "$work/parcels" ] || die "the console holds no parcels"
   mv "$work/parcels" "$1"
   echo "Wrote $(wc -l <"$1") parcels to $1"
