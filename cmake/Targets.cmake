@@ -70,7 +70,7 @@ endfunction()
 # A libFuzzer target, from a folder of fuzz/. Its corpus is corpus/<name>.
 function(diag_fuzz name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "IN" "SOURCES;LIBS;DIRS")
-  diag_folder_program(${name} "${arg_IN}" "${arg_SOURCES}" "${arg_LIBS}" "${arg_DIRS}")
+  diag_folder_program(${name} "${arg_IN}" "${arg_SOURCES}" "${arg_LIBS}" "${arg_DIRS};fuzz")
   target_link_options(${name} PRIVATE -fsanitize=fuzzer)
 endfunction()
 

@@ -1,7 +1,7 @@
 #include <optional>
 
 #include "BatteryCollector.h"
-#include "Check.h"
+#include "Fuzz.h"
 
 namespace {
 
@@ -16,8 +16,6 @@ std::optional<int64_t> scanNumber(const std::string& text) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::string text(reinterpret_cast<const char*>(data), size);
+FUZZ(text) {
   check(Torv::OS::Diagnostics::BatteryCollector::parseNumber(text) == scanNumber(text), "number");
-  return 0;
 }

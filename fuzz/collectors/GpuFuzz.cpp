@@ -1,11 +1,11 @@
-#include "Check.h"
 #include "GpuCollector.h"
+#include "Lines.h"
 
 using namespace Torv::OS::Diagnostics;
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+FUZZ(text) {
   GpuCollector::GpuUtilStats previous;
-  forEachLine(data, size, [&](std::string_view found, const std::string& line) {
+  forEachLine(text, [&](std::string_view found, const std::string& line) {
     std::istringstream words(line);
     GpuCollector::GpuUtilStats plain;
     words >> plain.busy >> plain.total;
@@ -17,5 +17,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
           "utilisation");
     previous = stats;
   });
-  return 0;
 }

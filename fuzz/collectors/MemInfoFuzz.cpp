@@ -1,13 +1,13 @@
 #include <map>
+#include <sstream>
 
-#include "Check.h"
+#include "Fuzz.h"
 #include "SystemMemInfoCollector.h"
 
 using namespace Torv::OS::Diagnostics;
 using MemInfo = SystemMemInfoCollector::MemInfo;
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::string text(reinterpret_cast<const char*>(data), size);
+FUZZ(text) {
   const std::map<std::string, bool> isRequired{
       {"MemTotal", true}, {"MemFree", true}, {"MemAvailable", true}, {"Buffers", false}, {"Cached", false}};
   std::map<std::string, uint32_t> values;
@@ -36,5 +36,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const auto percent = SystemMemInfoCollector::availablePercent(info);
   check(percent.has_value() == (found[1] == 3 && values["MemTotal"] != 0), "share");
   check(!percent || *percent == values["MemAvailable"] * 100.0 / values["MemTotal"], "share");
-  return 0;
 }

@@ -1,12 +1,12 @@
 #include <cstring>
 
-#include "Check.h"
+#include "Lines.h"
 #include "PsiCollector.h"
 
 using namespace Torv::OS::Diagnostics;
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  forEachLine(data, size, [&](std::string_view found, const std::string& line) {
+FUZZ(text) {
+  forEachLine(text, [&](std::string_view found, const std::string& line) {
     char type[5] = "";
     float averages[3] = {};
     unsigned long total = 0;
@@ -20,5 +20,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     check(std::memcmp(foundAverages, averages, sizeof(averages)) == 0, "averages");
     check(psi.total == total, "total");
   });
-  return 0;
 }

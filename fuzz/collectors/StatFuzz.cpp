@@ -1,14 +1,14 @@
 #include <cmath>
 #include <cstring>
+#include <sstream>
 
-#include "Check.h"
 #include "CpuUsageCollector.h"
+#include "Fuzz.h"
 
 using namespace Torv::OS::Diagnostics;
 using CpuStats = CpuUsageCollector::CpuStats;
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::string text(reinterpret_cast<const char*>(data), size);
+FUZZ(text) {
   std::string_view rest = text;
   CpuStats previous;
   CpuStats found;
@@ -29,5 +29,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     previous = found;
   }
   check(!CpuUsageCollector::parseNext(rest, found), "line that is none");
-  return 0;
 }

@@ -1,27 +1,24 @@
-#include <cstdint>
-#include <cstdlib>
-
+#include "Fuzz.h"
 #include "systemcontext/SystemContextManager.h"
 
 using Torv::OS::Diagnostics::SystemContextManager;
 
 // Every flag and value that the parser returns must stand between two commas of the input, unchanged.
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::string tags(reinterpret_cast<const char*>(data), size);
+FUZZ(tags) {
   std::unordered_set<std::string> flags;
   std::unordered_map<std::string, std::string> values;
-  if (!SystemContextManager::parseBuildTags(tags, flags, values)) abort();
+  check(SystemContextManager::parseBuildTags(tags, flags, values), "every text can be parsed");
   const std::string listed = "," + tags + ",";
+  const auto isName = [](const std::string& text) {
+    return !text.empty() && text.find_first_of(",:") == std::string::npos;
+  };
   for (const std::string& flag : flags) {
-    if (flag.empty() || flag.find_first_of(",:") != std::string::npos) abort();
-    if (listed.find("," + flag + ",") == std::string::npos) abort();
+    check(isName(flag) && listed.find("," + flag + ",") != std::string::npos, "flag");
   }
   for (const auto& [name, value] : values) {
-    if (name.empty() || name.find_first_of(",:") != std::string::npos) abort();
     const std::string tag = "," + name + ":";
     const size_t last = listed.rfind(tag);
-    if (last == std::string::npos || listed.compare(last + tag.size(), value.size() + 1, value + ",") != 0)
-      abort();
+    check(isName(name) && last != std::string::npos, "name");
+    check(listed.compare(last + tag.size(), value.size() + 1, value + ",") == 0, "value");
   }
-  return 0;
 }

@@ -1,12 +1,10 @@
 // Sends the input to one of the two services, as the binder library calls it. The first byte's bits choose
 // the service, whether the request begins with the interface's token, and whether the call is one-way. The
 // second byte chooses the code. The rest is the request's body.
-#include <cstdlib>
 #include <iterator>
 #include <utility>
 
-#include <android/log.h>
-
+#include "Fuzz.h"
 #include "service/DiagnosticsCollectorService.h"
 #include "service/DiagnosticsNotificationService.h"
 
@@ -20,7 +18,7 @@ using android::binder::Status;
 
 enum : uint8_t { kToken = 1, kOneWay = 2, kNotifier = 4 };
 
-// Codes of the interfaces and next to them, codes of every binder object, and the largest.
+// Codes of the interfaces and next to them, the largest, and codes of every binder object.
 constexpr uint32_t kCodes[] = {0,
                                1,
                                2,
@@ -30,10 +28,6 @@ constexpr uint32_t kCodes[] = {0,
                                IBinder::PING_TRANSACTION,
                                IBinder::INTERFACE_TRANSACTION,
                                IBinder::DUMP_TRANSACTION};
-
-void require(bool condition) {
-  if (!condition) abort();
-}
 
 // A `Base` that drops its telemetry events and reports success.
 template <typename Base>
@@ -68,7 +62,7 @@ class FixedContext : public SystemContextManager {
 class StrictObserver : public Observer {
  public:
   void onEvent(int eventId, std::optional<std::unordered_map<std::string, std::string>> data) override {
-    require((eventId == 0 || eventId == 1) && !data);
+    check((eventId == 0 || eventId == 1) && !data, "a known event");
   }
 };
 
@@ -86,33 +80,26 @@ sp<android::BBinder> makeNotifier() {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  __android_log_set_minimum_priority(ANDROID_LOG_FATAL);  // every event is logged
-  return 0;
-}
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+FUZZ(input) {
   static const sp<android::BBinder> collector = makeCollector();
   static const sp<android::BBinder> notifier = makeNotifier();
-  if (size < 2) return 0;
-  android::BBinder& service = (data[0] & kNotifier) != 0 ? *notifier : *collector;
-  const uint32_t code = kCodes[data[1] % std::size(kCodes)];
+  if (input.size() < 2) return;
+  android::BBinder& service = (input[0] & kNotifier) != 0 ? *notifier : *collector;
+  const uint32_t code = kCodes[static_cast<uint8_t>(input[1]) % std::size(kCodes)];
   Parcel request;
-  if ((data[0] & kToken) != 0) request.writeInterfaceToken(service.getInterfaceDescriptor());
-  request.write(data + 2, size - 2);
+  if ((input[0] & kToken) != 0) request.writeInterfaceToken(service.getInterfaceDescriptor());
+  request.write(input.data() + 2, input.size() - 2);
   request.setDataPosition(0);
   Parcel reply;
-  const uint32_t flags = (data[0] & kOneWay) != 0 ? IBinder::FLAG_ONEWAY : 0;
+  const uint32_t flags = (input[0] & kOneWay) != 0 ? IBinder::FLAG_ONEWAY : 0;
   const android::status_t result = service.transact(code, request, &reply, flags);
-  if (result != android::OK || code == 0 || code > 3 || reply.dataSize() == 0) return 0;
+  if (result != android::OK || code == 0 || code > 3 || reply.dataSize() == 0) return;
   // A client must be able to read the reply.
   Status status;
-  require(status.readFromParcel(reply) == android::OK);
-  if (!status.isOk()) {
-    require(status.exceptionCode() == Status::EX_NULL_POINTER && reply.dataAvail() == 0);
-    return 0;
-  }
+  check(status.readFromParcel(reply) == android::OK, "a status");
   android::os::PersistableBundle answer;
-  require(reply.readParcelable(&answer) == android::OK && reply.dataAvail() == 0);
-  return 0;
+  check(status.isOk() ? reply.readParcelable(&answer) == android::OK
+                      : status.exceptionCode() == Status::EX_NULL_POINTER,
+        "a bundle, or the one exception");
+  check(reply.dataAvail() == 0, "the end");
 }
