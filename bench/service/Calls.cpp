@@ -62,19 +62,20 @@ void publishStates(int processes, int updates) {
 }
 
 std::unique_ptr<fixture::Process> startHelper(const fixture::Daemon& daemon,
-                                              std::vector<std::string> arguments,
-                                              const std::string& runtime) {
+                                              std::vector<std::string> arguments) {
   arguments.insert(arguments.begin(), fixture::staged("service_bench_helper"));
   fixture::ProcessOptions options = daemon.client(fixture::serviceUid());
   options.output = daemon.dir().path("helper.log");
-  if (!runtime.empty()) options.environment["TORV_RUNTIME_DIR"] = runtime;
   return std::make_unique<fixture::Process>(arguments, options);
 }
 
 ServiceAndEcho::ServiceAndEcho() {
   mDaemon.start();
   publishStates();
-  mEcho = startHelper(mDaemon, {"echo"}, mEchoRuntime.path());
+  {
+    const test::ScopedEnv runtime("TORV_RUNTIME_DIR", mEchoRuntime.path());
+    mEcho = startHelper(mDaemon, {"echo"});
+  }
   if (!fixture::eventually([this] { return echo() != nullptr; })) fail("no echo", 0);
 }
 

@@ -23,11 +23,10 @@ void useAllCores();
 // each key `updates` times. Ends the program if a state cannot be sent.
 void publishStates(int processes = kProcesses, int updates = 1);
 
-// Starts service_bench_helper with `arguments` in the runtime directory of `daemon`, or in `runtime` if that
-// is given.
+// Starts service_bench_helper with `arguments` in the current runtime directory, which is that of `daemon`
+// unless the caller has changed it. What the helper prints goes to a file below `daemon`'s directory.
 std::unique_ptr<fixture::Process> startHelper(const fixture::Daemon& daemon,
-                                              std::vector<std::string> arguments,
-                                              const std::string& runtime = "");
+                                              std::vector<std::string> arguments);
 
 // A running daemon with the states of all processes, and the echo service in a runtime directory of its own,
 // because one process publishes in each.

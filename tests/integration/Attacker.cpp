@@ -34,13 +34,12 @@ namespace {
 using android::base::unique_fd;
 using dev::kerno::internal::diagnostics::IDiagnosticsCollectorService;
 using dev::kerno::internal::diagnostics::IDiagnosticsNotificationService;
-using libstatsd::StatsEventWriter;
 using platform::binder::FrameHeader;
 using platform::binder::FrameKind;
 using platform::binder::kMaxPayload;
 
-constexpr uint32_t kAllStates = 2;
-constexpr uint32_t kNotify = 1;
+constexpr auto kCollector = IDiagnosticsCollectorService::kServiceName;
+constexpr auto kNotifier = IDiagnosticsNotificationService::kServiceName;
 
 std::string header(size_t size, uint32_t code, uint32_t flags) {
   const FrameHeader header{static_cast<uint32_t>(FrameKind::Transaction), static_cast<uint32_t>(size), code,
@@ -48,32 +47,35 @@ std::string header(size_t size, uint32_t code, uint32_t flags) {
   return {reinterpret_cast<const char*>(&header), sizeof(header)};
 }
 
-// The frame of a request for the states of all processes.
-std::string request() {
+std::string frame(const android::String16& token, std::initializer_list<int32_t> words, uint32_t code,
+                  uint32_t flags) {
   android::Parcel parcel;
-  parcel.writeInterfaceToken(IDiagnosticsCollectorService::descriptor);
-  return header(parcel.dataSize(), kAllStates, 0) +
+  parcel.writeInterfaceToken(token);
+  for (const int32_t word : words) parcel.writeInt32(word);
+  return header(parcel.dataSize(), code, flags) +
          std::string(reinterpret_cast<const char*>(parcel.data()), parcel.dataSize());
 }
 
-// The frame of a one-way event, with an empty bundle.
+constexpr uint32_t kAllStates = IDiagnosticsCollectorService::kGetAllAvailableApplicationStateData;
+
+std::string request() {
+  return frame(IDiagnosticsCollectorService::descriptor, {}, kAllStates, 0);
+}
+
+// A one-way event, with an empty bundle.
 std::string event() {
-  android::Parcel parcel;
-  parcel.writeInterfaceToken(IDiagnosticsNotificationService::descriptor);
-  for (const int32_t word : {0, 1, 0}) parcel.writeInt32(word);
-  return header(parcel.dataSize(), kNotify, android::IBinder::FLAG_ONEWAY) +
-         std::string(reinterpret_cast<const char*>(parcel.data()), parcel.dataSize());
+  return frame(IDiagnosticsNotificationService::descriptor, {0, 1, 0}, 1, android::IBinder::FLAG_ONEWAY);
 }
 
 unique_fd connectTo(const char* service) {
   auto socket = platform::binder::connectTo(*platform::binder::addressOf(service));
   return socket.ok() ? std::move(*socket) : unique_fd();
 }
-unique_fd connectToCollector() {
-  return connectTo(IDiagnosticsCollectorService::kServiceName);
-}
-unique_fd connectToNotifier() {
-  return connectTo(IDiagnosticsNotificationService::kServiceName);
+
+std::string repeated(const std::string& text, int times) {
+  std::string all;
+  while (times-- > 0) all += text;
+  return all;
 }
 
 bool sendAll(const unique_fd& socket, const std::string& bytes, int flags = 0) {
@@ -86,56 +88,28 @@ void ready() {
   fflush(stdout);
 }
 
-void onThreads(int count, void (*body)()) {
-  std::vector<std::thread> threads;
-  for (int i = 0; i < count; ++i) threads.emplace_back(body);
-  ready();
-  for (std::thread& thread : threads) thread.join();
-}
-
-void nothing() {
-  ready();
-  pause();
-}
-
 // Keeps `count` connections that have sent `bytes`, and replaces the oldest for ever.
 void holdConnections(size_t count, const std::string& bytes) {
   std::deque<unique_fd> held;
   for (size_t made = 0;; ++made) {
     if (made == count) ready();
     if (held.size() == count) held.pop_front();
-    held.push_back(connectToCollector());
+    held.push_back(connectTo(kCollector));
     sendAll(held.back(), bytes, MSG_DONTWAIT);
   }
 }
 
-void silentConnections() {
-  holdConnections(4000, "");
-}
-
-// Many threads that try to connect without ever waiting.
+// Tries to connect without ever waiting.
 void connectSpin() {
-  onThreads(8, [] {
-    const auto address = platform::binder::addressOf(IDiagnosticsCollectorService::kServiceName);
-    const auto path = platform::SocketPath::of(address->directory, address->file);
-    std::deque<unique_fd> held;
-    for (;;) {
-      unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-      if (connect(fd.get(), path->address(), path->size()) != 0) continue;
-      held.push_back(std::move(fd));
-      if (held.size() > 1000) held.pop_front();
-    }
-  });
-}
-
-void halfFrames() {
-  holdConnections(1000, header(kMaxPayload, kAllStates, 0) + "half");
-}
-
-void slowReaders() {
-  std::string requests;
-  for (int i = 0; i < 20; ++i) requests += request();
-  holdConnections(1000, requests);
+  const auto address = platform::binder::addressOf(kCollector);
+  const auto path = platform::SocketPath::of(address->directory, address->file);
+  std::deque<unique_fd> held;
+  for (;;) {
+    unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (connect(fd.get(), path->address(), path->size()) != 0) continue;
+    held.push_back(std::move(fd));
+    if (held.size() > 1000) held.pop_front();
+  }
 }
 
 // On as many connections as there are to be had, requests without a pause. The replies are read.
@@ -145,35 +119,13 @@ void pipelinedCalls() {
   const std::string one = request();
   for (bool first = true; true; first = false) {
     for (unique_fd& socket : sockets) {
-      if (!socket.ok()) socket = connectToCollector();
+      if (!socket.ok()) socket = connectTo(kCollector);
       while (sendAll(socket, one, MSG_DONTWAIT)) {
       }
       if (recv(socket.get(), sink.data(), sink.size(), MSG_DONTWAIT) == 0) socket.reset();
     }
     if (first) ready();
   }
-}
-
-void oneWayFlood() {
-  onThreads(8, [] {
-    std::string events;
-    for (int i = 0; i < 64; ++i) events += event();
-    for (unique_fd socket;;) {
-      if (!sendAll(socket, events)) socket = connectToNotifier();
-    }
-  });
-}
-
-void connectSendClose() {
-  onThreads(8, [] {
-    for (const std::string one = event();;) sendAll(connectToNotifier(), one);
-  });
-}
-
-void malformedFrames() {
-  onThreads(8, [] {
-    for (const std::string garbage(100, 'G');;) sendAll(connectToCollector(), garbage);
-  });
 }
 
 // Callers that are stopped for a while and then killed in mid-call.
@@ -183,7 +135,7 @@ void killedCallers() {
     const pid_t child = fork();
     if (child == 0) {
       prctl(PR_SET_PDEATHSIG, SIGKILL);
-      const unique_fd socket = connectToCollector();
+      const unique_fd socket = connectTo(kCollector);
       for (const std::string one = request(); sendAll(socket, one);) {
       }
       _exit(0);
@@ -199,59 +151,54 @@ void killedCallers() {
   }
 }
 
-// Publishes without end. `publish` gets the number of the atom.
-template <typename Publish>
-void flood(Publish publish) {
-  StatsEventWriter writer;
+void oneWayFlood() {
+  for (unique_fd socket;;) {
+    if (!sendAll(socket, repeated(event(), 64))) socket = connectTo(kNotifier);
+  }
+}
+
+struct Atom {
+  int pid;
+  std::string key;
+  std::string value;
+};
+
+// Publishes without end. `atomOf` gets the number of the atom.
+template <Atom (*atomOf)(long)>
+void flood() {
+  libstatsd::StatsEventWriter writer;
   ready();
-  for (long i = 0;; ++i) publish(writer, i);
+  for (long i = 0;; ++i) {
+    const Atom atom = atomOf(i);
+    writer.publishApplicationState(atom.pid, atom.key, atom.value);
+  }
 }
 
-void uniqueKeys() {
-  flood([pid = getpid()](StatsEventWriter& writer, long i) {
-    const std::string text = std::to_string(100'000'000'000'000 + i);
-    writer.publishApplicationState(pid, text, text);
-  });
+Atom uniqueKey(long i) {
+  const std::string text = std::to_string(100'000'000'000'000 + i);
+  return {getpid(), text, text};
 }
 
-void inventedPids() {
-  flood([](StatsEventWriter& writer, long i) {
-    writer.publishApplicationState(2'000'000 + static_cast<int>(i % 1'200'000), "key", "value");
-  });
+Atom ofInventedPid(long i) {
+  return {2'000'000 + static_cast<int>(i % 1'200'000), "key", "value"};
 }
 
-// 520 kB of one process: more than a reply can carry.
-void largeProcess() {
-  flood([pid = getpid(), value = std::string(3900, 'x')](StatsEventWriter& writer, long i) {
-    writer.publishApplicationState(pid, std::to_string(i % 134), value);
-  });
-}
-
-void atomsOfOneKey() {
-  flood([pid = getpid(), value = std::string(3900, 'x')](StatsEventWriter& writer, long) {
-    writer.publishApplicationState(pid, "key", value);
-  });
+// One of `keys` keys of this process, with 3,900 bytes in each.
+template <int keys>
+Atom largeAtom(long i) {
+  return {getpid(), std::to_string(i % keys), std::string(3900, 'x')};
 }
 
 using Query = android::binder::Status (IDiagnosticsCollectorService::*)(android::os::PersistableBundle*);
 
 template <Query query>
-void askForEver() {
-  const auto collector =
-      android::interface_cast<IDiagnosticsCollectorService>(android::defaultServiceManager()->checkService(
-          android::String16(IDiagnosticsCollectorService::kServiceName)));
+void ask() {
+  const auto collector = android::interface_cast<IDiagnosticsCollectorService>(
+      android::defaultServiceManager()->checkService(android::String16(kCollector)));
   for (;;) {
     android::os::PersistableBundle reply;
     ((*collector).*query)(&reply);
   }
-}
-
-void wholeTableCalls() {
-  onThreads(16, askForEver<&IDiagnosticsCollectorService::getAllAvailableApplicationStateData>);
-}
-
-void contextCalls() {
-  onThreads(20, askForEver<&IDiagnosticsCollectorService::getSystemContextData>);
 }
 
 // Locks every lock file of the service that it can open, and prints their names.
@@ -262,32 +209,37 @@ void heldLocks() {
     const int fd = open(entry.path().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (fd >= 0 && flock(fd, LOCK_EX | LOCK_NB) == 0) printf("holds %s\n", name.c_str());
   }
-  ready();
-  pause();
 }
 
 struct Attack {
   const char* name;
+  int threads;  // that run it; 0: the main thread does, and says "ready" itself unless it returns
   void (*run)();
 };
 constexpr Attack kAttacks[] = {
-    {"nothing", nothing},
-    {"silentConnections", silentConnections},
-    {"connectSpin", connectSpin},
-    {"halfFrames", halfFrames},
-    {"slowReaders", slowReaders},
-    {"pipelinedCalls", pipelinedCalls},
-    {"oneWayFlood", oneWayFlood},
-    {"connectSendClose", connectSendClose},
-    {"malformedFrames", malformedFrames},
-    {"killedCallers", killedCallers},
-    {"uniqueKeys", uniqueKeys},
-    {"inventedPids", inventedPids},
-    {"largeProcess", largeProcess},
-    {"atomsOfOneKey", atomsOfOneKey},
-    {"wholeTableCalls", wholeTableCalls},
-    {"contextCalls", contextCalls},
-    {"heldLocks", heldLocks},
+    {"nothing", 1, [] { pause(); }},
+    {"silentConnections", 0, [] { holdConnections(4000, ""); }},
+    {"connectSpin", 8, connectSpin},
+    {"halfFrames", 0, [] { holdConnections(1000, header(kMaxPayload, kAllStates, 0) + "half"); }},
+    {"slowReaders", 0, [] { holdConnections(1000, repeated(request(), 20)); }},
+    {"pipelinedCalls", 0, pipelinedCalls},
+    {"oneWayFlood", 8, oneWayFlood},
+    {"connectSendClose", 8,
+     [] {
+       for (;;) sendAll(connectTo(kNotifier), event());
+     }},
+    {"malformedFrames", 8,
+     [] {
+       for (;;) sendAll(connectTo(kCollector), std::string(100, 'G'));
+     }},
+    {"killedCallers", 0, killedCallers},
+    {"uniqueKeys", 0, flood<uniqueKey>},
+    {"inventedPids", 0, flood<ofInventedPid>},
+    {"largeProcess", 0, flood<largeAtom<134>>},  // 520 kB
+    {"atomsOfOneKey", 0, flood<largeAtom<1>>},
+    {"wholeTableCalls", 16, ask<&IDiagnosticsCollectorService::getAllAvailableApplicationStateData>},
+    {"contextCalls", 20, ask<&IDiagnosticsCollectorService::getSystemContextData>},
+    {"heldLocks", 0, heldLocks},
 };
 
 }  // namespace
@@ -298,7 +250,11 @@ int main(int argc, char** argv) {
   descriptors.rlim_cur = descriptors.rlim_max;
   setrlimit(RLIMIT_NOFILE, &descriptors);
   for (const Attack& attack : kAttacks) {
-    if (argc == 2 && strcmp(argv[1], attack.name) == 0) attack.run();
+    if (argc != 2 || strcmp(argv[1], attack.name) != 0) continue;
+    if (attack.threads == 0) attack.run();
+    for (int i = 0; i < attack.threads; ++i) std::thread(attack.run).detach();
+    ready();
+    pause();
   }
   return 2;
 }

@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <gtest/gtest.h>
-#include <json/value.h>
 
 #include "base/Json.h"
 #include "fixture/Daemon.h"
@@ -34,9 +33,7 @@ TEST(StoryTest, aReporterLearnsWhatADeadApplicationWasDoing) {
 
   fixture::ProcessOptions application = daemon.client(fixture::applicationUid());
   application.output = daemon.dir().path("application.log");
-  for (const char* sanitizer : {"ASAN_OPTIONS", "TSAN_OPTIONS"}) {
-    application.environment[sanitizer] = "handle_segv=0";
-  }
+  const test::ScopedEnv asan("ASAN_OPTIONS", "handle_segv=0"), tsan("TSAN_OPTIONS", "handle_segv=0");
   fixture::Process crashing({staged("crash_story_app"), "--seconds", "1"}, application);
   const int status = crashing.wait().value_or(0);
   ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGSEGV) << status;

@@ -4,6 +4,7 @@
 #include <dev/kerno/internal/diagnostics/BpDiagnosticsCollectorService.h>
 #include <dev/kerno/internal/diagnostics/BpDiagnosticsNotificationService.h>
 
+#include <android-base/stringprintf.h>
 #include <utils/String16.h>
 
 namespace {
@@ -19,11 +20,9 @@ using namespace dev::kerno::internal::diagnostics;
 using Parcels = std::vector<std::pair<std::string, std::string>>;
 
 std::string hexOf(const Parcel& parcel) {
-  static constexpr char kDigits[] = "0123456789abcdef";
   std::string text;
   for (size_t i = 0; i < parcel.dataSize(); ++i) {
-    text += kDigits[parcel.data()[i] >> 4];
-    text += kDigits[parcel.data()[i] & 15];
+    android::base::StringAppendF(&text, "%02x", parcel.data()[i]);
   }
   return text;
 }
@@ -71,33 +70,25 @@ PersistableBundle strings(std::initializer_list<std::pair<const char*, String16>
   return bundle;
 }
 
+PersistableBundle with(PersistableBundle bundle, const char* key, const PersistableBundle& nested) {
+  bundle.putPersistableBundle(String16(key), nested);
+  return bundle;
+}
+
 PersistableBundle processBundle(int32_t pid) {
   PersistableBundle bundle;
   bundle.putInt(String16("processId"), pid);
-  bundle.putPersistableBundle(
-      String16("ApplicationStateData"),
+  return with(
+      bundle, "ApplicationStateData",
       strings(
           {{"screen", String16("home")}, {"odd", String16("abc")}, {"empty", String16()}, {"wide", kWide}}));
-  return bundle;
-}
-
-PersistableBundle allProcessesBundle() {
-  PersistableBundle bundle;
-  bundle.putPersistableBundle(String16("1234"), processBundle(1234));
-  bundle.putPersistableBundle(String16("-1"), processBundle(-1));
-  return bundle;
 }
 
 PersistableBundle systemBundle() {
-  PersistableBundle space = strings({{"GlobalNamespace", String16("telemetry")}});
-  space.putPersistableBundle(String16("GlobalStateData"),
-                             strings({{"service_session_id", String16("{\"dt_ms\":5,\"v\":\"S\"}")}}));
-  PersistableBundle spaces;
-  spaces.putPersistableBundle(String16("telemetry"), space);
-  PersistableBundle bundle;
-  bundle.putPersistableBundle(String16("SystemContextData"), strings({{"build_tags", String16("dev-keys")}}));
-  bundle.putPersistableBundle(String16("GlobalStateData"), spaces);
-  return bundle;
+  const auto ids = strings({{"service_session_id", String16("{\"dt_ms\":5,\"v\":\"S\"}")}});
+  const auto space = with(strings({{"GlobalNamespace", String16("telemetry")}}), "GlobalStateData", ids);
+  const auto context = strings({{"build_tags", String16("dev-keys")}});
+  return with(with({}, "SystemContextData", context), "GlobalStateData", with({}, "telemetry", space));
 }
 
 PersistableBundle everyType() {
@@ -138,20 +129,18 @@ void packRequests(Parcels& out) {
   keep("request-notify-0-empty");
   notification->notifySystemEvent(IDiagnosticsNotificationEventCode{-1}, everyType());
   keep("request-notify-every-type");
-  PersistableBundle nested;
-  nested.putPersistableBundle(String16("inner"), everyType());
-  notification->notifySystemEvent(IDiagnosticsNotificationEventCode{1}, nested);
+  notification->notifySystemEvent(IDiagnosticsNotificationEventCode{1}, with({}, "inner", everyType()));
   keep("request-notify-1-nested");
 }
 
 void packReply(Parcels& out, const std::string& name, uint32_t code, const Status& status,
-               const PersistableBundle& answer) {
+               const PersistableBundle& answer, bool nullName = false) {
   sp<IBinder> stub = new FixedCollector(status, answer);
   Parcel request, reply;
   request.writeInterfaceToken(IDiagnosticsCollectorService::descriptor);
   if (code == IDiagnosticsCollectorService::kGetApplicationStateDataForProcess) {
     request.writeInt32(1);
-    request.writeString16(String16());
+    nullName ? request.writeInt32(-1) : request.writeString16(String16());
   }
   stub->transact(code, request, &reply);
   out.emplace_back(name, hexOf(reply));
@@ -163,7 +152,8 @@ void packReplies(Parcels& out) {
   constexpr auto kSystem = IDiagnosticsCollectorService::kGetSystemContextData;
   packReply(out, "reply-process", kProcess, Status::ok(), processBundle(1234));
   packReply(out, "reply-process-unknown", kProcess, Status::ok(), {});
-  packReply(out, "reply-all", kAll, Status::ok(), allProcessesBundle());
+  packReply(out, "reply-all", kAll, Status::ok(),
+            with(with({}, "1234", processBundle(1234)), "-1", processBundle(-1)));
   packReply(out, "reply-system", kSystem, Status::ok(), systemBundle());
   packReply(out, "reply-interface", IBinder::INTERFACE_TRANSACTION, Status::ok(), {});
   for (const int32_t exception : {-1, -2, -3, -4, -5, -6, -7, -9, -55}) {
@@ -174,15 +164,8 @@ void packReplies(Parcels& out) {
   packReply(out, "reply-service-specific", kAll, Status::fromServiceSpecificError(7, "x"), {});
   // A failed transaction has no reply to speak of: the status goes back in its place.
   packReply(out, "reply-failed-transaction", kAll, Status::fromStatusT(android::FAILED_TRANSACTION), {});
-
   // A null name becomes an exception of the stub's own.
-  sp<IBinder> stub = new FixedCollector(Status::ok(), processBundle(1));
-  Parcel request, reply;
-  request.writeInterfaceToken(IDiagnosticsCollectorService::descriptor);
-  request.writeInt32(1);
-  request.writeInt32(-1);
-  stub->transact(kProcess, request, &reply);
-  out.emplace_back("reply-null-name", hexOf(reply));
+  packReply(out, "reply-null-name", kProcess, Status::ok(), processBundle(1), true);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 
 #include <binder/IServiceManager.h>
 #include <statsd/StatsEventWriter.h>
+#include <utils/String8.h>
 
 namespace fixture {
 namespace {
@@ -17,15 +18,37 @@ namespace fs = std::filesystem;
 using android::IBinder;
 using android::sp;
 using android::String16;
+using android::String8;
+using android::os::PersistableBundle;
 
 constexpr char kCorrelationOn[] =
     "persist.device_config.pellux_shared_os_services.oscontrol_enable_diagnostic_collector_service_corr="
     "true\n";
 
-// A device root with this machine's kernel behind it.
-void writeDeviceRoot(const test::TempDir& dir) {
-  dir.write("device/system_ext/etc/torv_crashreporter.conf", "{}\n");
-  fs::create_directory_symlink("/proc", dir.path("device/proc"));
+Json::Value toJson(const PersistableBundle& bundle) {
+  Json::Value object(Json::objectValue);
+  for (const String16& key : bundle.getStringKeys()) {
+    String16 value;
+    bundle.getString(key, &value);
+    object[String8(key).string()] = String8(value).string();
+  }
+  for (const String16& key : bundle.getIntKeys()) {
+    int32_t value = 0;
+    bundle.getInt(key, &value);
+    object[String8(key).string()] = value;
+  }
+  for (const String16& key : bundle.getPersistableBundleKeys()) {
+    PersistableBundle nested;
+    bundle.getPersistableBundle(key, &nested);
+    object[String8(key).string()] = toJson(nested);
+  }
+  if (object.size() != bundle.size()) throw std::runtime_error("an answer has an entry of another type");
+  return object;
+}
+
+Json::Value answer(const android::binder::Status& status, const PersistableBundle& data) {
+  if (!status.isOk()) throw std::runtime_error(status.toString8().string());
+  return toJson(data);
 }
 
 }  // namespace
@@ -35,7 +58,9 @@ Daemon::Daemon()
       mDeviceRoot("TORV_DEVICE_ROOT", mDir.path("device")) {
   fs::permissions(mDir.path(), fs::perms(0755));
   fs::create_directory(runtime());
-  writeDeviceRoot(mDir);
+  // This machine's kernel is behind the device root.
+  mDir.write("device/system_ext/etc/torv_crashreporter.conf", "{}\n");
+  fs::create_directory_symlink("/proc", mDir.path("device/proc"));
   setProperties(kCorrelationOn);
 }
 
@@ -82,10 +107,6 @@ int Daemon::stop(int signal) {
   return mProcess->wait().value_or(-1);
 }
 
-size_t Daemon::countInLog(const std::string& text) const {
-  return countOf(log(), text);
-}
-
 bool Daemon::logs(const std::string& text) const {
   return eventually([&] { return countInLog(text) > 0; });
 }
@@ -104,10 +125,19 @@ sp<IDiagnosticsNotificationService> Daemon::notifier() {
       binder(IDiagnosticsNotificationService::kServiceName));
 }
 
-ProcessOptions Daemon::client(uid_t uid) const {
-  ProcessOptions options;
-  options.uid = uid;
-  return options;
+Json::Value Daemon::askProcess(pid_t pid) {
+  PersistableBundle data;
+  return answer(collector()->getApplicationStateDataForProcess(pid, String16("test"), &data), data);
+}
+
+Json::Value Daemon::askAll() {
+  PersistableBundle data;
+  return answer(collector()->getAllAvailableApplicationStateData(&data), data);
+}
+
+Json::Value Daemon::askContext() {
+  PersistableBundle data;
+  return answer(collector()->getSystemContextData(&data), data);
 }
 
 size_t countOf(const std::string& text, const std::string& part) {

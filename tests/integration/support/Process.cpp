@@ -17,24 +17,6 @@
 namespace fixture {
 namespace {
 
-std::vector<char*> pointers(std::vector<std::string>& texts) {
-  std::vector<char*> result;
-  result.reserve(texts.size() + 1);
-  for (std::string& text : texts) result.push_back(text.data());
-  result.push_back(nullptr);
-  return result;
-}
-
-std::vector<std::string> environmentWith(const std::map<std::string, std::string>& additions) {
-  std::vector<std::string> result;
-  for (char** entry = environ; *entry != nullptr; ++entry) {
-    const std::string text = *entry;
-    if (additions.count(text.substr(0, text.find('='))) == 0) result.push_back(text);
-  }
-  for (const auto& [name, value] : additions) result.push_back(std::string(name).append("=").append(value));
-  return result;
-}
-
 bool becomeUser(uid_t uid) {
   return uid == getuid() || (setgroups(0, nullptr) == 0 && setgid(uid) == 0 && setuid(uid) == 0);
 }
@@ -60,9 +42,9 @@ void actAs(uid_t uid, const std::function<void()>& work) {
 }
 
 Process::Process(std::vector<std::string> arguments, const ProcessOptions& options) {
-  std::vector<std::string> environment = environmentWith(options.environment);
-  const std::vector<char*> argv = pointers(arguments);
-  const std::vector<char*> envp = pointers(environment);
+  std::vector<char*> argv;
+  for (std::string& argument : arguments) argv.push_back(argument.data());
+  argv.push_back(nullptr);
   const pid_t parent = getpid();
   mPid = fork();
   if (mPid < 0) throw std::runtime_error("fork");
@@ -73,7 +55,7 @@ Process::Process(std::vector<std::string> arguments, const ProcessOptions& optio
     if (output < 0 || dup2(output, STDOUT_FILENO) < 0 || dup2(output, STDERR_FILENO) < 0) _exit(126);
   }
   if (!becomeUser(options.uid) || prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || getppid() != parent) _exit(126);
-  execve(argv[0], argv.data(), envp.data());
+  execv(argv[0], argv.data());
   _exit(127);
 }
 

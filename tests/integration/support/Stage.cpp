@@ -14,13 +14,6 @@ const test::TempDir& stage() {
   return dir;
 }
 
-void copyToStage(const std::string& name) {
-  const fs::path copy = stage().path(name);
-  if (fs::exists(copy)) return;
-  fs::copy_file(buildDirectory() + "/" + name, copy);
-  fs::permissions(copy, fs::perms(0755));
-}
-
 }  // namespace
 
 std::string buildDirectory() {
@@ -29,8 +22,12 @@ std::string buildDirectory() {
 
 std::string staged(const std::string& program) {
   fs::permissions(stage().path(), fs::perms(0755));
-  copyToStage("libossdk.pellux.so");
-  copyToStage(program);
+  for (const std::string& name : {std::string("libossdk.pellux.so"), program}) {
+    const fs::path copy = stage().path(name);
+    if (fs::exists(copy)) continue;
+    fs::copy_file(buildDirectory() + "/" + name, copy);
+    fs::permissions(copy, fs::perms(0755));
+  }
   return stage().path(program);
 }
 

@@ -28,7 +28,7 @@ constexpr size_t kLimit = 1024 * 1024 - 8 * 1024;
 
 Process serve(const char* name) {
   const auto folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
-  return Process({folder / "binder_test_server", name}, {.uid = getuid(), .environment = {}});
+  return Process({folder / "binder_test_server", name}, {.uid = getuid()});
 }
 
 sp<IBinder> lookUp(const char* name) {
