@@ -206,7 +206,7 @@ class AttackTest : public testing::TestWithParam<const char*> {
       row.print(name);
     }
     EXPECT_EQ(row.kept.failed + row.anew.failed, 0) << name;
-    EXPECT_GE(row.kept.ms.size(), 3u) << name << ": each query once";
+    EXPECT_GE(row.kept.ms.size(), kSlower > 4 ? 1u : 3u) << name << ": each query once";
     EXPECT_FALSE(row.isLate()) << name;
     EXPECT_LE(row.files, kDescriptors - 64) << name;
     EXPECT_TRUE(kSanitizer || row.peakMib <= static_cast<double>(peakMib)) << name << ": " << row.peakMib;
