@@ -1,23 +1,62 @@
 #include <atomic>
 #include <filesystem>
-#include <future>
 #include <set>
 #include <thread>
+#include <variant>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <osutils/Properties.h>
+#include <osutils/Telemetry.h>
+#include <statsd/StatsEventWriter.h>
+#include <statsd/StatsdCollection.h>
+#include <statsd/StatsdConfiguration.h>
 #include <statsd/StatsdStatus.h>
 #include <statsd/diagnostics_publisher.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "StatsdFixture.h"
+#include "Bytes.h"
+#include "fixture/Process.h"
 #include "runtime/SocketPath.h"
 #include "support/LogCapture.h"
 #include "support/Result.h"
+#include "support/TempDir.h"
 
 namespace libstatsd {
 namespace {
 
 using android::base::unique_fd;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+// A runtime directory for this process as the service that keeps atoms.
+class StatsdTest : public testing::Test {
+ protected:
+  static PublishStatus publish(const std::vector<std::string>& sources = {"AID_APP"}) {
+    StatsdConfiguration configuration;
+    for (const int32_t atom : {110010, 111983}) EXPECT_TRUE(configuration.addEventAtomId(atom));
+    for (const std::string& source : sources) configuration.addAllowedLogSource(source);
+    return configuration.publishConfigurationBlocked(57476, 1000);
+  }
+
+  // The payloads of the atoms.
+  static std::vector<std::string> fetch() {
+    StatsdCollection collection;
+    collection.addConfiguration(57476, 1000);
+    const auto answer = collection.fetchReportsBlocked();
+    std::vector<std::string> payloads;
+    for (const Report& report : std::get<std::vector<Report>>(answer)) {
+      for (const auto& [time, atom] : report)
+        payloads.emplace_back(Torv::OS::Telemetry::parseAtom(atom).payload);
+    }
+    return payloads;
+  }
+
+  test::TempDir mDirectory;
+  test::ScopedEnv mEnvironment{"TORV_RUNTIME_DIR", mDirectory.path()};
+  StatsEventWriter mWriter;
+};
 
 StatsdStatus status() {
   return readStatsdStatus(std::chrono::seconds(30)).value();
@@ -87,30 +126,27 @@ TEST_F(StatsdTest, losesAndDoublesNothingUnderAFlood) {
   constexpr int kEach = 3000;
   ASSERT_EQ(publish(), PublishStatus::Success);
   std::atomic<int> sending = 3;
-  std::vector<std::jthread> senders;
-  for (const int sender : {0, 1, 2}) {
-    senders.emplace_back([&sending, sender] {
-      StatsEventWriter writer;
-      for (int i = 0; i < kEach; i++) {
-        while (writer.publishApplicationState(sender * kEach + i, "k", "v") != WriteResult::Sent) {
-        }
-      }
-      sending--;
-    });
-  }
-  const auto fetchAll = [&sending] {
-    std::multiset<std::string> seen;
+  const auto publishAll = [&sending](int first) {
+    StatsEventWriter writer;
+    for (int i = 0; i < kEach;) i += writer.publishApplicationState(first + i, "", "") == WriteResult::Sent;
+    sending--;
+  };
+  const auto fetchAll = [&sending](std::multiset<std::string>* seen) {
     for (bool over = false; !over;) {
       over = sending == 0;
-      for (std::string& payload : fetch()) seen.insert(std::move(payload));
+      for (const std::string& payload : fetch()) seen->insert(payload);
     }
-    return seen;
   };
-  auto others = std::async(std::launch::async, fetchAll);
-  std::multiset<std::string> seen = fetchAll();
-  seen.merge(others.get());
-  EXPECT_EQ(seen.size(), 3U * kEach);
-  EXPECT_EQ(std::set<std::string>(seen.begin(), seen.end()).size(), 3U * kEach) << "handed over twice";
+  std::multiset<std::string> one;
+  std::multiset<std::string> other;
+  {
+    std::vector<std::jthread> threads;
+    for (const int sender : {0, 1, 2}) threads.emplace_back(publishAll, sender * kEach);
+    for (auto* seen : {&one, &other}) threads.emplace_back(fetchAll, seen);
+  }
+  one.merge(other);
+  EXPECT_EQ(one.size(), 3U * kEach);
+  EXPECT_EQ(std::set<std::string>(one.begin(), one.end()).size(), 3U * kEach) << "handed over twice";
 }
 
 TEST_F(StatsdTest, aDatagramLongerThanAnyEventCostsOneLogLineAndNobodyElsesAtom) {
@@ -133,22 +169,18 @@ TEST_F(StatsdTest, aStatusAskerWhoDoesNotReadHoldsNothingUp) {
 }
 
 TEST_F(StatsdTest, worksInADirectoryWhosePathNoSocketAddressHolds) {
-  // The atom socket's path fits its address exactly, is a byte too long, and far too long.
-  for (const size_t length : {99, 100, 250}) {
-    const std::string deep = mDirectory.path(std::string(length - mDirectory.path("").size(), 'd'));
-    const test::ScopedEnv environment("TORV_RUNTIME_DIR", deep);
-    ASSERT_EQ(publish(), PublishStatus::Success) << length;
-    EXPECT_EQ(mWriter.publishApplicationState(1, "k", "v"), WriteResult::Sent) << length;
-    EXPECT_EQ(fetch().size(), 1U) << length;
-    EXPECT_EQ(status().servicePid, getpid()) << length;
-  }
+  const test::ScopedEnv environment("TORV_RUNTIME_DIR", mDirectory.path(std::string(200, 'd')));
+  ASSERT_EQ(publish(), PublishStatus::Success);
+  EXPECT_EQ(mWriter.publishApplicationState(1, "k", "v"), WriteResult::Sent);
+  EXPECT_EQ(fetch().size(), 1U);
+  EXPECT_EQ(status().servicePid, getpid());
 }
 
-TEST_F(StatsdTest, aWriterSendsTheEncodingOfADeviceAndGivesUpWhatIsTooLarge) {
+TEST_F(StatsdTest, aWriterSendsTheEncodingOfADeviceAndTellsWhatItLost) {
   const unique_fd sink = socketAt(mDirectory.path(), "statsdw", SOCK_DGRAM, bind);
   const std::string largest(4064 - 32, 'x');  // the rest of the event takes 32 bytes
-  EXPECT_EQ(mWriter.publishApplicationState(1234, "screen", "home"), WriteResult::Sent);
-  EXPECT_EQ(mWriter.publishTelemetrySession("s", ""), WriteResult::Sent);
+  mWriter.publishApplicationState(1234, "screen", "home");
+  mWriter.publishTelemetrySession("s", "");
   EXPECT_EQ(mWriter.publishApplicationState(1, "k", largest), WriteResult::Sent);
   EXPECT_EQ(mWriter.publishApplicationState(1, "k", largest + "x"), WriteResult::TooLarge);
   const std::string head = "74617473 07 05 01 00 baad0100";
@@ -157,16 +189,12 @@ TEST_F(StatsdTest, aWriterSendsTheEncodingOfADeviceAndGivesUpWhatIsTooLarge) {
                           bytes("74617473 07 04 01 00 6fb50100 02 01000000 73 02 00000000"),
                           bytes(head + "00 01000000 02 01000000 6b 02 c00f0000") + largest,
                           bytes("74617473 07 03 01 00 baad0100 0f 04000000")));
-}
 
-TEST_F(StatsdTest, aWriterGivesUpOnAFullQueueAndTellsTheServiceAfterwards) {
-  const unique_fd sink = socketAt(mDirectory.path(), "statsdw", SOCK_DGRAM, bind);
   size_t sent = 0;
   while (mWriter.publishApplicationState(1, "", "") == WriteResult::Sent) ASSERT_LT(sent++, 100'000U);
   EXPECT_EQ(mWriter.publishTelemetrySession("", ""), WriteResult::QueueFull);
   EXPECT_EQ(receiveAll(sink).size(), sent);
-  EXPECT_EQ(mWriter.publishTelemetrySession("", ""), WriteResult::Sent);
-  EXPECT_EQ(mWriter.publishTelemetrySession("", ""), WriteResult::Sent);
+  for (int i = 0; i < 2; i++) EXPECT_EQ(mWriter.publishTelemetrySession("", ""), WriteResult::Sent);
   const std::string event = bytes("74617473 07 04 01 00 6fb50100 02 00000000 02 00000000");
   EXPECT_THAT(receiveAll(sink), ElementsAre(bytes("f5ffffff 01 02000000 6fb50100"), event, event))
       << "the note, once: 2 lost, EAGAIN, last 111983";
@@ -183,6 +211,55 @@ TEST(StatsdStatusTest, isRefusedIfAValueIsMissingOrOfAnotherType) {
       EXPECT_THAT(test::errorOf(parseStatsdStatus(changed.toStyledString())), HasSubstr(name));
     }
   }
+}
+
+// --- diagctl, the real one ---
+
+fixture::Outcome diagctl(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), DIAGCTL);
+  return fixture::run(arguments, {getuid(), {}});
+}
+
+// What a diagctl that refuses says.
+std::string refusal(const std::vector<std::string>& arguments) {
+  const fixture::Outcome outcome = diagctl(arguments);
+  EXPECT_EQ(outcome.exitCode(), 1) << outcome.output;
+  return outcome.output;
+}
+
+TEST_F(StatsdTest, pushedAtomsAreThoseOfAnApplication) {
+  ASSERT_EQ(publish(), PublishStatus::Success);
+  EXPECT_EQ(diagctl({"push", "--pid", "1234", "screen", "home"}).exitCode(), 0);
+  EXPECT_EQ(diagctl({"push", "screen", ""}).exitCode(), 0);
+  EXPECT_EQ(diagctl({"push-session", "s-1", "u-2"}).exitCode(), 0);
+  EXPECT_THAT(diagctl({"status", "--json"}).output, HasSubstr("\"held\" : 3"));
+  const std::vector<std::string> pushed = fetch();
+  mWriter.publishApplicationState(1234, "screen", "home");
+  mWriter.publishApplicationState(getpid(), "screen", "");  // diagctl's parent counts as the shell
+  mWriter.publishTelemetrySession("s-1", "u-2");
+  EXPECT_EQ(pushed, fetch());
+}
+
+TEST_F(StatsdTest, aPushThatCannotArriveIsRefusedInASentence) {
+  EXPECT_THAT(refusal({"push", "k", "v"}),
+              HasSubstr(mDirectory.path() + "/statsd-status: No such file or directory. Start one"));
+  ASSERT_EQ(publish({"AID_LMKD"}), PublishStatus::Success);
+  EXPECT_THAT(
+      refusal({"push", "k", "v"}),
+      HasSubstr("does not take atoms of uid " + std::to_string(getuid()) + ". It takes those of AID_LMKD"));
+  ASSERT_EQ(publish(), PublishStatus::Success);
+  EXPECT_THAT(refusal({"push", "k", std::string(5000, 'x')}), HasSubstr("at most 4064 bytes"));
+  EXPECT_EQ(diagctl({"push", "--pid", "0", "k", "v"}).exitCode(), 2);
+}
+
+TEST_F(StatsdTest, propertiesAreSetReadAndListed) {
+  EXPECT_EQ(diagctl({"prop", "set", "a.b", "one two"}).exitCode(), 0);
+  EXPECT_EQ(diagctl({"prop", "set", "ro.x", "1"}).exitCode(), 0);
+  EXPECT_EQ(Torv::Utils::getSystemProperty("a.b"), "one two");
+  EXPECT_EQ(diagctl({"prop", "get", "a.b"}).output, "one two\n");
+  EXPECT_EQ(diagctl({"prop", "list"}).output, "a.b   one two\nro.x  1\n");
+  EXPECT_THAT(refusal({"prop", "set", "ro.x", "2"}), HasSubstr("ro.x is read-only"));
+  EXPECT_EQ(diagctl({"prop", "get", "absent"}).exitCode(), 1);
 }
 
 }  // namespace

@@ -28,6 +28,7 @@ class UnknownFieldSet {
 // instructions that an atom cost went into making and destroying that message.
 class Atom {
  public:
+  // Protobuf's names. The pointer is never null, and valid as long as the Atom lives.
   const UnknownFieldSet& unknown_fields() const { return mFields; }
   UnknownFieldSet* mutable_unknown_fields() { return &mFields; }
 

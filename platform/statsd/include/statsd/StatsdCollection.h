@@ -11,6 +11,7 @@
 
 namespace libstatsd {
 
+// One atom, and when it was written.
 struct AtomReport {
   int64_t elapsedTimestampNs = 0;  // CLOCK_BOOTTIME, as the writer stamped it
   android::os::statsd::Atom atom;
@@ -18,6 +19,7 @@ struct AtomReport {
 
 using Report = std::vector<AtomReport>;
 
+// Why nothing could be fetched, in one sentence.
 struct Error {
   std::string message;
 };
@@ -26,9 +28,12 @@ struct Error {
 // threads at once: every atom is handed to exactly one of them.
 class StatsdCollection {
  public:
+  // Adds a configuration by the key that it is published under. It need not be published yet.
   void addConfiguration(int32_t configId, int32_t uid);
 
-  // All atoms kept since the last fetch, in the order in which they arrived; fetching clears them.
+  // Removes and returns the atoms that were sent before the call: a report for each configuration that has
+  // any, its atoms in the order in which they arrived. Returns an Error if this process has published no
+  // configuration in the current runtime directory. Never waits for a sender.
   [[nodiscard]] std::variant<std::vector<Report>, Error> fetchReportsBlocked();
 
  private:

@@ -23,32 +23,33 @@ struct StatsdCounters {
   uint64_t droppedMalformed = 0;  // no event by the format
   uint64_t droppedTooLong = 0;    // longer than any event
   uint64_t droppedErrors = 0;     // given up by their writers (too large)
-  uint64_t droppedSender = 0;     // of a uid that no configuration takes atoms of
-  uint64_t droppedUnwanted = 0;   // decoded, but no configuration wants this atom of this sender
-  uint64_t droppedFull = 0;       // pushed out of a full store by newer ones
+  uint64_t droppedSender = 0;     // of a uid that the configuration takes no atoms of
+  uint64_t droppedUnwanted = 0;   // decoded, but the configuration does not want this atom
+  uint64_t droppedFull = 0;       // pushed out of the full store by newer ones
   uint64_t dropNotes = 0;         // datagrams in which writers tell of atoms they could not send
   uint64_t lostBySenders = 0;     // atoms that those notes report
   uint64_t fetched = 0;           // handed over
-  uint64_t held = 0;              // atoms in the stores now
+  uint64_t held = 0;              // atoms in the store now
 };
 
 // What became of the atoms of one uid.
 struct UidCounters {
   uid_t uid = 0;
   uint64_t received = 0;     // datagrams
-  uint64_t notHeard = 0;     // of these, dropped because no configuration takes atoms of the uid
-  uint64_t droppedFull = 0;  // atoms pushed out of a full store
-  uint64_t held = 0;         // atoms in the stores now
+  uint64_t notHeard = 0;     // of these, dropped because the configuration takes no atoms of the uid
+  uint64_t droppedFull = 0;  // atoms pushed out of the full store
+  uint64_t held = 0;         // atoms in the store now
 };
 
+// The answer to one asker, as of the moment at which the service wrote it.
 struct StatsdStatus {
   StatsdCounters counters;
   std::vector<UidCounters> uids;  // at most 16, those that lost most first
   pid_t servicePid = 0;
   uid_t serviceUid = 0;
   uid_t askerUid = 0;           // as the kernel gave it to the service
-  bool askerHeard = false;      // a configuration takes atoms of askerUid
-  std::string allowedSources;   // the names of all configurations, separated by spaces
+  bool askerHeard = false;      // the configuration takes atoms of askerUid
+  std::string allowedSources;   // the names of the configuration, separated by spaces
   std::string applicationUids;  // what AID_APP among them stands for, beside serviceUid; see TORV_APP_UIDS
 };
 
