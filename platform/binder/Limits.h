@@ -44,7 +44,8 @@ struct Limits {
   Share requests{size_t{16} << 20, size_t{4} << 20};
 
   // Bytes of replies that their clients have not taken yet, beyond what the socket holds. Beyond it the
-  // transaction keeps its slot of the pool until an earlier reply of the same uid is taken or given up.
+  // connection waits until an earlier reply of the same uid is taken or given up. A reply over kSmallPayload
+  // keeps the transaction's slot of the pool until then.
   Share replies{size_t{16} << 20, size_t{4} << 20};
 
   // Bytes of one-way calls that are being read, wait, or run, each with kOneWayOverhead. One uid gets as much
