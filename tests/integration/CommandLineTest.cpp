@@ -127,7 +127,7 @@ TEST_F(CommandLineTest, outputThatIsLostIsAnError) {
 
 TEST_F(CommandLineTest, aStoppedServiceIsToldFromNone) {
   daemon.start();
-  daemon.process().signal(SIGSTOP);
+  daemon.pause();
   for (const std::string command : {"status", "push a b", "ping", "states"}) {
     expect(command + " --timeout 0.2", 1, HasSubstr("did not answer within 0.2 s. It may be stopped"));
   }

@@ -1,8 +1,5 @@
 #pragma once
 
-#include <signal.h>
-#include <sys/wait.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -41,13 +38,6 @@ class DeviceTest : public testing::Test {
   }
   // What the children have printed so far.
   std::string printed() const { return test::readFile(daemon.dir().path("children.log")); }
-
-  // Stops the service. Returns when every thread of it has come to rest.
-  void pauseDaemon() {
-    daemon.process().signal(SIGSTOP);
-    siginfo_t info;
-    EXPECT_EQ(waitid(P_PID, daemon.process().pid(), &info, WSTOPPED), 0);
-  }
 
   Daemon daemon;
 };

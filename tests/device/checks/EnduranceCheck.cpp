@@ -32,7 +32,7 @@ bool waitsInBinder(pid_t pid) {
 // nobody waits for.
 TEST_F(DeviceTest, aClientKilledInMidCallHurtsNobody) {
   for (size_t i = 1; i <= 20; ++i) {
-    pauseDaemon();
+    daemon.pause();
     const auto client = play(fixture::applicationUid(), {"stuck"});
     EXPECT_TRUE(eventually([&] { return fixture::countOf(printed(), "ready") == i; }));
     EXPECT_TRUE(eventually([&] { return waitsInBinder(client->pid()); }));

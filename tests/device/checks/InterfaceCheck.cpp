@@ -111,7 +111,7 @@ TEST_F(DeviceTest, systemContextJoinsContextAndGlobalStates) {
 
 // A two-way call would wait for the stopped service, and its sender would not end.
 TEST_F(DeviceTest, eventsOfEveryUidReachAServiceThatIsStoppedThoughTheSenderIsGone) {
-  pauseDaemon();
+  daemon.pause();
   for (const uid_t uid : {uid_t{0}, fixture::serviceUid(), fixture::applicationUid()}) {
     for (const char* code : {"0", "1", "2", "-1"}) EXPECT_EQ(play(uid, {"notify", code})->wait(), 0);
   }

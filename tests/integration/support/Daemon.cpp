@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <binder/IServiceManager.h>
@@ -100,6 +102,12 @@ bool Daemon::answers() {
     if (service == nullptr || service->pingBinder() != android::OK) return false;
   }
   return true;
+}
+
+void Daemon::pause() {
+  mProcess->signal(SIGSTOP);
+  siginfo_t info;
+  if (waitid(P_PID, mProcess->pid(), &info, WSTOPPED) != 0) throw std::runtime_error("waitid");
 }
 
 int Daemon::stop(int signal) {
