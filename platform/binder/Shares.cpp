@@ -5,16 +5,16 @@ namespace platform::binder {
 using Torv::Base::LockGuard;
 
 Shares::Part Shares::take(uid_t uid, size_t amount) {
-  Waiter self{uid, amount};
+  std::shared_ptr<Waiter> self;
   {
     const LockGuard guard(mMutex);
     if (mClosed) return {};
     if (grant(uid, amount)) return Part(this, GiveBack{uid, amount});
-    mWaiters.push_back(&self);
+    self = mWaiters.emplace_back(std::make_shared<Waiter>(uid, amount));
   }
   // Not a condition variable: the thread would need the mutex again, which the thread that wakes it holds.
-  self.decided.acquire();
-  return Part(self.granted ? this : nullptr, GiveBack{uid, amount});
+  self->decided.acquire();
+  return Part(self->granted ? this : nullptr, GiveBack{uid, amount});
 }
 
 void Shares::setShare(const Share& share) {
@@ -26,7 +26,7 @@ void Shares::setShare(const Share& share) {
 void Shares::close() {
   const LockGuard guard(mMutex);
   mClosed = true;
-  for (Waiter* const waiter : mWaiters) waiter->decided.release();
+  for (const auto& waiter : mWaiters) waiter->decided.release();
   mWaiters.clear();
 }
 
@@ -47,14 +47,13 @@ void Shares::giveBack(uid_t uid, size_t amount) {
 
 void Shares::grantToWaiters() {
   for (auto waiter = mWaiters.begin(); waiter != mWaiters.end() && mUsed < mShare.total;) {
-    Waiter& next = **waiter;
-    if (!grant(next.uid, next.amount)) {
+    if (!grant((*waiter)->uid, (*waiter)->amount)) {
       ++waiter;
       continue;
     }
+    (*waiter)->granted = true;
+    (*waiter)->decided.release();
     waiter = mWaiters.erase(waiter);
-    next.granted = true;
-    next.decided.release();
   }
 }
 

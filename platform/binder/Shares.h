@@ -40,7 +40,10 @@ class Shares {
   void close();
 
  private:
+  // Shared by the thread that waits and the list, so that it is there until release() has returned, too.
   struct Waiter {
+    Waiter(uid_t ofUid, size_t wanted) : uid(ofUid), amount(wanted) {}
+
     const uid_t uid;
     const size_t amount;
     bool granted = false;  // guarded by mMutex until `decided` is released
@@ -59,7 +62,7 @@ class Shares {
   // What each uid holds. A uid that has ever called keeps its entry, so that a transaction allocates nothing.
   std::unordered_map<uid_t, size_t> mHeld GUARDED_BY(mMutex);
   // In the order in which they came. Those about whom is decided are not in the list any more.
-  std::list<Waiter*> mWaiters GUARDED_BY(mMutex);
+  std::list<std::shared_ptr<Waiter>> mWaiters GUARDED_BY(mMutex);
 };
 
 }  // namespace platform::binder

@@ -8,8 +8,10 @@ namespace Torv::OS::Diagnostics {
 
 // Only the polling thread touches it, without a lock.
 struct PollStatistics {
-  uint64_t pollCount = 0;    // polls so far; a collector is sampled if its rate divides this number
-  int64_t overrunMaxMs = 0;  // the longest poll over the time limit since start-up, in milliseconds
+  uint64_t pollCount = 0;      // polls so far; a collector's rate divides the number of its polls
+  uint64_t overrunCount = 0;   // polls over the time limit since the last warning
+  int64_t overrunTotalMs = 0;  // the sum of their durations, in milliseconds
+  int64_t overrunMaxMs = 0;    // the longest poll over the limit since start-up, in milliseconds
 
   // Returns the statistics that all managers of the process share.
   static PollStatistics& ofProcess();
@@ -21,9 +23,9 @@ struct OverrunWarning {
   int64_t averageMs;
 };
 
-// Returns the warning about a poll that took `elapsedNs` nanoseconds, or nullopt if that is at most 100 whole
-// milliseconds. `maxMs` is the longest such poll so far, this one included. `averageMs` is a tenth of this
-// poll's duration, although the text of the warning calls it an average: readers of logs rely on both.
+// Adds a poll of `elapsedNs` nanoseconds to the overruns of `statistics` if it took more than 100 whole
+// milliseconds. Returns the warning that is due, or nullopt. Every poll over the limit is warned of, and the
+// average is a tenth of that poll's own duration: the format of the warning is fixed, and so are its numbers.
 std::optional<OverrunWarning> accountPoll(PollStatistics& statistics, int64_t elapsedNs);
 
 }  // namespace Torv::OS::Diagnostics
