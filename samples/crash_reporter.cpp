@@ -54,6 +54,7 @@ Json::Value clocks() {
   return readings;
 }
 
+// What the service said, and when.
 struct Answers {
   PersistableBundle process;
   PersistableBundle allProcesses;
@@ -65,6 +66,8 @@ void require(const Status& status, const char* what) {
   if (!status.isOk()) throw std::runtime_error(std::string(what) + ": " + status.toString8().string());
 }
 
+// Three calls, in the order of their worth: if the service ends in between, the report fails as a whole.
+// checkService() returns at once if no service runs; getService() would wait for one.
 Answers ask(int pid) {
   const sp<android::IBinder> binder =
       android::defaultServiceManager()->checkService(String16(IDiagnosticsCollectorService::kServiceName));
@@ -92,6 +95,7 @@ Answers askWithin(int pid, double seconds) {
   return answers.get();
 }
 
+// Bundles hold UTF-16. Malformed text becomes U+FFFD, so the report stays valid JSON.
 std::string utf8(const String16& text) {
   const android::String8 narrow(text);
   return {narrow.string(), narrow.size()};
@@ -112,6 +116,8 @@ Json::Value nested(const std::string& text) {
   return text;
 }
 
+// The service's answers hold numbers, strings and further bundles, and nothing else. getInt() and the like
+// leave their result alone if the type is another, so every value has one here first.
 Json::Value toJson(const PersistableBundle& bundle) {
   Json::Value object(Json::objectValue);
   for (const String16& key : bundle.getIntKeys()) {
@@ -147,6 +153,7 @@ std::string oneLine(const Json::Value& value) {
   return text;
 }
 
+// Histories are left out: printHistory() gives one line for each of them.
 void printMembers(const Json::Value& object) {
   for (const std::string& name : object.getMemberNames()) {
     const Json::Value& value = object[name];
@@ -164,6 +171,7 @@ void printHistory(const std::string& name, const Json::Value& history) {
          oldest["dt_ms"].asDouble() / 1000, oneLine(samples[0]["v"]).c_str());
 }
 
+// For whoever stands at the terminal: the report in short. The file has all of it.
 void print(int pid, const Json::Value& report) {
   printf("Crash report of process %d\n\n", pid);
   const Json::Value& states = report["process"]["ApplicationStateData"];
@@ -185,6 +193,7 @@ void print(int pid, const Json::Value& report) {
   }
 }
 
+// A report that was not written whole is an error: a stream tells of a full disk at its close only.
 void write(const std::string& path, const Json::Value& report) {
   Json::StreamWriterBuilder settings;
   settings["indentation"] = "  ";
@@ -201,6 +210,7 @@ void write(const std::string& path, const Json::Value& report) {
 int main(int argc, char** argv) {
   CLI::App app("Reports what was going on when a process died.", "crash_reporter");
   int pid = 0;
+  // 0 and empty: not known. The report lacks these members then.
   int signal = 0;
   std::string program;
   std::string path;

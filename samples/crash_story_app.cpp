@@ -38,6 +38,7 @@ struct Moment {
   bool computes;  // keeps every processor busy
 };
 
+// The last moment is what the crash report will show.
 constexpr Moment kStory[] = {
     {"home", "started", 1, false},
     {"gallery", "opened the album Holidays", 1, false},
@@ -47,6 +48,8 @@ constexpr Moment kStory[] = {
     {"editor", "sharing picture 214", 1, false},
 };
 
+// What an application needs to be heard: a writer, kept as long as there is something to say. A failure is
+// told once and never stops the application, because publishing is not its purpose.
 class Publisher {
  public:
   void publish(const char* key, const std::string& value) {
@@ -61,6 +64,7 @@ class Publisher {
   bool mComplained = false;
 };
 
+// What the process holds in memory, as the kernel counts it: the second number of statm, in pages.
 long residentKib() {
   long all = 0;
   long resident = 0;
@@ -68,6 +72,7 @@ long residentKib() {
   return resident * (sysconf(_SC_PAGESIZE) / 1024);
 }
 
+// Written to, because the kernel gives memory only at the first write to it.
 char* newPicture() {
   void* picture = mmap(nullptr, kPictureBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (picture == MAP_FAILED) {
@@ -78,6 +83,7 @@ char* newPicture() {
   return static_cast<char*>(picture);
 }
 
+// Flushed, so that the last step before the crash is on the terminal.
 void tell(Publisher& publisher, const Moment& moment) {
   printf("  %s: %s\n", moment.screen, moment.action);
   fflush(stdout);
@@ -145,6 +151,7 @@ int main(int argc, char** argv) {
 
   Publisher publisher;
   work(publisher, seconds);
+  // The bug: volatile keeps the compiler from seeing it.
   char* volatile picture = newPicture();
   munmap(picture, kPictureBytes);
   *picture = 0;

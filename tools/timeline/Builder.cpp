@@ -64,6 +64,7 @@ Changes difference(const std::map<int32_t, Texts>& before, const std::map<int32_
   return changes;
 }
 
+// Behind a pointer, so that the header needs no History.h and a builder is cheap to move.
 struct Builder::State {
   Timeline timeline;
   Answer last;  // what the next answer is compared with
@@ -132,6 +133,7 @@ void Builder::addContext(const Clocks& clocks, const Texts& context,
       state.timeline.context[name] = text;
       continue;
     }
+    // Each source has a reader of its own, which knows what of it was taken already.
     for (const Sample& sample : state.histories[name].newSamples(*history, clocks)) {
       state.sawAt(sample.bootMs);
       append(seriesFor(state.timeline.series, name, sample.metric, sample.unit), sample.bootMs, sample.value);
@@ -182,6 +184,7 @@ void Builder::addGap(int64_t fromMs, const std::string& reason) {
   mState->timeline.gaps.push_back({fromMs, fromMs, reason});
 }
 
+// Not dated: a recorder reads a name when it likes, and a pid seldom changes it.
 void Builder::setName(int32_t pid, const std::string& name) {
   mState->timeline.names[pid] = name;
 }

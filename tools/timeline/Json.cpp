@@ -27,6 +27,7 @@ Json::Value toJson(const Clocks& clocks) {
   return json;
 }
 
+// All three or none: a timeline without the wall clock could not say when anything happened.
 Result<Clocks> clocksFrom(const Json::Value& json) {
   Clocks clocks;
   for (const auto& [name, target] :
@@ -63,6 +64,7 @@ Json::Value toJson(const std::map<int32_t, Texts>& processes) {
   return json;
 }
 
+// One bad process refuses the whole line, because a picture with a hole looks like a process that is gone.
 Result<std::map<int32_t, Texts>> processesFrom(const Json::Value& json) {
   if (!json.isObject()) return Error() << "the processes are no object";
   std::map<int32_t, Texts> processes;
@@ -92,6 +94,7 @@ std::string compact(const Json::Value& json) {
   return Json::writeString(settings, json);
 }
 
+// The pointer is valid as long as `json` is neither changed nor destroyed.
 Result<const Json::Value*> requiredObject(const Json::Value& json, const char* name) {
   const Json::Value* const value = findMember(json, name);
   if (value == nullptr || !value->isObject()) return Error() << name << " is missing or is no object";

@@ -65,6 +65,7 @@ bool Recorder::wantsContext(int64_t bootMs) const {
 Result<void> Recorder::add(const Answer& answer, const std::set<int32_t>& dead) {
   const bool picture = mStarting || mInGap || answer.clocks.bootMs - mPictureMs >= kPictureEveryMs;
   if (auto written = picture ? addPicture(answer) : addChanges(answer); !written.ok()) return written;
+  // Only now, so that a write that fails is tried again as a full picture.
   mStarting = mInGap = false;
   mLast = answer.processes;
   if (auto written = addDeaths(answer, dead); !written.ok()) return written;
@@ -147,6 +148,7 @@ Result<void> Recorder::writeLine(const Json::Value& line) {
   if (!android::base::WriteFully(mFd.get(), text.data(), text.size())) {
     return ErrnoError() << "cannot write to " << mSettings.path;
   }
+  // Counted and not asked of the file system: the file is this recorder's alone.
   mBytes += text.size();
   return {};
 }
@@ -166,6 +168,7 @@ Result<void> Recorder::dropOldestMinutes() {
   if (!text.ok()) return Error() << mSettings.path << ": " << text.error();
   const std::string& kept = text->replace(0, keptFrom, mFirstLine);
 
+  // Beside the file and not in /tmp: rename(2) works within one file system only.
   const std::string temporary = mSettings.path + ".new";
   android::base::unique_fd fd(open(temporary.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
   if (!fd.ok()) return ErrnoError() << "cannot create " << temporary;
@@ -178,6 +181,7 @@ Result<void> Recorder::dropOldestMinutes() {
   mFd = std::move(fd);
   mBytes = kept.size();
   mMinutes.erase(mMinutes.begin(), first);
+  // What is left has moved to the front, behind the first line.
   for (uint64_t& offset : mMinutes) offset = offset - keptFrom + mFirstLine.size();
   return {};
 }

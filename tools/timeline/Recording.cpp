@@ -55,6 +55,7 @@ class RecordingReader {
   Builder& builder() { return mBuilder; }
 
  private:
+  // A line with clocks is an answer: the states of all processes, the system context, or both.
   Result<void> addAnswer(const Json::Value& line, const Json::Value& readings) {
     const auto clocks = clocksFrom(readings);
     if (!clocks.ok()) return Error() << clocks.error();
@@ -74,6 +75,7 @@ class RecordingReader {
     return {};
   }
 
+  // A line with a single time tells one kind of event. The times of all lines must not run backwards.
   Result<void> addEvent(const Json::Value& line) {
     const Json::Value* const at = findMember(line, "at");
     if (at == nullptr || !isTime(*at)) return Error() << "at is missing or is no time";
@@ -95,6 +97,7 @@ class RecordingReader {
     return {};  // a kind of line that a later program added changes nothing here
   }
 
+  // Names are for people, so one under something that is no pid is passed over and not refused.
   Result<void> addNames(const Json::Value& names) {
     const auto texts = textsFrom(names);
     if (!texts.ok()) return Error() << texts.error();
@@ -157,6 +160,8 @@ Result<Timeline> fromFile(const std::string& path) {
     if (!timeline.ok()) return Error() << path << ": " << timeline.error();
     return timeline;
   }
+  // The text may begin like a recording of a later version: then it is no report either, and the error says
+  // so.
   const auto report = Torv::Base::parseJson(*text, Torv::Base::JsonRules::Strict);
   if (!report.ok())
     return Error() << path << " is neither a recording nor a crash report: " << report.error();
@@ -167,6 +172,8 @@ Result<Timeline> fromFile(const std::string& path) {
 
 // A crash report in the place of the recording works too: it is the timeline of one moment.
 Result<Timeline> fromFiles(const std::string& path, const std::string& reportPath) {
+  // The report is read as strictly as the recording: half of a report would look like a process without
+  // states.
   auto recorded = fromFile(path);
   if (!recorded.ok()) return recorded;
   const auto text = Torv::Base::readFile(reportPath, kMaxFileBytes);

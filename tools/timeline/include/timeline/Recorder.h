@@ -45,14 +45,18 @@ class Recorder {
  private:
   explicit Recorder(const RecorderSettings& settings) : mSettings(settings) {}
 
+  // The states of all processes on one line, from which a reader can start. Drops old minutes first.
   android::base::Result<void> addPicture(const Answer& answer);
+  // Nothing is written if no state has changed.
   android::base::Result<void> addChanges(const Answer& answer);
   android::base::Result<void> addDeaths(const Answer& answer, const std::set<int32_t>& dead);
   android::base::Result<void> writeLine(const Json::Value& line);
+  // Does nothing while the file is below its size. Readers see the whole file before or after, never half.
   android::base::Result<void> dropOldestMinutes();
 
   RecorderSettings mSettings;
   android::base::unique_fd mFd;
+  // The first line is kept, because it stays when the oldest minutes go.
   std::string mFirstLine;
   uint64_t mBytes = 0;
   std::vector<uint64_t> mMinutes;  // the offsets of the full pictures in the file
@@ -60,6 +64,7 @@ class Recorder {
   int64_t mContextMs = 0;
   bool mStarting = true;  // nothing was written since the beginning, or since a gap
   bool mInGap = false;
+  // What the file says so far, with which the next answer is compared.
   std::map<int32_t, Texts> mLast;
   std::set<int32_t> mDead;
   std::map<int32_t, std::string> mNames;

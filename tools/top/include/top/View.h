@@ -63,16 +63,22 @@ class View {
     bool operator==(const Place&) const = default;
   };
 
+  // The boot time that is shown: the chosen one, else the end of the timeline.
   int64_t timeOf(const timeline::Timeline& timeline) const;
+  // Stands at a time from now on; at the end of the timeline a live view follows it again.
   void goTo(int64_t atMs, const timeline::Timeline& timeline);
   void goToDeath(bool forward, const timeline::Timeline& timeline);
+  // Live: stands still or follows. A recording: plays or stops.
   void togglePause(const timeline::Timeline& timeline);
+  // A key while the filter is typed.
   void type(const Input& input);
   [[nodiscard]] bool handleCharacter(char character, const timeline::Timeline& timeline);
+  // By rows, down if positive, and no further than the list goes.
   void moveCursor(int64_t rows);
   std::vector<Line> listLines(const timeline::Timeline& timeline,
                               const std::vector<timeline::ProcessSnapshot>& processes, Size size);
   std::string emptyListText(const timeline::Timeline& timeline) const;
+  // Scrolls the list of `rows` rows so that the row under the cursor is on the screen.
   void showCursor(size_t rows);
   Line titleLine(const timeline::Timeline& timeline, const Surroundings& surroundings) const;
   Line footLine(const Surroundings& surroundings) const;
