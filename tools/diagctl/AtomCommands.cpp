@@ -1,5 +1,4 @@
 #include <cerrno>
-#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <limits>
@@ -23,12 +22,6 @@ using libstatsd::StatsEventWriter;
 using libstatsd::UidCounters;
 using libstatsd::WriteResult;
 
-// Rounded up, because a time-out of 0 ms would never let the service answer.
-Result<StatsdStatus> statusWithin(const Options& options) {
-  const std::chrono::duration<double> timeout(options.timeoutSeconds);
-  return libstatsd::readStatsdStatus(std::chrono::ceil<std::chrono::milliseconds>(timeout));
-}
-
 // A stopped service's socket takes connections, but nobody answers.
 int refuseUnreached(const android::base::ResultError& error, const Options& options) {
   if (error.code() == EAGAIN) return refuse(unansweredText(options.timeoutSeconds));
@@ -39,7 +32,7 @@ int refuseUnreached(const android::base::ResultError& error, const Options& opti
 // A datagram tells its sender nothing, so the service is asked first whether it will hear this uid.
 template <typename Publish>
 int publish(const Options& options, const Publish& send) {
-  const auto answer = statusWithin(options);
+  const auto answer = statusWithin(options.timeoutSeconds);
   if (!answer.ok()) return refuseUnreached(answer.error(), options);
   const StatsdStatus& status = *answer;
   if (!status.askerHeard) {
@@ -48,6 +41,7 @@ int publish(const Options& options, const Publish& send) {
                   status.applicationUids + " and its own, " + std::to_string(status.serviceUid) + ".");
   }
   StatsEventWriter writer;
+  // "Sent" means that the kernel has queued the datagram. diagctl status tells what the service did with it.
   switch (send(writer)) {
     case WriteResult::Sent:
       return kDone;
@@ -70,6 +64,7 @@ void printStatus(const StatsdStatus& status) {
       {"AID_APP is", fmt::format("uids {}, and {}", printable(status.applicationUids), status.serviceUid)},
       {"your uid", std::to_string(status.askerUid) + (status.askerHeard ? ", heard" : ", not heard")},
   };
+  // Zeros are printed too: "none" is what one hopes to read here.
   libstatsd::forEachCounter(status.counters, [&](const char* name, uint64_t count) {
     rows.emplace_back(name, std::to_string(count));
   });
@@ -83,7 +78,7 @@ void printStatus(const StatsdStatus& status) {
 
 // The status has a socket and a time-out of its own, so this needs no thread as binder calls do.
 int showStatus(const Options& options) {
-  const auto status = statusWithin(options);
+  const auto status = statusWithin(options.timeoutSeconds);
   if (!status.ok()) return refuseUnreached(status.error(), options);
   options.json ? printJson(libstatsd::toJson(*status)) : printStatus(*status);
   return kDone;
@@ -114,6 +109,7 @@ void addAtomCommands(CLI::App& app, const Options& options, int& exitCode) {
     });
   });
 
+  // Both ids go into one atom, so a reader never sees the one of an old session with the other of a new one.
   const auto session = std::make_shared<Arguments>();
   CLI::App* pushSession = app.add_subcommand("push-session", "Publish the ids of the telemetry session");
   pushSession->add_option("SERVICE_ID", session->first, "service_session_id")->required();

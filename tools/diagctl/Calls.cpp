@@ -29,7 +29,6 @@ using android::binder::Status;
 using android::os::PersistableBundle;
 namespace bundlekey = dev::kerno::internal::diagnostics::bundlekey;
 using dev::kerno::internal::diagnostics::IDiagnosticsCollectorService;
-using dev::kerno::internal::diagnostics::IDiagnosticsNotificationService;
 
 namespace {
 
@@ -54,6 +53,15 @@ void addSystem(const PersistableBundle& system, timeline::Answer& answer) {
 
 }  // namespace
 
+// Plain functions, so that each call of the interface is written out once for all commands.
+Status askStates(IDiagnosticsCollectorService& service, PersistableBundle* answer) {
+  return service.getAllAvailableApplicationStateData(answer);
+}
+
+Status askSystem(IDiagnosticsCollectorService& service, PersistableBundle* answer) {
+  return service.getSystemContextData(answer);
+}
+
 // checkService() and not getService(), which waits for the service: a command says at once that there is
 // none.
 Result<sp<IBinder>> serviceBinder(const char* name) {
@@ -66,16 +74,13 @@ Result<sp<IBinder>> serviceBinder(const char* name) {
   return binder;
 }
 
-Result<sp<IDiagnosticsCollectorService>> collector() {
+Result<PersistableBundle> answerTo(const Question& question) {
   const auto binder = serviceBinder(IDiagnosticsCollectorService::kServiceName);
   if (!binder.ok()) return Error() << binder.error();
-  return interface_cast<IDiagnosticsCollectorService>(*binder);
-}
-
-Result<sp<IDiagnosticsNotificationService>> notifier() {
-  const auto binder = serviceBinder(IDiagnosticsNotificationService::kServiceName);
-  if (!binder.ok()) return Error() << binder.error();
-  return interface_cast<IDiagnosticsNotificationService>(*binder);
+  PersistableBundle answer;
+  const auto asked = outcomeOf(question(*interface_cast<IDiagnosticsCollectorService>(*binder), &answer));
+  if (!asked.ok()) return Error() << asked.error();
+  return answer;
 }
 
 // The two failures that a caller can do something about have sentences of their own.
@@ -95,24 +100,19 @@ Result<void> outcomeOf(const Status& status) {
 // The clocks are read between the two calls: changes are dated with them, and ages in the context are a
 // moment older.
 Result<timeline::Answer> askService(bool withContext) {
-  const auto service = collector();
-  if (!service.ok()) return Error() << service.error();
-  PersistableBundle states;
-  if (const auto asked = outcomeOf((*service)->getAllAvailableApplicationStateData(&states)); !asked.ok()) {
-    return Error() << asked.error();
-  }
+  const auto states = answerTo(askStates);
+  if (!states.ok()) return Error() << states.error();
+  // The service writes pids as decimal texts; what is none of them would read as 0, which is no process.
   timeline::Answer answer;
   answer.clocks = timeline::readClocks();
-  for (const String16& pid : states.getPersistableBundleKeys()) {
+  for (const String16& pid : states->getPersistableBundleKeys()) {
     answer.processes[static_cast<int32_t>(strtol(toUtf8(pid).c_str(), nullptr, 10))] =
-        textsOf(childOf(childOf(states, pid), String16(bundlekey::kApplicationStateData)));
+        textsOf(childOf(childOf(*states, pid), String16(bundlekey::kApplicationStateData)));
   }
   if (!withContext) return answer;
-  PersistableBundle system;
-  if (const auto asked = outcomeOf((*service)->getSystemContextData(&system)); !asked.ok()) {
-    return Error() << asked.error();
-  }
-  addSystem(system, answer);
+  const auto system = answerTo(askSystem);
+  if (!system.ok()) return Error() << system.error();
+  addSystem(*system, answer);
   return answer;
 }
 
@@ -144,8 +144,15 @@ int within(double timeoutSeconds, const std::function<Result<void>()>& calls) {
     refuse(unansweredText(timeoutSeconds));
     _exit(kRefused);
   }
+  // The result is there, so the thread ends at once.
   thread.join();
   return exitCodeOf(result.get());
+}
+
+// Rounded up, because a time-out of 0 ms would never let the service answer.
+Result<libstatsd::StatsdStatus> statusWithin(double seconds) {
+  const std::chrono::duration<double> timeout(seconds);
+  return libstatsd::readStatsdStatus(std::chrono::ceil<std::chrono::milliseconds>(timeout));
 }
 
 std::string unansweredText(double timeoutSeconds) {

@@ -28,6 +28,7 @@ class Witness : public DefaultConfiguration {
  public:
   explicit Witness(bool& asked) : mAsked(asked) {}
 
+  // One look-up for each type. The service asks with the setting's own type, so all of them must be noted.
   std::string getString(const std::string& key) const override {
     mAsked = true;
     return DefaultConfiguration::getString(key);
@@ -93,6 +94,7 @@ class Layers {
   }
 
  private:
+  // Set by the witnesses below the layers; declared first, because they hold a reference to it.
   bool mHandedOn = false;
   Torv::JSONConfiguration mFile;
   Torv::PreferencesConfiguration mPreferences;
@@ -110,6 +112,7 @@ int showConfiguration(const Options& options) {
         ". The service does not start without a JSON object there; TORV_DEVICE_ROOT names the directory "
         "that it is looked for in.");
   }
+  // Every known setting is asked for, also those that nobody has set: the answer names the default then.
   Layers layers(std::move(*file));
   Json::Value document(Json::objectValue);
   Rows rows;
@@ -132,6 +135,7 @@ int showConfiguration(const Options& options) {
 
 }  // namespace
 
+// No filter by name: the list is short, and grep does the same.
 void addConfigCommand(CLI::App& app, const Options& options, int& exitCode) {
   CLI::App* config = app.add_subcommand("config", "Print every setting and the layer that answers for it");
   config->callback([&options, &exitCode] { exitCode = showConfiguration(options); });

@@ -11,7 +11,6 @@ namespace diagctl {
 namespace {
 
 using android::base::Error;
-using android::os::PersistableBundle;
 
 // A history without samples yet is no series, but it shows that the flag is on.
 bool hasHistories(const timeline::Texts& context) {
@@ -23,6 +22,7 @@ bool hasHistories(const timeline::Texts& context) {
 void printContext(const timeline::Answer& answer) {
   const timeline::Timeline timeline = timeline::fromAnswer(answer);
   const size_t columns = terminalColumns();
+  // Keys and values can be longer than the terminal is wide; they go on below, so that nothing is lost.
   Rows values;
   for (const auto& [key, value] : timeline.context) values.emplace_back(printable(key), printable(value));
   printf("system context\n%s", folded(table(values, 2), 4).c_str());
@@ -33,6 +33,7 @@ void printContext(const timeline::Answer& answer) {
   } else {
     fputs(historyCharts(timeline, columns, glyphs()).c_str(), stdout);
   }
+  // The values are the service's own JSON texts, with the age of each state.
   for (const auto& [nameSpace, states] : answer.globals) {
     Rows rows;
     for (const auto& [key, value] : states) rows.emplace_back(printable(key), printable(value));
@@ -50,17 +51,15 @@ Result<void> context(const Options& options) {
     printContext(*answer);
     return {};
   }
-  const auto service = collector();
-  if (!service.ok()) return Error() << service.error();
-  PersistableBundle reply;
-  auto asked = outcomeOf((*service)->getSystemContextData(&reply));
-  if (!asked.ok()) return asked;
-  printJson(toJson(reply));
+  const auto reply = answerTo(askSystem);
+  if (!reply.ok()) return Error() << reply.error();
+  printJson(toJson(*reply));
   return {};
 }
 
 }  // namespace
 
+// The calls run in within(), because a call into a service that is stopped does not return.
 void addContextCommand(CLI::App& app, const Options& options, int& exitCode) {
   CLI::App* command = app.add_subcommand("context", "The system: build, test run, histories, global states");
   command->callback([&options, &exitCode] {

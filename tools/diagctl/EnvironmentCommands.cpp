@@ -1,6 +1,5 @@
 // diagctl doctor and diagctl runtime-dir: what the service and diagctl work with, and what is wrong with it.
 #include <cerrno>
-#include <chrono>
 #include <cstdio>
 #include <string>
 #include <utility>
@@ -127,6 +126,7 @@ void checkLosses(const StatsdCounters& counters, Findings& findings) {
 // Who publishes in vain does not learn it: a datagram has no answer.
 void checkUids(const StatsdStatus& status, Findings& findings) {
   const std::string uid = std::to_string(status.askerUid);
+  // Not to be heard is no fault: a crash reporter asks and never publishes.
   if (status.askerHeard) {
     findings.good("your uid " + uid + " is heard");
   } else {
@@ -144,8 +144,7 @@ void checkUids(const StatsdStatus& status, Findings& findings) {
 // Without an answer here the binder calls would only wait, so the caller leaves them out.
 bool checkStatsd(const Options& options, Findings& findings) {
   const std::string directory = platform::runtimeDirectory();
-  const std::chrono::duration<double> timeout(options.timeoutSeconds);
-  const auto status = libstatsd::readStatsdStatus(std::chrono::ceil<std::chrono::milliseconds>(timeout));
+  const auto status = statusWithin(options.timeoutSeconds);
   if (!status.ok()) {
     findings.fault(status.error().code() == EAGAIN
                        ? "the service in " + directory + " does not answer; is it stopped?"
@@ -174,6 +173,7 @@ bool lacksFull(const timeline::Timeline& timeline, const std::string& source) {
 // The flag switches all histories on or off. With it on, each source that the machine has gives one.
 void checkHistories(const timeline::Answer& answer, Findings& findings) {
   const timeline::Timeline timeline = timeline::fromAnswer(answer);
+  // A history is present as soon as its source could be opened, even if it has no sample yet.
   size_t present = 0;
   for (const Source& source : kSources) present += answer.context.contains(source.history);
   if (present == 0) {

@@ -117,6 +117,7 @@ std::string historyCharts(const Timeline& timeline, size_t columns, timeline::Gl
   std::stable_sort(ordered.begin(), ordered.end(), [](const Series* a, const Series* b) {
     return std::tie(a->source, a->unit) < std::tie(b->source, b->unit);
   });
+  // One frame for all charts, so that equal columns mean equal times in all of them.
   const Frame frame = frameFor(timeline, columns);
   std::vector<std::string> lines;
   const Series* last = nullptr;

@@ -35,6 +35,7 @@ Json::Value nestedOrString(const std::string& text) {
 
 }  // namespace
 
+// Unpaired surrogates become U+FFFD, so the result is valid UTF-8 whatever an application has published.
 std::string toUtf8(const String16& text) {
   const android::String8 utf8(text);
   return {utf8.string(), utf8.size()};
@@ -92,6 +93,12 @@ Json::Value toJson(const PersistableBundle& bundle) {
   return object;
 }
 
+// The output of a program is piped to other programs, which must get back what was stored.
+void printValue(std::string_view value) {
+  const std::string text = isatty(STDOUT_FILENO) != 0 ? printable(value) : std::string(value);
+  printf("%s\n", text.c_str());
+}
+
 // COLUMNS is what a shell leaves behind; the terminal itself knows better.
 size_t terminalColumns() {
   winsize size{};
@@ -102,7 +109,8 @@ size_t terminalColumns() {
   return columns > 0 && columns <= kMost ? static_cast<size_t>(columns) : 80;
 }
 
-// main() has set the locale from the environment.
+// What the locale says: a terminal cannot be asked which characters it has. main() has set the locale from
+// the environment.
 timeline::Glyphs glyphs() {
   const bool utf8 = std::string_view(nl_langinfo(CODESET)) == "UTF-8";
   return utf8 ? timeline::Glyphs::Blocks : timeline::Glyphs::Ascii;
@@ -118,6 +126,7 @@ std::string folded(const std::string& lines, size_t indent) {
     std::string_view line = std::string_view(lines).substr(at, end - at);
     at = end + 1;
     for (size_t left = columns;; left = columns - indent) {
+      // At least one byte a line, or a terminal narrower than one character would loop for ever.
       const size_t fits =
           std::max<size_t>(text::cutTo(left, line, "").size(), std::min<size_t>(line.size(), 1));
       result.append(line.substr(0, fits)) += '\n';
@@ -132,6 +141,7 @@ std::string folded(const std::string& lines, size_t indent) {
 android::base::Result<void> writeFile(const std::string& path, std::string_view contents) {
   android::base::unique_fd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY, 0644));
   if (!fd.ok()) return android::base::ErrnoError() << "cannot create " << path;
+  // The file stays as it is after an error: part of a page or a trace may still help.
   // Some file systems tell of a full disk at close(2) only.
   if (!android::base::WriteFully(fd.get(), contents.data(), contents.size()) || close(fd.release()) != 0) {
     return android::base::ErrnoError() << "cannot write " << path;

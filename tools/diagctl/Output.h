@@ -47,6 +47,9 @@ Json::Value toJson(const android::os::PersistableBundle& bundle);
 // main looks at.
 void printJson(const Json::Value& document);
 
+// Prints one value and a newline: to the byte for a program, made printable on a terminal.
+void printValue(std::string_view value);
+
 // The width of the terminal that stdout is; without one COLUMNS, or 80.
 size_t terminalColumns();
 

@@ -8,8 +8,6 @@
 #include <string>
 
 #include <json/value.h>
-#include <unistd.h>
-
 #include "Calls.h"
 #include "Commands.h"
 #include "Output.h"
@@ -58,6 +56,7 @@ SettingType typeFor(const std::string& key, const std::string& text) {
   for (const Setting& setting : knownSettings()) {
     if (setting.key == key) return setting.type;
   }
+  // Int before Uint: a number that both can hold is more often asked for as an int.
   for (const SettingType type : {SettingType::Bool, SettingType::Int, SettingType::Uint}) {
     if (valueFrom(text, type)) return type;
   }
@@ -78,6 +77,7 @@ std::optional<SettingType> typeNamed(const std::string& name) {
 int getPreference(const std::string& key, const Options& options) {
   const auto values = preferences().read();
   if (values == nullptr) return kRefused;  // the log has said why
+  // Only the file is asked. Whether its value is the one that holds, the layers above it decide.
   const Json::Value* value = Torv::Base::findMember(*values, key);
   if (value == nullptr) {
     return refuse(key + " is not stored; diagctl pref list shows what is, diagctl config what holds.");
@@ -85,9 +85,7 @@ int getPreference(const std::string& key, const Options& options) {
   if (options.json) {
     printJson(*value);
   } else {
-    const std::string text = plainText(*value);
-    // A program gets the value to the byte, a terminal nothing that it would act on.
-    printf("%s\n", isatty(STDOUT_FILENO) != 0 ? printable(text).c_str() : text.c_str());
+    printValue(plainText(*value));
   }
   return kDone;
 }
@@ -114,6 +112,7 @@ int setPreference(const std::string& key, const std::string& text, const std::st
            " is; --type stores it under another type.");
     return kWrongUsage;
   }
+  // The file's lock is taken for the whole change, so a service that reads meanwhile sees the old or the new.
   return change([&](Json::Value& values) { values[key] = *value; });
 }
 

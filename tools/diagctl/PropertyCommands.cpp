@@ -2,8 +2,6 @@
 #include <memory>
 #include <string>
 
-#include <unistd.h>
-
 #include "Calls.h"
 #include "Commands.h"
 #include "Output.h"
@@ -20,12 +18,13 @@ int getProperty(const std::string& name, const Options& options) {
   if (options.json) {
     printJson(std::string(*value));
   } else {
-    // A program gets the value to the byte, a terminal nothing that it would act on.
-    printf("%s\n", isatty(STDOUT_FILENO) != 0 ? printable(*value).c_str() : std::string(*value).c_str());
+    printValue(*value);
   }
   return kDone;
 }
 
+// In the order of the names. Lines of the file that are no property are left out, as the service leaves them
+// out.
 int listProperties(const Options& options) {
   const platform::PropertyMap properties = platform::parseProperties(platform::readPropertyFile());
   if (options.json) {
@@ -35,7 +34,7 @@ int listProperties(const Options& options) {
     return kDone;
   }
   Rows rows;
-  for (const auto& [name, value] : properties) rows.emplace_back(name, printable(value));
+  for (const auto& [name, value] : properties) rows.emplace_back(printable(name), printable(value));
   fputs(table(rows, 0).c_str(), stdout);
   return kDone;
 }

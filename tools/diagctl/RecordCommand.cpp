@@ -71,6 +71,7 @@ class Recording {
     const int64_t nowMs = timeline::readClocks().bootMs;
     const std::set<int32_t> dead = deadOf(mLast);
     const auto answer = mAsker.ask(withContext || mRecorder.wantsContext(nowMs), mPatience);
+    // A gap begins with the last answer and not now: nobody knows what happened in between.
     if (!answer) return mRecorder.addGap(mSeenMs.value_or(nowMs), "the service did not answer in time");
     if (!answer->ok()) return mRecorder.addGap(mSeenMs.value_or(nowMs), answer->error().message());
     const timeline::Answer& seen = **answer;
@@ -98,6 +99,7 @@ int record(const Arguments& arguments, const Options& options) {
   if (!recorder.ok()) return refuse(recorder.error().message());
   Recording recording(arguments, options, *std::move(recorder));
   const int exitCode = exitCodeOf(recording.run());
+  // What was recorded is on disk already: the recorder writes without a buffer.
   // The thread of a call that never returns would still use what the process's end destroys.
   if (recording.isStuck()) _exit(exitCode);
   return exitCode;

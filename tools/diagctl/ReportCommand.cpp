@@ -48,6 +48,7 @@ void addReportCommand(CLI::App& app, const Options& options, int& exitCode) {
   CLI::Option* const pid =
       command->add_option("--pid", arguments->pid, "The process; without it, the one that died last")
           ->check(CLI::Range(1, std::numeric_limits<int32_t>::max()));
+  // --report adds to a recording and names the process itself, hence needs() and excludes() below.
   CLI::Option* const from = command->add_option(
       "--from", arguments->from, "A recording or a crash report; without it, the service is asked");
   command

@@ -30,6 +30,7 @@ using dev::kerno::internal::diagnostics::IDiagnosticsNotificationService;
 void printProcess(const PersistableBundle& process) {
   int32_t pid = 0;
   process.getInt(String16(bundlekey::kProcessId), &pid);
+  // Keys and values are applications' texts. stringRows() has made them printable.
   const Rows rows = stringRows(childOf(process, String16(bundlekey::kApplicationStateData)));
   printf("process %d\n%s", pid, table(rows, 2).c_str());
 }
@@ -37,48 +38,44 @@ void printProcess(const PersistableBundle& process) {
 // An empty answer stands for a process that the service does not know.
 // The name is not used by the service, but must not be null.
 Result<void> state(int pid, const Options& options) {
-  const auto service = collector();
-  if (!service.ok()) return Error() << service.error();
-  PersistableBundle process;
-  auto asked = outcomeOf((*service)->getApplicationStateDataForProcess(pid, String16("diagctl"), &process));
-  if (!asked.ok()) return asked;
-  if (process.empty()) {
+  const auto process = answerTo([pid](auto& service, PersistableBundle* answer) {
+    return service.getApplicationStateDataForProcess(pid, String16("diagctl"), answer);
+  });
+  if (!process.ok()) return Error() << process.error();
+  if (process->empty()) {
     return Error()
            << "Nothing is known of process " << pid
            << ": it has published no state, or it died more than a minute ago. diagctl states lists the "
               "processes that are known.";
   }
-  options.json ? printJson(toJson(process)) : printProcess(process);
+  options.json ? printJson(toJson(*process)) : printProcess(*process);
   return {};
 }
 
 // One answer for all processes, so all states are of the same moment.
 Result<void> states(const Options& options) {
-  const auto service = collector();
-  if (!service.ok()) return Error() << service.error();
-  PersistableBundle all;
-  auto asked = outcomeOf((*service)->getAllAvailableApplicationStateData(&all));
-  if (!asked.ok()) return asked;
+  const auto all = answerTo(askStates);
+  if (!all.ok()) return Error() << all.error();
   if (options.json) {
-    printJson(toJson(all));
+    printJson(toJson(*all));
     return {};
   }
   // The keys are the decimal pids; people look for them in the order of the numbers.
   std::map<int64_t, String16> byPid;
-  for (const String16& key : all.getPersistableBundleKeys()) {
+  for (const String16& key : all->getPersistableBundleKeys()) {
     byPid[strtoll(toUtf8(key).c_str(), nullptr, 10)] = key;
   }
-  for (const auto& [pid, key] : byPid) printProcess(childOf(all, key));
-  if (all.empty()) puts("No process has published a state.");
+  for (const auto& [pid, key] : byPid) printProcess(childOf(*all, key));
+  if (all->empty()) puts("No process has published a state.");
   return {};
 }
 
 // Any code is sent, also one that the service does not know: this command tests services too.
 Result<void> notify(int32_t code, const Options& options) {
-  const auto service = notifier();
-  if (!service.ok()) return Error() << service.error();
-  auto sent =
-      outcomeOf((*service)->notifySystemEvent(static_cast<IDiagnosticsNotificationEventCode>(code), {}));
+  const auto binder = serviceBinder(IDiagnosticsNotificationService::kServiceName);
+  if (!binder.ok()) return Error() << binder.error();
+  const auto service = android::interface_cast<IDiagnosticsNotificationService>(*binder);
+  auto sent = outcomeOf(service->notifySystemEvent(static_cast<IDiagnosticsNotificationEventCode>(code), {}));
   if (!sent.ok()) return sent;
   if (options.json) {
     Json::Value document(Json::objectValue);

@@ -15,6 +15,7 @@
 
 #include "Calls.h"
 #include "Commands.h"
+#include "Output.h"
 #include "Watch.h"
 #include "top/Terminal.h"
 #include "top/View.h"
@@ -113,6 +114,7 @@ class LiveFeed : public Feed {
     for (const int32_t pid : dead) {
       if (!mDead.contains(pid)) mBuilder.addDeath({nowMs, pid, std::nullopt, ""});
     }
+    // The service forgets a dead process after a minute, so the set stays small.
     mDead = std::move(dead);
     for (const auto& [pid, name] : mNames.newOf(answer.processes)) mBuilder.setName(pid, name);
     if (nowMs - timeline().beginMs > 2 * kKeptMs) mBuilder.dropBefore(nowMs - kKeptMs);
@@ -183,7 +185,8 @@ int runTop(const std::string& from, const Options& options) {
   if (!feed.ok()) return refuse(feed.error().message());
   auto terminal = top::Terminal::open();
   if (!terminal.ok()) return refuse(terminal.error().message() + ".");
-  top::View view(from.empty(), (*terminal)->glyphs());
+  top::View view(from.empty(), glyphs());
+  // From here on the terminal is the view's: nothing may be printed until reset() has given it back.
   const int exitCode = show(**terminal, view, **feed, signals);
   terminal->reset();
   if ((*feed)->isStuck()) _exit(exitCode);

@@ -28,6 +28,7 @@ std::optional<Result<timeline::Answer>> Asker::ask(bool withContext, millisecond
     mAnswer = task.get_future();
     std::thread(std::move(task)).detach();
   }
+  // get() below empties the future, which is what makes the next call start anew.
   if (mAnswer.wait_for(patience) == std::future_status::timeout) return std::nullopt;
   return mAnswer.get();
 }
@@ -73,6 +74,7 @@ std::map<int32_t, std::string> Names::newOf(const std::map<int32_t, timeline::Te
     std::getline(std::ifstream("/proc/" + std::to_string(pid) + "/comm"), name);
     if (!name.empty()) names[pid] = name;
   }
+  // A pid that was away is named anew when it returns, because it may be another program's then.
   mNamed = std::move(seen);
   return names;
 }

@@ -37,6 +37,7 @@ std::string whatIsWrong(const CLI::App& app, const CLI::ParseError& error) {
     command = command->get_subcommands().front();
     path += command->get_name() + ' ';
   }
+  // A group is a command with commands below it, as pref and prop are.
   const bool isGroup = !command->get_subcommands([](const CLI::App*) { return true; }).empty();
   const auto rest = app.remaining(true);
   if (isGroup && !rest.empty()) return "there is no command '" + path + rest.front() + "'";
@@ -76,6 +77,7 @@ int main(int argc, char** argv) {
   app.add_option("--timeout", options.timeoutSeconds, "Seconds to wait for the service's answer")
       ->check(checkTimeout)
       ->capture_default_str();
+  // The callbacks leave their outcome here. parse() runs the chosen one.
   int exitCode = diagctl::kDone;
   diagctl::addServiceCommands(app, options, exitCode);
   diagctl::addContextCommand(app, options, exitCode);

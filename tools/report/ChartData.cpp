@@ -159,6 +159,7 @@ Json::Value lanesOf(const Scope& scope) {
   Json::Value lanes(Json::arrayValue);
   std::map<std::string, Json::Value> keys;
   if (scope.pid) keys = keyLanes(scope);
+  // Two rounds over the same map keep the order of the names within each half.
   for (const bool changing : {true, false}) {
     for (const auto& [key, marks] : keys) {
       if (isChanging(marks) == changing && lanes.size() < kMaxLanes) lanes.append(laneOf(brief(key), marks));

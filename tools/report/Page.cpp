@@ -70,9 +70,7 @@ std::string makeNonce() {
 // <title> holds text alone: no markup is read in it, so <bdi> would be shown.
 std::string plainTitle(const Scope& scope) {
   if (!scope.pid) return "Report of the machine";
-  const auto name = scope.timeline.names.find(*scope.pid);
-  return fmt::format("Report of process {} {}", *scope.pid,
-                     name == scope.timeline.names.end() ? "" : shown(name->second));
+  return fmt::format("Report of process {} {}", *scope.pid, shown(nameOf(scope.timeline, *scope.pid)));
 }
 
 // Puts each part in the place of its {{name}}. What was put in is not read again.

@@ -49,6 +49,7 @@ std::string stateRows(const Scope& scope, const std::map<std::string, KeyState>&
 
 // The newest value of each state at the end of the page. The recording may go on after it.
 std::string globalRows(const Scope& scope) {
+  // Changes are in the order of their times, so the last one of a key wins.
   std::map<std::pair<std::string, std::string>, const timeline::GlobalChange*> newest;
   for (const timeline::GlobalChange& change : scope.timeline.globals) {
     if (change.publishedMs <= scope.endMs) newest[{change.nameSpace, change.key}] = &change;
@@ -72,10 +73,10 @@ std::string eventRows(const Scope& scope) {
   }
   for (const timeline::Death& death : scope.timeline.deaths) {
     if (!scope.holds(death.seenMs)) continue;
-    const auto name = scope.timeline.names.find(death.pid);
-    rows += row({timeCell(scope, death.seenMs, false),
-                 fmt::format("Process {} died.{}", death.pid,
-                             name == scope.timeline.names.end() ? "" : " It was " + isolated(name->second))});
+    const std::string name = nameOf(scope.timeline, death.pid);
+    rows +=
+        row({timeCell(scope, death.seenMs, false),
+             fmt::format("Process {} died.{}", death.pid, name.empty() ? "" : " It was " + isolated(name))});
   }
   return rows;
 }
@@ -95,6 +96,7 @@ std::string figureTable(const Scope& scope, const std::vector<const Series*>& me
   }
   std::string html = fmt::format("<h3>{}</h3>\n", shown(metrics.front()->source));
   if (samples.empty()) return html + "<p class=\"none\">No samples.</p>\n";
+  // The unit stands in the head only if the metric's own name does not end with it.
   html += "<table class=\"numbers\"><thead><tr><th>Time";
   for (const Series* const series : metrics) {
     const std::string unit = unitName(series->unit);
@@ -115,9 +117,9 @@ std::string figureTable(const Scope& scope, const std::vector<const Series*>& me
 // The pid is always told, because names are not unique.
 std::string processName(const Scope& scope) {
   if (!scope.pid) return "The machine";
-  const auto name = scope.timeline.names.find(*scope.pid);
-  if (name == scope.timeline.names.end()) return fmt::format("Process {}", *scope.pid);
-  return fmt::format("{} ({})", isolated(name->second), *scope.pid);
+  const std::string name = nameOf(scope.timeline, *scope.pid);
+  if (name.empty()) return fmt::format("Process {}", *scope.pid);
+  return fmt::format("{} ({})", isolated(name), *scope.pid);
 }
 
 // Only a crash report tells the program's path and the signal; a recording gives the rest.
@@ -196,6 +198,7 @@ std::string othersTable(const Scope& scope) {
   return table({"Changed", "Key", "Value"}, html, "No other process has published a state.");
 }
 
+// The heading needs the number while the table is still folded away.
 size_t countOthers(const Scope& scope) {
   size_t count = 0;
   for (const ProcessSnapshot& process : processesAt(scope.timeline, scope.endMs)) {

@@ -17,6 +17,7 @@ bool isControl(char32_t character) {
          (character >= 0x2066 && character <= 0x2069);
 }
 
+// As C writes it, which is what readers of logs and of source code know.
 std::string escape(char32_t character) {
   switch (character) {
     case '\n':
@@ -37,6 +38,7 @@ std::pair<size_t, char32_t> frontCharacter(std::string_view text) {
   const auto first = static_cast<unsigned char>(text[0]);
   const size_t length = first < 0x80 ? 1 : first < 0xe0 ? 2 : first < 0xf0 ? 3 : 4;
   if (length == 1 || first < 0xc0 || length > text.size()) return {1, first};
+  // The first byte says how long the character is, and holds its highest bits.
   char32_t character = first & (0xffu >> (length + 1));
   for (size_t i = 1; i < length; ++i) {
     const auto next = static_cast<unsigned char>(text[i]);

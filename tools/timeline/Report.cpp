@@ -52,6 +52,7 @@ Result<Answer> answerFrom(const Json::Value& report) {
     answer.processes[*pid] = *std::move(states);
   }
 
+  // Histories are nested JSON in a report. textsFrom() makes texts of them again, as a live answer has them.
   const auto system = requiredObject(report, "system");
   if (!system.ok()) return Error() << system.error();
   const auto context = requiredObject(**system, "SystemContextData");
@@ -163,6 +164,7 @@ Result<Timeline> withReport(Timeline recorded, const Json::Value& report) {
     }
     recorded.deaths.erase(same);
   }
+  // The report's death replaces the recorder's note, because it has the signal and the program besides.
   recorded.deaths.push_back(death);
   sortByTime(recorded.deaths);
   sortByTime(recorded.changes);

@@ -17,6 +17,7 @@ int64_t readMs(clockid_t clock) {
 
 }  // namespace
 
+// Three calls one after the other: some microseconds between them do not matter to milliseconds.
 Clocks readClocks() {
   return {readMs(CLOCK_BOOTTIME), readMs(CLOCK_MONOTONIC), readMs(CLOCK_REALTIME)};
 }
@@ -25,6 +26,11 @@ Clocks readClocks() {
 // they would read on the clock as it is now, which keeps distances right.
 int64_t wallMsOf(const Timeline& timeline, int64_t bootMs) {
   return timeline.clocks.wallMs + (bootMs - timeline.clocks.bootMs);
+}
+
+std::string nameOf(const Timeline& timeline, int32_t pid) {
+  const auto name = timeline.names.find(pid);
+  return name == timeline.names.end() ? "" : name->second;
 }
 
 // One scale for all metrics of a source, so that free and total memory can be compared.
@@ -92,12 +98,13 @@ std::vector<ProcessSnapshot> processesAt(const Timeline& timeline, int64_t bootM
   for (auto& [pid, process] : byPid) {
     if (process.keys.empty()) continue;
     process.pid = pid;
-    if (const auto name = timeline.names.find(pid); name != timeline.names.end()) process.name = name->second;
+    process.name = nameOf(timeline, pid);
     processes.push_back(std::move(process));
   }
   return processes;
 }
 
+// Looks through all changes: a page asks once or twice, so an index by pid would cost more than it saves.
 std::vector<KeyChange> changesOf(const Timeline& timeline, int32_t pid) {
   std::vector<KeyChange> changes;
   for (const KeyChange& change : timeline.changes) {

@@ -56,6 +56,7 @@ class TraceWriter {
   }
 
  private:
+  // Viewers drop packets of a sequence whose first packet does not say that its state begins anew.
   trace::TracePacket& newPacket() {
     trace::TracePacket& packet = *mTrace.add_packet();
     packet.set_trusted_packet_sequence_id(kSequence);
@@ -105,6 +106,7 @@ class TraceWriter {
   void addSeries() {
     std::map<std::string, uint64_t> sources;
     for (const Series& series : mTimeline.series) {
+      // Uuids begin with 1, so 0 means that the source has no track yet.
       uint64_t& source = sources[series.source];
       if (source == 0) source = newTrack(series.source, 0).uuid();
       TrackDescriptor& track = newTrack(series.metric, source);
@@ -119,6 +121,7 @@ class TraceWriter {
     }
   }
 
+  // Whole KiB as integers, because viewers scale integers with the multiplier exactly. Shares as doubles.
   void addPoint(uint64_t track, Unit unit, const Point& point) {
     if (!point.value) return;  // the format has no way to say that a counter has no value
     TrackEvent& event = newEvent(point.bootMs, track, TrackEvent::TYPE_COUNTER);
@@ -135,11 +138,10 @@ class TraceWriter {
     for (const KeyChange& change : mTimeline.changes) changes[change.pid][change.key].push_back(&change);
     for (const Death& death : mTimeline.deaths) changes[death.pid];
     for (const auto& [pid, keys] : changes) {
-      const auto name = mTimeline.names.find(pid);
+      const std::string name = nameOf(mTimeline, pid);
       TrackDescriptor& track = newTrack("", 0);
       track.mutable_process()->set_pid(pid);
-      track.mutable_process()->set_process_name(
-          name == mTimeline.names.end() ? "process " + std::to_string(pid) : name->second);
+      track.mutable_process()->set_process_name(name.empty() ? "process " + std::to_string(pid) : name);
       const uint64_t process = track.uuid();
       for (const Death& death : mTimeline.deaths) {
         if (death.pid == pid) addDeath(process, death);
@@ -199,6 +201,7 @@ class TraceWriter {
     for (const Gap& gap : mTimeline.gaps) addSlice(track, "gap", gap.reason, gap.fromMs, gap.toMs);
   }
 
+  // Events wait here until all tracks are described, and are sorted then.
   const Timeline& mTimeline;
   trace::Trace mTrace;
   std::vector<Event> mEvents;

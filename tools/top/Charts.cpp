@@ -126,6 +126,7 @@ std::vector<Line> chartLines(const timeline::Timeline& timeline, int64_t endMs, 
   const size_t columns = size.columns - kNameColumns - kValueColumns;
   const size_t rows = std::clamp((size.rows - 1) / charts.size(), size_t{1}, kMaxChartRows);
   std::vector<Line> lines;
+  // Strictly less, because the axis takes one row.
   for (const Chart& chart : charts) {
     if (lines.size() + rows < size.rows) addChart(lines, chart, endMs, columns, rows, glyphs);
   }

@@ -2,12 +2,10 @@
 
 #include <array>
 #include <climits>
-#include <clocale>
 #include <cstdio>
 #include <cstdlib>
 #include <cwchar>
 
-#include <langinfo.h>
 #include <ncurses.h>
 #include <unistd.h>
 
@@ -17,6 +15,7 @@ namespace {
 using android::base::Error;
 using android::base::Result;
 
+// Red for what is dead or wrong, green for what has just changed, cyan for charts.
 enum ColourPair : short { kRed = 1, kGreen, kCyan };
 
 // -1 is the terminal's own background, so that the view fits dark and light ones.
@@ -53,30 +52,15 @@ attr_t attributesOf(Style style) {
 
 // ncurses' numbers of keys overlap with those of characters, so the two have functions of their own.
 std::optional<Key> keyOf(wint_t code) {
-  switch (code) {
-    case KEY_UP:
-      return Key::Up;
-    case KEY_DOWN:
-      return Key::Down;
-    case KEY_LEFT:
-      return Key::Left;
-    case KEY_RIGHT:
-      return Key::Right;
-    case KEY_PPAGE:
-      return Key::PageUp;
-    case KEY_NPAGE:
-      return Key::PageDown;
-    case KEY_HOME:
-      return Key::Home;
-    case KEY_END:
-      return Key::End;
-    case KEY_ENTER:
-      return Key::Enter;
-    case KEY_BACKSPACE:
-      return Key::Backspace;
-    default:
-      return std::nullopt;
+  constexpr std::pair<wint_t, Key> kKeys[] = {{KEY_UP, Key::Up},        {KEY_DOWN, Key::Down},
+                                              {KEY_LEFT, Key::Left},    {KEY_RIGHT, Key::Right},
+                                              {KEY_PPAGE, Key::PageUp}, {KEY_NPAGE, Key::PageDown},
+                                              {KEY_HOME, Key::Home},    {KEY_END, Key::End},
+                                              {KEY_ENTER, Key::Enter},  {KEY_BACKSPACE, Key::Backspace}};
+  for (const auto& [known, key] : kKeys) {
+    if (known == code) return key;
   }
+  return std::nullopt;
 }
 
 // Enter, Escape and Backspace arrive as characters on most terminals. Other control characters have no use.
@@ -101,12 +85,12 @@ Result<std::unique_ptr<Terminal>> Terminal::open() {
   if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0) {
     return Error() << "the live view needs a terminal as standard input and output";
   }
-  setlocale(LC_CTYPE, "");
   set_escdelay(25);
   if (newterm(nullptr, stdout, stdin) == nullptr) {
     const char* const name = getenv("TERM");
     return Error() << "nothing is known of the terminal " << (name == nullptr ? "(TERM is not set)" : name);
   }
+  // Keys come at once and unseen. Ctrl-C stays a signal, which the owner waits for.
   cbreak();
   noecho();
   nodelay(stdscr, TRUE);
@@ -119,12 +103,6 @@ Result<std::unique_ptr<Terminal>> Terminal::open() {
 // ncurses keeps its memory; what matters is that the terminal is as it was.
 Terminal::~Terminal() {
   endwin();
-}
-
-// What the locale says: the terminal itself cannot be asked which characters it has.
-timeline::Glyphs Terminal::glyphs() const {
-  const bool utf8 = std::string_view(nl_langinfo(CODESET)) == "UTF-8";
-  return utf8 ? timeline::Glyphs::Blocks : timeline::Glyphs::Ascii;
 }
 
 // ncurses follows the window by its own handler of SIGWINCH.

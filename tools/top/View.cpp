@@ -53,6 +53,7 @@ Line helpLine() {
 
 // Cuts the line to the width. A line of a title, or under the cursor, is filled up to it.
 Line fitted(const Line& line, size_t columns, timeline::Glyphs glyphs) {
+  // Texts are printable already. Here they only lose what the terminal has no room or no character for.
   const bool isAscii = glyphs == timeline::Glyphs::Ascii;
   Line result;
   size_t left = columns;
@@ -275,6 +276,7 @@ void View::showCursor(size_t rows) {
 // Says which time is shown in wall-clock time, because that is what other logs have.
 Line View::titleLine(const Timeline& timeline, const Surroundings& surroundings) const {
   const int64_t now = timeOf(timeline);
+  // A live view that runs and a recording that stands are the usual cases, which need no word.
   const char* const state = mLive ? (isPaused() ? ", paused" : "") : (isPaused() ? "" : ", playing");
   std::string place;
   if (now < timeline.endMs) place = fmt::format(", {} before the end", agoText(timeline.endMs - now));
@@ -307,6 +309,7 @@ std::vector<Line> View::render(const Timeline& timeline, const Surroundings& sur
   lines.push_back(processHeads(processes));
   const auto list = listLines(timeline, processes, {size.columns, room - charts.size()});
   lines.insert(lines.end(), list.begin(), list.end());
+  // Blank lines between the list and the foot, which stays at the bottom: room, the title and the heads.
   lines.resize(room + 2);
   lines.push_back(footLine(surroundings));
   lines.push_back(helpLine());

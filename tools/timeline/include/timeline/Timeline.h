@@ -122,6 +122,10 @@ struct Timeline {
 // The wall-clock time of a boot-clock time, in milliseconds since 1970 (UTC).
 int64_t wallMsOf(const Timeline& timeline, int64_t bootMs);
 
+// Returns the short name of the program that the process runs; empty if it is not known. Names are not
+// unique: show the pid with them.
+std::string nameOf(const Timeline& timeline, int32_t pid);
+
 // The values between which a series is drawn, the same whatever its points are: 0 to 100 for per cent; 0 to
 // the highest value of any metric of the same source and unit otherwise (memory: the machine's total).
 // `highest` is above `lowest`.

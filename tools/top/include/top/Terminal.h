@@ -17,8 +17,8 @@ namespace top {
 // owner, who destroys the terminal. At most one at a time; not thread-safe.
 class Terminal {
  public:
-  // Returns an error if standard input or output is no terminal, or none that can be drawn on. Sets the
-  // process's locale for characters to that of the environment.
+  // Returns an error if standard input or output is no terminal, or none that can be drawn on. Characters are
+  // drawn as the process's locale says, so set LC_CTYPE first.
   [[nodiscard]] static android::base::Result<std::unique_ptr<Terminal>> open();
 
   // Gives the screen and the keyboard back as they were.
@@ -26,8 +26,6 @@ class Terminal {
   Terminal(const Terminal&) = delete;
   Terminal& operator=(const Terminal&) = delete;
 
-  // Blocks if the environment's locale is UTF-8.
-  timeline::Glyphs glyphs() const;
   // Of the terminal now; it changes when the window does.
   Size size() const;
   // Replaces what the terminal shows. Lines must be no wider than the terminal (View::render sees to it);
