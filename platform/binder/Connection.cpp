@@ -79,17 +79,17 @@ bool Connection::answer(const FrameHeader& header) {
   // The request must not take memory while a slow client reads the reply.
   request.freeData();
   room.reset();
-  noteHeapTraffic(mReply.dataSize());
-  if (mReply.dataSize() > kMaxPayload) {
-    fail("asked with code " + std::to_string(header.value) + " for a reply of " +
-         std::to_string(mReply.dataSize()) + " bytes, over the limit of " + std::to_string(kMaxPayload) +
-         ", and gets an error");
+  const size_t replySize = mReply.dataSize();
+  if (replySize > kMaxPayload) {
+    fail("asked with code " + std::to_string(header.value) + " for a reply of " + std::to_string(replySize) +
+         " bytes, over the limit of " + std::to_string(kMaxPayload) + ", and gets an error");
     mReply.freeData();
     status = android::FAILED_TRANSACTION;
   }
   const bool sent = reply(status, std::move(slot));
   if (mReply.dataSize() > kSmallPayload || mReply.errorCheck() != android::OK) mReply.freeData();
   mReply.setDataSize(0);
+  noteHeapTraffic(replySize);  // only now, because a slow reader may have kept it for long
   return sent;
 }
 
