@@ -40,6 +40,9 @@ class ScopedEnv {
 
 // A directory for one test that is the device root and the runtime directory of this process.
 class HostDir : public TempDir {
+ public:
+  HostDir() {}  // not defaulted, so that a const one may be made without an initialiser
+
  private:
   const ScopedEnv mDeviceRoot{"TORV_DEVICE_ROOT", path()};
   const ScopedEnv mRuntimeDir{"TORV_RUNTIME_DIR", path()};
