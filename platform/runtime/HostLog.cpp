@@ -14,6 +14,7 @@
 #include <android/log.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -113,6 +114,7 @@ void logToStderr(const __android_logger_data* data, const char* message) {
 
 void installHostLog() {
   hostLog();
+  signal(SIGPIPE, SIG_IGN);  // the reader of a pipe may go between the poll and the write
   __android_log_set_logger(&logToStderr);
   applyLogLevel();
 }
