@@ -98,7 +98,14 @@ Statsd* Statsd::runningIn(const std::string& directory) {
 }
 
 Statsd::Statsd(unique_fd atoms, unique_fd status)
-    : mAtomSocket(std::move(atoms)), mStatusSocket(std::move(status)) {
+    : mAtomSocket(std::move(atoms)), mStatusSocket(std::move(status)), mMessages{} {
+  for (size_t i = 0; i < kMaxBatch; i++) {
+    mVectors[i] = {mSlots[i].bytes.data(), mSlots[i].bytes.size()};
+    mMessages[i].msg_hdr.msg_iov = &mVectors[i];
+    mMessages[i].msg_hdr.msg_iovlen = 1;
+    mMessages[i].msg_hdr.msg_control = mSlots[i].control.data();
+    mMessages[i].msg_hdr.msg_controllen = mSlots[i].control.size();
+  }
   // The process's signals are for its own threads.
   sigset_t all;
   sigset_t before;
@@ -173,22 +180,13 @@ void Statsd::drain() {
 }
 
 int Statsd::receiveBatch() {
-  std::array<iovec, kMaxBatch> vectors;
-  std::array<mmsghdr, kMaxBatch> messages{};
-  for (int i = 0; i < kMaxBatch; i++) {
-    vectors[i] = {mSlots[i].bytes.data(), mSlots[i].bytes.size()};
-    msghdr& header = messages[i].msg_hdr;
-    header.msg_iov = &vectors[i];
-    header.msg_iovlen = 1;
-    header.msg_control = mSlots[i].control.data();
-    header.msg_controllen = mSlots[i].control.size();
-  }
-  const int received = recvmmsg(mAtomSocket.get(), messages.data(), kMaxBatch, MSG_DONTWAIT, nullptr);
+  const int received = recvmmsg(mAtomSocket.get(), mMessages.data(), kMaxBatch, MSG_DONTWAIT, nullptr);
   if (received < 0) return errno == EAGAIN || errno == EINTR ? 0 : -errno;
   for (int i = 0; i < received; i++) {
-    const msghdr& header = messages[i].msg_hdr;
+    msghdr& header = mMessages[i].msg_hdr;
     const bool isCut = (header.msg_flags & MSG_TRUNC) != 0;
-    mIntake.receive({mSlots[i].bytes.data(), messages[i].msg_len}, isCut, senderOf(header));
+    mIntake.receive({mSlots[i].bytes.data(), mMessages[i].msg_len}, isCut, senderOf(header));
+    header.msg_controllen = mSlots[i].control.size();  // the kernel has written what it used
   }
   return received;
 }

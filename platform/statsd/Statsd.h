@@ -8,6 +8,7 @@
 #include <android-base/result.h>
 #include <android-base/unique_fd.h>
 #include <sys/socket.h>
+#include <sys/uio.h>
 
 #include "AtomIntake.h"
 #include "Limits.h"
@@ -81,6 +82,9 @@ class Statsd {
   TurnLock mLock;
   AtomIntake mIntake GUARDED_BY(mLock);
   std::array<Slot, kMaxBatch> mSlots GUARDED_BY(mLock);
+  // Point into the slots for good, because to fill in all of them costs as much as an atom.
+  std::array<iovec, kMaxBatch> mVectors GUARDED_BY(mLock);
+  std::array<mmsghdr, kMaxBatch> mMessages GUARDED_BY(mLock);
 };
 
 }  // namespace libstatsd
