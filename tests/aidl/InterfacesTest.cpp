@@ -1,7 +1,3 @@
-#include <limits>
-#include <string>
-#include <vector>
-
 #include <gmock/gmock.h>
 
 #include "Generated.h"
@@ -9,21 +5,16 @@
 #include "dev/kerno/internal/diagnostics/BnDiagnosticsNotificationService.h"
 #include "dev/kerno/internal/diagnostics/BpDiagnosticsCollectorService.h"
 #include "dev/kerno/internal/diagnostics/BpDiagnosticsNotificationService.h"
+#include "support/Bundles.h"
 
 namespace {
 
 // NOLINTNEXTLINE(google-build-using-namespace): the interfaces under test
 using namespace dev::kerno::internal::diagnostics;
 namespace generated = dev::kerno::internal::generated_diagnostics;
-using android::IBinder, android::OK, android::Parcel, android::sp, android::String16;
+using android::IBinder, android::Parcel, android::sp, android::String16;
 using android::binder::Status;
 using android::os::PersistableBundle;
-
-PersistableBundle named(const std::string& call) {
-  PersistableBundle bundle;
-  bundle.putString(String16("call"), String16(call.c_str()));
-  return bundle;
-}
 
 // Answers every call with `status` and a bundle that says which call it was.
 class FakeCollector : public BnDiagnosticsCollectorService {
@@ -36,14 +27,12 @@ class FakeCollector : public BnDiagnosticsCollectorService {
   Status getSystemContextData(PersistableBundle* data) override { return answer("system", data); }
 
   Status status;
-  int calls = 0;
 
  private:
   using String8 = android::String8;
 
   Status answer(const std::string& call, PersistableBundle* data) {
-    ++calls;
-    *data = named(call);
+    *data = test::strings({{"call", call.c_str()}});
     return status;
   }
 };
@@ -78,11 +67,11 @@ void expectCollectorProxyCarriesEveryOutcome() {
   const auto proxy = android::interface_cast<Interface>(sp<IBinder>(new Remote(collector)));
   PersistableBundle data;
   EXPECT_TRUE(proxy->getApplicationStateDataForProcess(12, String16("name"), &data).isOk());
-  EXPECT_EQ(data, named("process 12name"));
+  EXPECT_EQ(data, test::strings({{"call", "process 12name"}}));
   EXPECT_TRUE(proxy->getAllAvailableApplicationStateData(&data).isOk());
-  EXPECT_EQ(data, named("all"));
+  EXPECT_EQ(data, test::strings({{"call", "all"}}));
   EXPECT_TRUE(proxy->getSystemContextData(&data).isOk());
-  EXPECT_EQ(data, named("system"));
+  EXPECT_EQ(data, test::strings({{"call", "system"}}));
   collector->status = Status::fromServiceSpecificError(9, "busy");
   PersistableBundle untouched;
   EXPECT_EQ(proxy->getAllAvailableApplicationStateData(&untouched).serviceSpecificErrorCode(), 9);
@@ -97,52 +86,18 @@ TEST(InterfacesTest, collectorProxiesCarryEveryCallAndItsOutcome) {
 }
 
 TEST(InterfacesTest, notificationProxiesSendOneWayAndAnyCodePasses) {
-  constexpr int32_t kLowest = std::numeric_limits<int32_t>::min();
   const sp<FakeNotifier> notifier = new FakeNotifier;
   const sp<Remote> remote = new Remote(notifier);
   const auto ours = android::interface_cast<IDiagnosticsNotificationService>(remote);
   const auto theirs = android::interface_cast<generated::IDiagnosticsNotificationService>(remote);
-  EXPECT_TRUE(
-      ours->notifySystemEvent(IDiagnosticsNotificationEventCode::APPLICATION_CRASHED, named("a")).isOk());
+  EXPECT_TRUE(ours->notifySystemEvent(IDiagnosticsNotificationEventCode::APPLICATION_CRASHED,
+                                      test::strings({{"call", "a"}}))
+                  .isOk());
   EXPECT_EQ(remote->lastFlags & IBinder::FLAG_ONEWAY, static_cast<uint32_t>(IBinder::FLAG_ONEWAY));
-  EXPECT_EQ(notifier->lastData, named("a"));
-  EXPECT_TRUE(theirs->notifySystemEvent(kLowest, named("b")).isOk());
-  EXPECT_EQ(notifier->lastData, named("b"));
-  EXPECT_THAT(notifier->codes, testing::ElementsAre(0, kLowest));
-}
-
-using Answer = std::pair<android::status_t, int32_t>;
-
-// Sends the interface's token and then `words` as transaction 1. Returns the transport's status and, if that
-// is OK, the exception in the reply; 0 stands for an empty reply too.
-template <typename Service>
-Answer transact(const sp<Service>& service, const std::vector<int32_t>& words) {
-  Parcel request;
-  Parcel reply;
-  request.writeInterfaceToken(Service::descriptor);
-  for (int32_t word : words) request.writeInt32(word);
-  const android::status_t status = service->transact(1, request, &reply);
-  return {status, status == OK && reply.dataSize() > 0 ? reply.readExceptionCode() : 0};
-}
-
-// The integration tests send tokens and codes that are wrong; the recorded parcels hold the replies' bytes.
-TEST(InterfacesTest, argumentThatCannotBeReadReachesNoMethod) {
-  const sp<FakeCollector> collector = new FakeCollector;
-  const sp<FakeNotifier> notifier = new FakeNotifier;
-  const Answer noData{android::NOT_ENOUGH_DATA, 0};
-  const Answer null{OK, Status::EX_NULL_POINTER};
-  EXPECT_EQ(transact(collector, {}), noData);
-  EXPECT_EQ(transact(collector, {1}), null) << "no name";
-  EXPECT_EQ(transact(collector, {1, -1}), null) << "a null name";
-  EXPECT_EQ(transact(collector, {1, 1 << 30}), null) << "a name that is too long";
-  EXPECT_EQ(transact(notifier, {0, 0}), null) << "a null bundle";
-  EXPECT_EQ(transact(notifier, {}), noData);
-  EXPECT_EQ(transact(notifier, {0}), noData) << "no bundle";
-  EXPECT_EQ(transact(notifier, {0, 1, 64, 0x21212121, 1}).first, android::BAD_VALUE) << "not a bundle";
-  EXPECT_EQ(collector->calls, 0);
-  EXPECT_THAT(notifier->codes, testing::IsEmpty());
-  EXPECT_EQ(transact(notifier, {1, 1, 0}), Answer(OK, 0)) << "the method's status is not written";
-  EXPECT_THAT(notifier->codes, testing::ElementsAre(1));
+  EXPECT_EQ(notifier->lastData, test::strings({{"call", "a"}}));
+  EXPECT_TRUE(theirs->notifySystemEvent(INT32_MIN, test::strings({{"call", "b"}})).isOk());
+  EXPECT_EQ(notifier->lastData, test::strings({{"call", "b"}}));
+  EXPECT_THAT(notifier->codes, testing::ElementsAre(0, INT32_MIN));
 }
 
 }  // namespace

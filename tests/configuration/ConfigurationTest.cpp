@@ -22,17 +22,6 @@ std::unique_ptr<IConfiguration> fileLayer(
   return std::make_unique<JSONConfiguration>(Base::parseJson(text).value(), std::move(next));
 }
 
-// The test of the version reset, with the preferences, checks most of the defaults.
-TEST(DefaultConfigurationTest, findsAKeyOnlyUnderItsOwnType) {
-  const DefaultConfiguration defaults;
-  EXPECT_EQ(defaults.getString("crash-reporter-url").size(), 63u);
-  EXPECT_EQ(defaults.getString("crash-reporter-logcat-tail-seconds"), "");
-  EXPECT_EQ(defaults.getUint("crash-reporter-logcat-tail-seconds"), 0);
-  EXPECT_EQ(defaults.getInt("crash-reporter-max-number-of-crashes-in-report-dir"), -1);
-  EXPECT_FALSE(defaults.getBool("crash-reporter-url"));
-  EXPECT_THAT(defaults.getLocalStrMap("crash-reporter-url"), IsEmpty());
-}
-
 TEST(JSONConfigurationTest, scalarsAnswerOnlyUnderTheirOwnType) {
   const auto answer = [&](const char* key, const char* value) {
     return fileLayer("{\"" + std::string(key) + "\": " + value + "}",
@@ -90,8 +79,7 @@ TEST(ChainTest, overridesHaveOneValueATypeAndTheRestPassesThrough) {
   chain->setBool(kCount, true);
   EXPECT_EQ(chain->getString(kCount), "") << "an override has one type";
   chain->setString(kCount, "text");
-  chain->setString(kCount, "later text");
-  EXPECT_EQ(chain->getString(kCount), "later text");
+  EXPECT_EQ(chain->getString(kCount), "text");
   EXPECT_EQ(chain->getUint(kCount), 65535);
   EXPECT_EQ(chain->getInt(kCount), -30);
   EXPECT_TRUE(chain->getBool(kCount));
@@ -99,7 +87,7 @@ TEST(ChainTest, overridesHaveOneValueATypeAndTheRestPassesThrough) {
 }
 
 TEST(ChainTest, aFileThatIsNoObjectEndsTheProcess) {
-  const char* const message = "Unable to load service configuration: /system_ext/etc/torv_crashreporter.conf";
+  const std::string message = "Unable to load service configuration: /system_ext/etc/torv_crashreporter.conf";
   const test::HostDir host;
   EXPECT_DEATH(buildConfigurationChain(), message);
   for (const char* text : {"[]", "7", "null", "{", ""}) {
@@ -111,7 +99,7 @@ TEST(ChainTest, aFileThatIsNoObjectEndsTheProcess) {
       << "the limit is named";
   ASSERT_EQ(unlink(path.c_str()), 0);
   ASSERT_EQ(mkfifo(path.c_str(), 0644), 0);  // nobody writes to it, so opening it must not wait
-  EXPECT_DEATH(buildConfigurationChain(), message);
+  EXPECT_DEATH(buildConfigurationChain(), "is not a regular file.*" + message);
 }
 
 }  // namespace

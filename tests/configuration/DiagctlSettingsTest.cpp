@@ -29,11 +29,11 @@ TEST(DiagctlSettingsTest, whatIsSetIsStoredUnderTheTypeItsReadersAskFor) {
   EXPECT_EQ(setPreference("app-id", "123"), 0);
   EXPECT_EQ(setPreference("logcat-enable", "false"), 0);
   EXPECT_EQ(setPreference("logcat-tail-count", "-5"), 0);
-  EXPECT_EQ(setPreference("retain-crash-report-for-x-seconds", "9"), 0);
+  EXPECT_EQ(setPreference("retain-crash-report-for-x-seconds", "70000"), 0);
   EXPECT_EQ(chain->getString("crash-reporter-app-id"), "123");
   EXPECT_FALSE(chain->getBool("crash-reporter-logcat-enable"));
   EXPECT_EQ(chain->getInt("crash-reporter-logcat-tail-count"), -5);
-  EXPECT_EQ(chain->getUint("crash-reporter-retain-crash-report-for-x-seconds"), 9);
+  EXPECT_EQ(chain->getUint("crash-reporter-retain-crash-report-for-x-seconds"), 4464);
   EXPECT_EQ(diagctl({"pref", "get", "crash-reporter-app-id"}).output, "123\n");
 
   EXPECT_EQ(diagctl({"pref", "unset", "crash-reporter-app-id"}).exitCode(), 0);
@@ -48,7 +48,7 @@ TEST(DiagctlSettingsTest, whatIsSetIsStoredUnderTheTypeItsReadersAskFor) {
   EXPECT_EQ(diagctl({"pref", "list"}).output,
             "crash-reporter-logcat-enable                      text\n"
             "crash-reporter-logcat-tail-count                  -5\n"
-            "crash-reporter-retain-crash-report-for-x-seconds  9\n");
+            "crash-reporter-retain-crash-report-for-x-seconds  70000\n");
 }
 
 TEST(DiagctlSettingsTest, configNamesTheLayerThatAnswers) {

@@ -37,18 +37,6 @@ class PreferencesConfigurationTest : public ::testing::Test {
   const test::HostDir mHost;
 };
 
-TEST_F(PreferencesConfigurationTest, aStoredValueWinsOverTheDefault) {
-  store(object(R"("~logcat-enable": false, "~retain-crash-report-for-x-seconds": 70000,
-                  "~logcat-tail-count": -7, "~url": "a\u0000b", "~user-agent": "")"));
-  const auto configuration = make(1);
-  EXPECT_FALSE(configuration->getBool("crash-reporter-logcat-enable"));
-  EXPECT_EQ(configuration->getUint("crash-reporter-retain-crash-report-for-x-seconds"), 4464);
-  EXPECT_EQ(configuration->getInt("crash-reporter-logcat-tail-count"), -7);
-  EXPECT_EQ(configuration->getString("crash-reporter-url"), std::string("a\0b", 3));
-  EXPECT_EQ(configuration->getString("crash-reporter-user-agent"), "");
-  EXPECT_EQ(configuration->getInt("crash-reporter-logcat-tail-seconds"), 120);
-}
-
 TEST_F(PreferencesConfigurationTest, flagsSayWhetherTheStoreIsKeptAndWhenAnOldOneIsReset) {
   const Json::Value old = object(R"("~key-value-version": 4)");
   for (unsigned short flags = 0; flags < 8; ++flags) {

@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <cstdlib>
 #include <deque>
 #include <filesystem>
@@ -19,14 +18,10 @@
 #include <functional>
 #include <future>
 #include <sstream>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include <android-base/unique_fd.h>
 #include <gtest/gtest.h>
 #include <statsd/StatsEventWriter.h>
-#include <statsd/StatsdStatus.h>
 
 #include "base/Clock.h"
 #include "fixture/Daemon.h"
@@ -61,6 +56,7 @@ constexpr double kRecoveryMs = 2000 * kSlower;
 constexpr long kPeakMib = 64;
 constexpr long kWholeTablesPeakMib = 96;
 constexpr rlim_t kDescriptors = 1024;
+const auto kProcessors = static_cast<double>(sysconf(_SC_NPROCESSORS_ONLN));
 
 double attackSeconds() {
   const char* seconds = getenv("DIAG_ATTACK_SECONDS");
@@ -132,32 +128,22 @@ long statusOf(pid_t pid, const std::string& field) {
   return std::stol(text.substr(text.find("\n" + field + ":") + field.size() + 2));
 }
 
-// Seconds of processor time since boot: of all processors, idle, and of `daemon`, this process and its
-// children that have ended.
-struct ProcessorTime {
-  explicit ProcessorTime(pid_t daemon) {
-    std::istringstream(test::readFile("/proc/uptime")) >> all >> idle;
-    all *= static_cast<double>(sysconf(_SC_NPROCESSORS_ONLN));
-    clockid_t ofDaemon{};
-    timespec time{};
-    clock_getcpuclockid(daemon, &ofDaemon);
-    clock_gettime(ofDaemon, &time);
-    tms own{};
-    times(&own);
-    const auto ticks = own.tms_utime + own.tms_stime + own.tms_cutime + own.tms_cstime;
-    ours = static_cast<double>(Torv::Base::toNanoseconds(time)) / 1e9 +
-           static_cast<double>(ticks) / static_cast<double>(sysconf(_SC_CLK_TCK));
-  }
-  // The share that other programs took, or that was lost in waiting for a disk.
-  double othersSince(const ProcessorTime& before) const {
-    const double others = all - idle - ours - (before.all - before.idle - before.ours);
-    return std::clamp(others / std::max(all - before.all, 0.01), 0.0, 1.0);
-  }
-
-  double all = 0;
+// The processor time since boot, in seconds, that went neither to `daemon` nor to this process or its
+// children that have ended: other programs took it, or it was lost in waiting for a disk.
+double othersSeconds(pid_t daemon) {
+  double up = 0;
   double idle = 0;
-  double ours = 0;
-};
+  std::istringstream(test::readFile("/proc/uptime")) >> up >> idle;
+  clockid_t clock{};
+  timespec served{};
+  clock_getcpuclockid(daemon, &clock);
+  clock_gettime(clock, &served);
+  tms own{};
+  times(&own);
+  const auto ticks = own.tms_utime + own.tms_stime + own.tms_cutime + own.tms_cstime;
+  return up * kProcessors - idle - static_cast<double>(Torv::Base::toNanoseconds(served)) / 1e9 -
+         static_cast<double>(ticks) / static_cast<double>(sysconf(_SC_CLK_TCK));
+}
 
 size_t openFiles(pid_t pid) {
   return static_cast<size_t>(std::distance(fs::directory_iterator(procFile(pid, "fd")), {}));
@@ -198,15 +184,11 @@ class AttackTest : public testing::TestWithParam<const char*> {
 
   // Plays an attack beside good clients, prints its row, and checks what is promised. A row whose times are
   // too long is played once more, because another program may have taken the processors.
-  Row play(
-      const std::string& attack, const std::string& name, long peakMib = kPeakMib,
-      const std::function<void()>& atItsHeight = [] {}) {
-    Row row = playOnce(attack, atItsHeight);
-    row.print(name);
+  Row play(const std::string& attack, const std::string& name, long peakMib = kPeakMib) {
+    Row row = playOnce(attack, name);
     if (row.isLate()) {
       printf("That was too late. The row once more:\n");
-      row = playOnce(attack, atItsHeight);
-      row.print(name);
+      row = playOnce(attack, name);
     }
     EXPECT_EQ(row.kept.failed + row.anew.failed, 0) << name;
     EXPECT_GE(row.kept.ms.size(), kSlower > 4 ? 1u : 3u) << name << ": each query once";
@@ -218,13 +200,14 @@ class AttackTest : public testing::TestWithParam<const char*> {
     return row;
   }
 
-  Row playOnce(const std::string& attack, const std::function<void()>& atItsHeight) {
+  Row playOnce(const std::string& attack, const std::string& name) {
     const pid_t pid = daemon.process().pid();
     const long threads = statusOf(pid, "Threads");
     const long residentKib = statusOf(pid, "VmRSS");
     const size_t files = openFiles(pid);
     std::ofstream(procFile(pid, "clear_refs")) << "5";  // the peak starts anew
-    const ProcessorTime before(pid);
+    const auto start = steady_clock::now();
+    const double others = othersSeconds(pid);
     Row row;
     {
       fixture::ProcessOptions options = daemon.client(fixture::applicationUid());
@@ -236,7 +219,6 @@ class AttackTest : public testing::TestWithParam<const char*> {
         return row.attacker.find("ready\n") != std::string::npos;
       })) << attack;
       beGood(row);
-      atItsHeight();
     }
     // What may stay: the thread of the one-way calls, the connections of this process and a few new states.
     const auto end = steady_clock::now();
@@ -246,8 +228,9 @@ class AttackTest : public testing::TestWithParam<const char*> {
     })) << attack
         << " leaves threads, descriptors or memory behind";
     row.recoveryMs = msSince(end);
-    row.others = ProcessorTime(pid).othersSince(before);
+    row.others = std::max((othersSeconds(pid) - others) / (msSince(start) / 1000 * kProcessors), 0.0);
     row.peakMib = static_cast<double>(statusOf(pid, "VmHWM")) / 1024;
+    row.print(name);
     return row;
   }
 
@@ -317,17 +300,8 @@ void publishEightKiB(StatsEventWriter& writer, int pid) {
   EXPECT_EQ(Daemon::statesOf(pid).size(), kKeys);  // a query fetches, so that no atom is lost in statsd
 }
 
-uint64_t pushedOut(uid_t uid) {
-  const auto status = libstatsd::readStatsdStatus(milliseconds(1000));
-  if (!status.ok()) return 0;
-  for (const libstatsd::UidCounters& of : status->uids) {
-    if (of.uid == uid) return of.droppedFull;
-  }
-  return 0;
-}
-
 // The black box is full: beside twenty processes that only exist, with 8 KiB of states each, 2,000 invented
-// pids hold as much. One of the twenty dies at the beginning; its states stay for a minute at least.
+// pids hold as much.
 TEST_F(AttackTest, onTheBlackBoxLeavesOthersTheirStatesAndTheDaemonBelowItsBound) {
   serve();
   std::deque<fixture::Process> processes;
@@ -336,22 +310,9 @@ TEST_F(AttackTest, onTheBlackBoxLeavesOthersTheirStatesAndTheDaemonBelowItsBound
     for (const fixture::Process& process : processes) publishEightKiB(writer, process.pid());
     for (int pid = 1'000'000; pid < 1'002'000; ++pid) publishEightKiB(writer, pid);
   });
-  const pid_t dead = processes.front().pid();
-  processes.pop_front();
-  // Without queries, which would fetch them, the publisher's atoms wait in a store that overflows.
-  const auto overflow = [&] {
-    for (int i = 0; i < 10; ++i) publishState("value");
-    const uint64_t before = pushedOut(fixture::applicationUid());
-    EXPECT_TRUE(fixture::eventually([&] { return pushedOut(fixture::applicationUid()) > before + 1000; }));
-  };
   for (const std::string attack :
        {"uniqueKeys", "inventedPids", "largeProcess", "atomsOfOneKey", "wholeTableCalls"}) {
-    play(attack, attack, attack == "wholeTableCalls" ? kWholeTablesPeakMib : kPeakMib, [&] {
-      if (attack == "atomsOfOneKey") overflow();
-    });
-    if (attack == "uniqueKeys" && attackSeconds() < 20) {
-      EXPECT_EQ(Daemon::statesOf(dead).size(), kKeys) << "of a process that died a moment ago";
-    }
+    play(attack, attack, attack == "wholeTableCalls" ? kWholeTablesPeakMib : kPeakMib);
     for (const fixture::Process& process : processes) {
       EXPECT_EQ(Daemon::statesOf(process.pid()).size(), kKeys) << "after " << attack;
     }
@@ -379,7 +340,7 @@ TEST_F(AttackTest, onLockFilesStopsNothing) {
   fs::remove(rotated);
   leave("telemetry.jsonl", std::string(4 << 20, '\n'), 0644);
   ASSERT_EQ(chmod(daemon.runtime("telemetry.lock").c_str(), 0666), 0);
-  const Row held = play("heldLocks", "heldRotation", kPeakMib, [&] { EXPECT_FALSE(fs::exists(rotated)); });
+  const Row held = play("heldLocks", "heldRotation");
   EXPECT_EQ(held.attacker, "holds telemetry.lock\nready\n");
   EXPECT_TRUE(
       fixture::eventually([&] { return Daemon::statesOf(getpid()).size() > 0 && fs::exists(rotated); }));
@@ -393,11 +354,7 @@ TEST_F(AttackTest, onALogThatNobodyReadsStopsNothing) {
   for (const std::string line(4096, '\n'); write(pipe.get(), line.data(), line.size()) > 0;) {
   }
   play("oneWayFlood", "fullStderrPipe");
-  // From here on the log is an ordinary file again, with what the pipe held.
-  std::string text(1 << 20, '\0');
-  text.resize(std::max<ssize_t>(read(pipe.get(), text.data(), text.size()), 0));
-  fs::remove(log);
-  daemon.dir().write("service.log", text);
+  fs::remove(log);  // reading it would wait
 }
 
 TEST_F(AttackTest, onAPipeInPlaceOfPropertiesStopsNothing) {

@@ -11,6 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <deque>
@@ -157,36 +158,16 @@ void oneWayFlood() {
   }
 }
 
-struct Atom {
-  int pid;
-  std::string key;
-  std::string value;
-};
-
-// Publishes without end. `atomOf` gets the number of the atom.
-template <Atom (*atomOf)(long)>
+// Publishes states without end, with values of that size. Pids and keys take turns; a single pid is our own.
+template <int pids, long keys, size_t valueBytes>
 void flood() {
+  const std::string value(valueBytes, 'x');
   libstatsd::StatsEventWriter writer;
   ready();
   for (long i = 0;; ++i) {
-    const Atom atom = atomOf(i);
-    writer.publishApplicationState(atom.pid, atom.key, atom.value);
+    const int pid = pids == 1 ? getpid() : 2'000'000 + static_cast<int>(i % pids);
+    writer.publishApplicationState(pid, std::to_string(100'000'000'000'000 + i % keys), value);
   }
-}
-
-Atom uniqueKey(long i) {
-  const std::string text = std::to_string(100'000'000'000'000 + i);
-  return {getpid(), text, text};
-}
-
-Atom ofInventedPid(long i) {
-  return {2'000'000 + static_cast<int>(i % 1'200'000), "key", "value"};
-}
-
-// One of `keys` keys of this process, with 3,900 bytes in each.
-template <int keys>
-Atom largeAtom(long i) {
-  return {getpid(), std::to_string(i % keys), std::string(3900, 'x')};
 }
 
 using Query = android::binder::Status (IDiagnosticsCollectorService::*)(android::os::PersistableBundle*);
@@ -233,10 +214,10 @@ constexpr Attack kAttacks[] = {
        for (;;) sendAll(connectTo(kCollector), std::string(100, 'G'));
      }},
     {"killedCallers", 0, killedCallers},
-    {"uniqueKeys", 0, flood<uniqueKey>},
-    {"inventedPids", 0, flood<ofInventedPid>},
-    {"largeProcess", 0, flood<largeAtom<134>>},  // 520 kB
-    {"atomsOfOneKey", 0, flood<largeAtom<1>>},
+    {"uniqueKeys", 0, flood<1, LONG_MAX, 15>},
+    {"inventedPids", 0, flood<1'200'000, 1, 5>},
+    {"largeProcess", 0, flood<1, 134, 3900>},  // 520 kB
+    {"atomsOfOneKey", 0, flood<1, 1, 3900>},
     {"wholeTableCalls", 16, ask<&IDiagnosticsCollectorService::getAllAvailableApplicationStateData>},
     {"contextCalls", 20, ask<&IDiagnosticsCollectorService::getSystemContextData>},
     {"heldLocks", 0, heldLocks},

@@ -1,8 +1,6 @@
 // What diagctl prints and how it exits, over the real service.
 
 #include <cstdlib>
-#include <string>
-#include <vector>
 
 #include <signal.h>
 
@@ -24,24 +22,22 @@ using testing::StartsWith;
 
 class CommandLineTest : public testing::Test {
  protected:
-  Outcome diagctl(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), staged("diagctl"));
-    return fixture::run(arguments, daemon.client(fixture::serviceUid()));
+  // `command` is a line whose arguments have no blanks.
+  Outcome diagctl(const std::string& command) {
+    return fixture::run(android::base::Split(staged("diagctl") + " " + command, " "),
+                        daemon.client(fixture::serviceUid()));
   }
 
-  // `command` is a line whose arguments have no blanks.
   void expect(const std::string& command, int exitCode, const testing::Matcher<std::string>& output) {
-    const Outcome outcome = diagctl(android::base::Split(command, " "));
+    const Outcome outcome = diagctl(command);
     EXPECT_EQ(outcome.exitCode(), exitCode) << command;
     EXPECT_THAT(outcome.output, output) << command;
   }
 
-  Json::Value json(std::vector<std::string> arguments) {
-    arguments.push_back("--json");
-    const Outcome outcome = diagctl(arguments);
-    EXPECT_EQ(outcome.exitCode(), 0) << outcome.output;
+  Json::Value json(const std::string& command) {
+    const Outcome outcome = diagctl(command + " --json");
     const auto value = Torv::Base::parseJson(outcome.output, Torv::Base::JsonRules::Strict);
-    EXPECT_TRUE(value.ok()) << outcome.output;
+    EXPECT_TRUE(outcome.exitCode() == 0 && value.ok()) << outcome.output;
     return value.ok() ? *value : Json::Value();
   }
 
@@ -56,8 +52,8 @@ TEST_F(CommandLineTest, statesAreTablesForPeopleAndJsonForPrograms) {
   expect("state 70", 0, "process 70\n  last_action  tap\n  screen       home\n");
   expect("states", 0, HasSubstr("process 70\n  last_action  tap\n"));
 
-  const Json::Value all = json({"states"});
-  EXPECT_EQ(all["70"], json({"state", "70"}));
+  const Json::Value all = json("states");
+  EXPECT_EQ(all["70"], json("state 70"));
   EXPECT_EQ(all["70"]["processId"].asInt(), 70);
   EXPECT_EQ(all["70"]["ApplicationStateData"]["screen"].asString(), "home");
   // Values that are JSON documents are nested, and nothing else is.
@@ -73,7 +69,7 @@ TEST_F(CommandLineTest, statesAreTablesForPeopleAndJsonForPrograms) {
 TEST_F(CommandLineTest, contextShowsHistoriesAsCharts) {
   daemon.start();
   ASSERT_TRUE(fixture::eventually([&] {
-    const Json::Value values = json({"context"})["SystemContextData"];
+    const Json::Value values = json("context")["SystemContextData"];
     return values["cpu_utilization_history"]["time_series"].size() > 1;
   }));
   expect("context", 0,
@@ -83,8 +79,8 @@ TEST_F(CommandLineTest, contextShowsHistoriesAsCharts) {
 
 TEST_F(CommandLineTest, pingAndNotifySayWhatHappened) {
   daemon.start();
-  EXPECT_TRUE(json({"ping"})["DiagnosticsNotificationService"]["round_trip_us"].isIntegral());
-  EXPECT_EQ(json({"notify", "1"})["sent"].asInt(), 1);
+  EXPECT_TRUE(json("ping")["DiagnosticsNotificationService"]["round_trip_us"].isIntegral());
+  EXPECT_EQ(json("notify 1")["sent"].asInt(), 1);
   expect("notify -2", 0, testing::_);
   EXPECT_TRUE(daemon.logs("onEvent called with event id: 1\n"));
   EXPECT_TRUE(daemon.logs("Unexpected system event: -2\n"));

@@ -1,7 +1,5 @@
 // The life of a report: applications publish, one dies, a reporter asks.
 
-#include <string>
-
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>

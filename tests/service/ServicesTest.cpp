@@ -1,9 +1,7 @@
+#include <functional>
+#include <future>
 #include <limits>
-#include <string>
-#include <utility>
-#include <vector>
 
-#include <android/log.h>
 #include <gmock/gmock.h>
 
 #include "service/BundlePacking.h"
@@ -11,6 +9,7 @@
 #include "service/DiagnosticsCollectorServiceHandler.h"
 #include "service/DiagnosticsNotificationService.h"
 #include "storage/Limits.h"
+#include "support/Bundles.h"
 #include "support/LogCapture.h"
 
 namespace Torv::OS::Diagnostics {
@@ -22,6 +21,7 @@ using android::os::PersistableBundle;
 using enum Telemetry::EventFlow;
 using enum Telemetry::EventName;
 using enum Telemetry::EventType;
+using test::process, test::strings, test::with;
 using testing::ElementsAre, testing::IsEmpty;
 
 constexpr char kTag[] = "DiagnosticsCollectorService";
@@ -63,26 +63,15 @@ struct FakeStatsd : LibstatsdWrapper {
 };
 
 struct FakeContext : SystemContextManager {
-  FakeContext() : SystemContextManager(nullptr, nullptr) {}
-  StringMap getSystemContext() override { return {{"build_tags", "dev"}}; }
+  explicit FakeContext(const std::function<void()>& work)
+      : SystemContextManager(nullptr, nullptr), work(work) {}
+  StringMap getSystemContext() override {
+    if (work) work();
+    return {{"build_tags", "dev"}};
+  }
+
+  const std::function<void()>& work;
 };
-
-PersistableBundle text(const char* key, const char* value) {
-  PersistableBundle bundle;
-  bundle.putString(String16(key), String16(value));
-  return bundle;
-}
-
-PersistableBundle with(PersistableBundle bundle, const char* key, const PersistableBundle& nested) {
-  bundle.putPersistableBundle(String16(key), nested);
-  return bundle;
-}
-
-PersistableBundle process(int pid, const PersistableBundle& states) {
-  PersistableBundle bundle;
-  bundle.putInt(String16("processId"), pid);
-  return with(bundle, "ApplicationStateData", states);
-}
 
 PersistableBundle nested(const PersistableBundle& bundle, const char* key) {
   PersistableBundle value;
@@ -121,30 +110,31 @@ class CollectorServiceTest : public testing::Test {
 
   test::LogCapture log;
   std::vector<ApplicationState> pendingAtoms;
+  std::function<void()> whileAContextIsMade;
   std::shared_ptr<Handler> handler = std::make_shared<Handler>(
       std::make_unique<ApplicationStateManager>(
           std::make_unique<BlackBox>(),
           std::make_unique<StatsManager>(std::make_unique<FakeStatsd>(pendingAtoms)), 60),
-      std::make_unique<FakeContext>());
+      std::make_unique<FakeContext>(whileAContextIsMade));
 };
 
 // An unknown process is no error and no success; no process at all is a success.
 TEST_F(CollectorServiceTest, answersWithWhatWasPublishedAndReportsIt) {
   const sp<DiagnosticsCollectorService> service = new DiagnosticsCollectorService(handler);
-  PersistableBundle out = text("kept", "1");
+  PersistableBundle out = strings({{"kept", "1"}});
   EXPECT_TRUE(service->getApplicationStateDataForProcess(7, String16("ignored"), &out).isOk());
   EXPECT_TRUE(service->getAllAvailableApplicationStateData(&out).isOk());
-  EXPECT_EQ(out, text("kept", "1"));
+  EXPECT_EQ(out, strings({{"kept", "1"}}));
 
   publish(7, "screen", "old");
   publish(7, "screen", "new");
   publish(8, "screen", "other");
   PersistableBundle one;
   EXPECT_TRUE(service->getApplicationStateDataForProcess(7, String16("ignored"), &one).isOk());
-  EXPECT_EQ(one, process(7, text("screen", "new")));
+  EXPECT_EQ(one, process(7, strings({{"screen", "new"}})));
   PersistableBundle all;
   EXPECT_TRUE(service->getAllAvailableApplicationStateData(&all).isOk());
-  EXPECT_EQ(all, with(with({}, "7", one), "8", process(8, text("screen", "other"))));
+  EXPECT_EQ(all, with(with({}, "7", one), "8", process(8, strings({{"screen", "other"}}))));
   const Event start{GetForProcessStart, Start, Collector, 7};
   const Event startAll{GetAllStart, Start, Collector};
   const Event successAll{GetAllSuccess, Success, Collector};
@@ -163,22 +153,36 @@ TEST_F(CollectorServiceTest, whatIsMissingIsToldToCallerLogAndTelemetry) {
 TEST_F(CollectorServiceTest, systemContextJoinsTheGlobalStatesAndReportsNothing) {
   PersistableBundle out;
   EXPECT_TRUE(handler->getSystemContextData(&out).isOk());
-  EXPECT_EQ(out, with(with({}, "SystemContextData", text("build_tags", "dev")), "GlobalStateData", {}));
+  EXPECT_EQ(out,
+            with(with({}, "SystemContextData", strings({{"build_tags", "dev"}})), "GlobalStateData", {}));
   pendingAtoms.push_back({true, "telemetry", 0, "id", "s1", 1});
   EXPECT_TRUE(handler->getSystemContextData(&out).isOk());
   EXPECT_EQ(nested(out, "GlobalStateData").getPersistableBundleKeys(), std::set{String16("telemetry")});
   PersistableBundle globals;
   packAllGlobalStatesToBundle({{"telemetry", {{"id", "s1"}}}}, &globals);
-  const PersistableBundle named = text("GlobalNamespace", "telemetry");
-  EXPECT_EQ(globals, with({}, "telemetry", with(named, "GlobalStateData", text("id", "s1"))));
+  const PersistableBundle named = strings({{"GlobalNamespace", "telemetry"}});
+  EXPECT_EQ(globals, with({}, "telemetry", with(named, "GlobalStateData", strings({{"id", "s1"}}))));
 
   EXPECT_EQ(handler->getSystemContextData(nullptr).exceptionCode(), Status::EX_NULL_POINTER);
   EXPECT_EQ(log.count("null aidl return\n"), 1u);
   EXPECT_THAT(handler->events, IsEmpty());
 }
 
-TEST_F(CollectorServiceTest, anAnswerAboutOneLeavesOutItsOldestStatesUntilItFits) {
+TEST_F(CollectorServiceTest, aDriverThatHangsKeepsNobodyWhoAsksAboutApplications) {
+  whileAContextIsMade = [this] {
+    std::async(std::launch::async, [this] {
+      PersistableBundle out;
+      EXPECT_TRUE(handler->getApplicationStateDataForProcess(7, &out).isOk());
+      EXPECT_TRUE(handler->getAllAvailableApplicationStateData(&out).isOk());
+    }).wait();
+  };
+  PersistableBundle out;
+  EXPECT_TRUE(handler->getSystemContextData(&out).isOk());
+}
+
+TEST_F(CollectorServiceTest, anAnswerAboutOneLeavesOutItsOldestStatesUntilItFitsAndOneAboutAllTheLargest) {
   for (int i = 0; i < 600; ++i) publish(7, "key " + std::to_string(i), std::string(1000, 'x'));
+  publish(8, "screen", "home");
   PersistableBundle out;
   ASSERT_TRUE(handler->getApplicationStateDataForProcess(7, &out).isOk());
   const std::set<String16> states = nested(out, "ApplicationStateData").getStringKeys();
@@ -186,6 +190,10 @@ TEST_F(CollectorServiceTest, anAnswerAboutOneLeavesOutItsOldestStatesUntilItFits
   EXPECT_GT(replySize(out), kMaxReplyBytes - 3000);
   EXPECT_EQ(states.count(String16("key 0")), 0u);
   EXPECT_EQ(states.count(String16("key 599")), 1u);
+  PersistableBundle all;
+  ASSERT_TRUE(handler->getAllAvailableApplicationStateData(&all).isOk());
+  EXPECT_EQ(all, with(with({}, "7", process(7, {})), "8", process(8, strings({{"screen", "home"}}))));
+  EXPECT_EQ(log.count("1 processes did not fit into a reply and were left out: 7"), 1u);
 }
 
 TEST_F(CollectorServiceTest, aSystemContextThatDoesNotFitLosesItsLargestValuesAndFitsBesideAllGlobals) {
@@ -283,7 +291,7 @@ TEST(NotificationServiceTest, everyObserverHearsOfAnEventOnceAndInOrderAndOfNoOt
     service->events.clear();
     const auto event =
         static_cast<dev::kerno::internal::diagnostics::IDiagnosticsNotificationEventCode>(code);
-    return service->notifySystemEvent(event, text("signal", "11")).exceptionCode();
+    return service->notifySystemEvent(event, strings({{"signal", "11"}})).exceptionCode();
   };
   const testing::InSequence order;
   const Event start{NotifyStart, Start, Notification};

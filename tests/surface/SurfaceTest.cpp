@@ -61,10 +61,12 @@ TEST(SurfaceTest, configurationLayersFormAChain) {
       std::make_unique<Torv::JSONConfiguration>(Json::Value(Json::objectValue), std::move(preferences)));
   Torv::IConfiguration& configuration = chain;
   EXPECT_EQ(typed<std::string>(configuration.getString("crash-reporter-user-agent")), "pellux/os");
-  typed<unsigned short>(configuration.getUint("unknown"));
-  typed<int>(configuration.getInt("unknown"));
-  typed<bool>(configuration.getBool("unknown"));
-  typed<std::map<std::string, std::string>>(configuration.getLocalStrMap("unknown"));
+  // These have a default of another type, which is no answer.
+  EXPECT_EQ(typed<unsigned short>(configuration.getUint("crash-reporter-logcat-tail-seconds")), 0);
+  EXPECT_EQ(typed<int>(configuration.getInt("crash-reporter-url")), -1);
+  EXPECT_FALSE(typed<bool>(configuration.getBool("crash-reporter-url")));
+  using Map = std::map<std::string, std::string>;
+  EXPECT_EQ(typed<Map>(configuration.getLocalStrMap("crash-reporter-url")), Map());
   configuration.registerPreferencesChangeCallback([](void*) {});
   configuration.registerPreferencesChangeCallback([] {}, "key");
   configuration.runCallbackFunctions();

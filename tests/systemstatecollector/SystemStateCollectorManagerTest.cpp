@@ -139,18 +139,14 @@ TEST_F(StandardCollectorsTest, allSevenFollowTheDevicesFiles) {
   mHost.write("proc/meminfo", "");
   manager->pollCollectors();
 
-  struct Row {
-    const char* history;
-    const char* metric;
-    std::vector<double> newestFirst;
-  };
-  const Row rows[] = {{"psi_cpu_history", "some_total", {33, 33, 23, 13}},
-                      {"psi_memory_history", "some_total", {36, 36, 26, 16}},
-                      {"psi_io_history", "some_total", {32, 32, 22, 12}},
-                      {"system_meminfo_history", "MemAvail_%", {0, 3, 2, 1}},
-                      {"cpu_utilization_history", "CpuUtilization_%", {50, 50}},
-                      {"gpu_utilization_history", "GpuUtilization_%", {10, 10}},
-                      {"battery_state_history", "BatteryCharge_%", {30, 10}}};
+  const std::tuple<const char*, const char*, std::vector<double>> rows[] = {
+      {"psi_cpu_history", "some_total", {33, 33, 23, 13}},
+      {"psi_memory_history", "some_total", {36, 36, 26, 16}},
+      {"psi_io_history", "some_total", {32, 32, 22, 12}},
+      {"system_meminfo_history", "MemAvail_%", {0, 3, 2, 1}},
+      {"cpu_utilization_history", "CpuUtilization_%", {50, 50}},
+      {"gpu_utilization_history", "GpuUtilization_%", {10, 10}},
+      {"battery_state_history", "BatteryCharge_%", {30, 10}}};
   const auto histories = manager->dumpSystemStateHistory();
   EXPECT_EQ(histories->size(), std::size(rows));
   for (const auto& [history, metric, newestFirst] : rows) {

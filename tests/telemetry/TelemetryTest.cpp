@@ -60,13 +60,19 @@ TEST_F(TelemetryTest, valuesHaveTheirTextsAndOthersAreInvalid) {
   EXPECT_EQ(texts(12, 3, 2), "invalid_event_name invalid_type invalid_flow");
 }
 
-TEST_F(TelemetryTest, whatIsDisabledIsNotStoredAndReportedAsSuch) {
+TEST_F(TelemetryTest, whatIsDisabledIsNotStoredAndWhatCannotBeStoredFails) {
+  constexpr char kTag[] = "DiagnosticsCollectorService";
   const test::LogCapture log;
-  EXPECT_FALSE(DiagnosticsCollectorTelemetry(false).reportDefaultEvent(
-      EventName::NotifyStart, EventType::Start, EventFlow::Notification));
-  EXPECT_TRUE(log.has(ANDROID_LOG_INFO, "DiagnosticsCollectorService",
-                      "DiagnosticsCollectorTelemetry: telemetry disabled."));
+  const auto report = [](DiagnosticsCollectorTelemetry telemetry) {
+    return telemetry.reportDefaultEvent(EventName::NotifyStart, EventType::Start, EventFlow::Notification);
+  };
+  EXPECT_FALSE(report(DiagnosticsCollectorTelemetry(false)));
+  EXPECT_TRUE(log.has(ANDROID_LOG_INFO, kTag, "DiagnosticsCollectorTelemetry: telemetry disabled."));
   EXPECT_NE(access(mHost.path("telemetry.jsonl").c_str(), F_OK), 0);
+  mHost.write("telemetry.jsonl/in-the-way", "");
+  EXPECT_FALSE(report(DiagnosticsCollectorTelemetry(true)));
+  EXPECT_TRUE(log.has(ANDROID_LOG_ERROR, kTag,
+                      "DiagnosticsCollectorTelemetry: Failed to log diagnostics collector report event!"));
 }
 
 }  // namespace

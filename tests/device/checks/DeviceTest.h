@@ -2,9 +2,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 

@@ -5,7 +5,6 @@
 #include <binder/IServiceManager.h>
 
 #include <algorithm>
-#include <cstdio>
 
 namespace {
 
@@ -14,8 +13,6 @@ using android::sp;
 using android::String16;
 using fixture::IDiagnosticsCollectorService;
 
-constexpr double kTarget = 1.5;
-
 double microsecondsOfCall(const sp<android::IBinder>& binder, const Parcel& request) {
   Parcel reply;
   const auto start = std::chrono::steady_clock::now();
@@ -23,8 +20,8 @@ double microsecondsOfCall(const sp<android::IBinder>& binder, const Parcel& requ
   return std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count();
 }
 
-double quantile(std::vector<double> values, double share) {
-  const auto at = values.begin() + static_cast<ptrdiff_t>(share * static_cast<double>(values.size()));
+double lowerQuartile(std::vector<double> values) {
+  const auto at = values.begin() + static_cast<ptrdiff_t>(values.size() / 4);
   std::nth_element(values.begin(), at, values.end());
   return *at;
 }
@@ -33,23 +30,16 @@ double quantile(std::vector<double> values, double share) {
 // their lower quartiles are compared: the daemon's own periodic work falls on few of the quicker calls.
 double ratioToEcho(const sp<android::IBinder>& service, const sp<android::IBinder>& echo,
                    const Parcel& request) {
-  std::vector<double> ratios;
-  double bare = 0;
-  double served = 0;
-  for (int round = 0; round < 7; ++round) {
-    std::vector<double> bareTimes, servedTimes;
-    for (int i = 0; i < 100; ++i) {
-      bareTimes.push_back(microsecondsOfCall(echo, request));
-      servedTimes.push_back(microsecondsOfCall(service, request));
-    }
-    bare = quantile(bareTimes, 0.25);
-    served = quantile(servedTimes, 0.25);
-    ratios.push_back(served / bare);
+  std::vector<double> bareTimes, servedTimes;
+  for (int i = 0; i < 700; ++i) {
+    bareTimes.push_back(microsecondsOfCall(echo, request));
+    servedTimes.push_back(microsecondsOfCall(service, request));
   }
-  const double ratio = quantile(ratios, 0.5);
-  std::printf("  echo %.0f us, transaction 1 %.0f us, ratio %.2f (target %.1f)\n", bare, served, ratio,
-              kTarget);
-  return ratio;
+  const double bare = lowerQuartile(bareTimes);
+  const double served = lowerQuartile(servedTimes);
+  std::printf("  echo %.0f us, transaction 1 %.0f us, ratio %.2f (target 1.5)\n", bare, served,
+              served / bare);
+  return served / bare;
 }
 
 // The target leaves less than a bundle of that many strings costs in the platform's own library, so each

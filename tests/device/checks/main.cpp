@@ -8,8 +8,6 @@
 
 #include "DeviceTest.h"
 
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include <binder/IPCThreadState.h>

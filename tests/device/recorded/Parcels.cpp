@@ -5,7 +5,7 @@
 #include <dev/kerno/internal/diagnostics/BpDiagnosticsNotificationService.h>
 
 #include <android-base/stringprintf.h>
-#include <utils/String16.h>
+#include "support/Bundles.h"
 
 namespace {
 
@@ -15,6 +15,7 @@ using android::sp;
 using android::String16;
 using android::binder::Status;
 using android::os::PersistableBundle;
+using test::strings, test::with;
 using namespace dev::kerno::internal::diagnostics;
 
 using Parcels = std::vector<std::pair<std::string, std::string>>;
@@ -28,71 +29,48 @@ std::string hexOf(const Parcel& parcel) {
 }
 
 // Stands in for a remote service and keeps the last request.
-class RequestCatcher : public android::BBinder {
- public:
-  const std::string& hex() const { return mHex; }
-
- private:
+struct RequestCatcher : android::BBinder {
   android::status_t onTransact(uint32_t, const Parcel& data, Parcel*, uint32_t) override {
-    mHex = hexOf(data);
+    hex = hexOf(data);
     return android::OK;
   }
 
-  std::string mHex;
+  std::string hex;
 };
 
 // Answers every request with one status and one bundle.
-class FixedCollector : public BnDiagnosticsCollectorService {
- public:
-  FixedCollector(const Status& status, const PersistableBundle& answer) : mStatus(status), mAnswer(answer) {}
-
- private:
+struct FixedCollector : BnDiagnosticsCollectorService {
+  FixedCollector(const Status& status, const PersistableBundle& bundle) : status(status), bundle(bundle) {}
   Status getApplicationStateDataForProcess(int32_t, const String16&, PersistableBundle* data) override {
-    return answer(data);
+    return getSystemContextData(data);
   }
-  Status getAllAvailableApplicationStateData(PersistableBundle* data) override { return answer(data); }
-  Status getSystemContextData(PersistableBundle* data) override { return answer(data); }
-
-  Status answer(PersistableBundle* data) {
-    *data = mAnswer;
-    return mStatus;
+  Status getAllAvailableApplicationStateData(PersistableBundle* data) override {
+    return getSystemContextData(data);
+  }
+  Status getSystemContextData(PersistableBundle* data) override {
+    *data = bundle;
+    return status;
   }
 
-  Status mStatus;
-  PersistableBundle mAnswer;
+  const Status status;
+  const PersistableBundle bundle;
 };
 
-const String16 kWide(u"\u00e9\u65e5\U0001f680");  // two bytes, three bytes and a surrogate pair
-
-PersistableBundle strings(std::initializer_list<std::pair<const char*, String16>> entries) {
-  PersistableBundle bundle;
-  for (const auto& [key, value] : entries) bundle.putString(String16(key), value);
-  return bundle;
-}
-
-PersistableBundle with(PersistableBundle bundle, const char* key, const PersistableBundle& nested) {
-  bundle.putPersistableBundle(String16(key), nested);
-  return bundle;
-}
+constexpr char kWide[] = "\u00e9\u65e5\U0001f680";  // two bytes, three bytes and a surrogate pair
 
 PersistableBundle processBundle(int32_t pid) {
-  PersistableBundle bundle;
-  bundle.putInt(String16("processId"), pid);
-  return with(
-      bundle, "ApplicationStateData",
-      strings(
-          {{"screen", String16("home")}, {"odd", String16("abc")}, {"empty", String16()}, {"wide", kWide}}));
+  return test::process(pid, strings({{"screen", "home"}, {"odd", "abc"}, {"empty", ""}, {"wide", kWide}}));
 }
 
 PersistableBundle systemBundle() {
-  const auto ids = strings({{"service_session_id", String16("{\"dt_ms\":5,\"v\":\"S\"}")}});
-  const auto space = with(strings({{"GlobalNamespace", String16("telemetry")}}), "GlobalStateData", ids);
-  const auto context = strings({{"build_tags", String16("dev-keys")}});
+  const auto ids = strings({{"service_session_id", "{\"dt_ms\":5,\"v\":\"S\"}"}});
+  const auto space = with(strings({{"GlobalNamespace", "telemetry"}}), "GlobalStateData", ids);
+  const auto context = strings({{"build_tags", "dev-keys"}});
   return with(with({}, "SystemContextData", context), "GlobalStateData", with({}, "telemetry", space));
 }
 
 PersistableBundle everyType() {
-  PersistableBundle bundle = strings({{"string", kWide}, {"emptyString", String16()}});
+  PersistableBundle bundle = strings({{"string", kWide}, {"emptyString", ""}});
   bundle.putBoolean(String16("true"), true);
   bundle.putBoolean(String16("false"), false);
   bundle.putInt(String16("int"), -2147483647 - 1);
@@ -102,7 +80,7 @@ PersistableBundle everyType() {
   bundle.putIntVector(String16("ints"), {1, -1});
   bundle.putLongVector(String16("longs"), {INT64_MAX});
   bundle.putDoubleVector(String16("doubles"), {0.25, -0.0});
-  bundle.putStringVector(String16("strings"), {String16("a"), String16(), kWide});
+  bundle.putStringVector(String16("strings"), {String16("a"), String16(), String16(kWide)});
   bundle.putStringVector(String16("noStrings"), {});
   bundle.putPersistableBundle(String16("emptyBundle"), {});
   return bundle;
@@ -111,26 +89,19 @@ PersistableBundle everyType() {
 void packRequests(Parcels& out) {
   sp<RequestCatcher> catcher = new RequestCatcher;
   sp<IDiagnosticsCollectorService> collector = new BpDiagnosticsCollectorService(catcher);
-  const auto keep = [&](const char* name) { out.emplace_back(name, catcher->hex()); };
+  sp<IDiagnosticsNotificationService> notifier = new BpDiagnosticsNotificationService(catcher);
+  const auto keep = [&](const char* name, const Status&) { out.emplace_back(name, catcher->hex); };
+  using Code = IDiagnosticsNotificationEventCode;
   PersistableBundle ignored;
-  collector->getApplicationStateDataForProcess(1234, String16("odd"), &ignored);
-  keep("request-process");
-  collector->getApplicationStateDataForProcess(-1, String16(), &ignored);
-  keep("request-process-empty-name");
-  collector->getApplicationStateDataForProcess(INT32_MAX, kWide, &ignored);
-  keep("request-process-wide-name");
-  collector->getAllAvailableApplicationStateData(&ignored);
-  keep("request-all");
-  collector->getSystemContextData(&ignored);
-  keep("request-system");
-
-  sp<IDiagnosticsNotificationService> notification = new BpDiagnosticsNotificationService(catcher);
-  notification->notifySystemEvent(IDiagnosticsNotificationEventCode{0}, {});
-  keep("request-notify-0-empty");
-  notification->notifySystemEvent(IDiagnosticsNotificationEventCode{-1}, everyType());
-  keep("request-notify-every-type");
-  notification->notifySystemEvent(IDiagnosticsNotificationEventCode{1}, with({}, "inner", everyType()));
-  keep("request-notify-1-nested");
+  keep("request-process", collector->getApplicationStateDataForProcess(1234, String16("odd"), &ignored));
+  keep("request-process-empty-name", collector->getApplicationStateDataForProcess(-1, String16(), &ignored));
+  keep("request-process-wide-name",
+       collector->getApplicationStateDataForProcess(INT32_MAX, String16(kWide), &ignored));
+  keep("request-all", collector->getAllAvailableApplicationStateData(&ignored));
+  keep("request-system", collector->getSystemContextData(&ignored));
+  keep("request-notify-0-empty", notifier->notifySystemEvent(Code{0}, {}));
+  keep("request-notify-every-type", notifier->notifySystemEvent(Code{-1}, everyType()));
+  keep("request-notify-1-nested", notifier->notifySystemEvent(Code{1}, with({}, "inner", everyType())));
 }
 
 void packReply(Parcels& out, const std::string& name, uint32_t code, const Status& status,
