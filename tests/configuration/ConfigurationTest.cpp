@@ -32,15 +32,11 @@ TEST(JSONConfigurationTest, scalarsAnswerOnlyUnderTheirOwnType) {
   EXPECT_TRUE(answer("yes", "0")->getBool("yes"));
   EXPECT_TRUE(answer("no", "true")->getBool("no"));
 
-  struct Row {
-    const char* value;
-    int asInt, asUint;
-  };
   // The library counts 3.0 as an integer.
-  constexpr Row kRows[] = {{"\"30\"", 7, 7},     {"1.5", 7, 7},       {"3.0", 3, 3},
-                           {"-3.0", -3, 7},      {"1e10", 7, 7},      {"-0", 0, 0},
-                           {"-1", -1, 7},        {"65536", 65536, 0}, {"70000", 70000, 4464},
-                           {"2147483648", 7, 0}, {"4294967296", 7, 7}};
+  constexpr std::tuple<const char*, int, int> kRows[] = {
+      {"\"30\"", 7, 7},       {"1.5", 7, 7},        {"3.0", 3, 3},       {"-3.0", -3, 7},
+      {"1e10", 7, 7},         {"-0", 0, 0},         {"-1", -1, 7},       {"65536", 65536, 0},
+      {"70000", 70000, 4464}, {"2147483648", 7, 0}, {"4294967296", 7, 7}};
   for (const auto& [value, asInt, asUint] : kRows) {
     EXPECT_EQ(answer("number", value)->getInt("number"), asInt) << value;
     EXPECT_EQ(answer("number", value)->getUint("number"), asUint) << value;

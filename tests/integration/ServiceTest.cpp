@@ -42,7 +42,6 @@ TEST(ServiceTest, requestsThatAreWrongGetTheErrorThatSaysHow) {
       {"notifier, foreign token", kNotifier, 1, collector, {1, 1, 0}, android::BAD_TYPE},
       {"code 0", kCollector, 0, collector, {}, android::UNKNOWN_TRANSACTION},
       {"code 4", kCollector, 4, collector, {}, android::UNKNOWN_TRANSACTION},
-      {"the last code", kCollector, 0xffffffff, collector, {}, android::UNKNOWN_TRANSACTION},
       {"notifier, code 2", kNotifier, 2, notifier, {}, android::UNKNOWN_TRANSACTION},
       {"no pid", kCollector, 1, collector, {}, android::NOT_ENOUGH_DATA},
       {"trailing bytes", kCollector, 2, collector, {-1, -1}, android::OK},

@@ -311,7 +311,6 @@ TEST(NotificationServiceTest, everyObserverHearsOfAnEventOnceAndInOrderAndOfNoOt
         "Diagnostics Notification Service detected invalid system event. Failed to notify the observers.";
     EXPECT_THAT(service->events,
                 ElementsAre(start, Event{NotifyError, Error, Notification, std::nullopt, reason}));
-    EXPECT_TRUE(log.has(ANDROID_LOG_ERROR, kTag, "Unexpected system event: " + std::to_string(code)));
   }
 }
 

@@ -71,9 +71,7 @@ TEST(ApplicationStateManagerTest, queriesThatComeDuringAFetchShareTheNextOne) {
 }
 
 TEST(ApplicationStateManagerTest, answersAboutAProcessUntilItWasFoundDeadAMinuteAgo) {
-  States pending{{false, "", 7, "screen", "home", 1},
-                 {false, "", 7, "screen", "settings", 2},
-                 {true, "telemetry", 0, "service_session_id", "s1", 1}};
+  States pending{{false, "", 7, "screen", "home", 1}, {false, "", 7, "screen", "settings", 2}};
   int64_t now = 1'000'000;
   bool isAlive = true;
   ApplicationStateManager manager(std::make_unique<BlackBox>([&] { return now; }),
@@ -89,8 +87,6 @@ TEST(ApplicationStateManagerTest, answersAboutAProcessUntilItWasFoundDeadAMinute
     manager.cleanup();
   }
   EXPECT_EQ(manager.getApplicationStateForPid(7), std::nullopt);
-  EXPECT_THAT(manager.getAllGlobalStates().at("telemetry").at("service_session_id"),
-              testing::HasSubstr(R"("v":"s1")"));
 }
 
 TEST(DeadCheckTest, takesPidsThatNeverWereForDeadAndZombiesAndThoseItMayNotLookAtForAlive) {

@@ -133,25 +133,5 @@ TEST_F(LimitsTest, textsThatNoAtomCarriesAreCountedByProcessAndReportedOnceAMinu
   EXPECT_THAT(*box.takeLossReport(), HasSubstr(" others: " + std::to_string(1000 - kMaxCountedProcesses)));
 }
 
-TEST_F(LimitsTest, repliesLeaveOutTheLargestProcessesAndTheOldestStatesOfOne) {
-  constexpr size_t kBytes = replyBytesOfState(15, 1000);
-  publishLarge(1, 1, 1000);
-  publishLarge(2, 5, 1000);
-  publishLarge(3, 2, 1000);
-  std::vector<int> leftOut;
-  const size_t all = 3 * kReplyBytesPerProcess + 8 * kBytes;
-  EXPECT_EQ(box.getAllProcessStates(all, &leftOut), box.getAllProcessStates());
-  EXPECT_THAT(leftOut, testing::IsEmpty());
-  auto fitting = box.getAllProcessStates(all - 1, &leftOut);
-  EXPECT_THAT(leftOut, testing::ElementsAre(2));
-  EXPECT_THAT(fitting.at(2), testing::IsEmpty());
-  EXPECT_THAT(fitting.at(3), SizeIs(2));
-
-  EXPECT_THAT(*box.getAllForPid(2, kReplyBytesPerProcess + 5 * kBytes), SizeIs(5));
-  const auto newest = *box.getAllForPid(2, kReplyBytesPerProcess + 5 * kBytes - 1);
-  EXPECT_THAT(newest, SizeIs(4));
-  EXPECT_EQ(newest.count(textOf(15, 0)), 0U);
-}
-
 }  // namespace
 }  // namespace Torv::OS::Diagnostics

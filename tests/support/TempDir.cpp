@@ -1,28 +1,19 @@
 #include "support/TempDir.h"
 
-#include <cerrno>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 
-namespace test {
-namespace {
+#include <android-base/logging.h>
 
 // The tests that run on a device are built without exceptions, so a fault of the test's own surroundings ends
 // it.
-[[noreturn]] void fail(const char* what, const std::string& path) {
-  fprintf(stderr, "%s %s: %s\n", what, path.c_str(), strerror(errno));
-  abort();
-}
-
-}  // namespace
+namespace test {
 
 TempDir::TempDir() {
   std::string pattern = (std::filesystem::temp_directory_path() / "diag-test-XXXXXX").string();
-  if (mkdtemp(pattern.data()) == nullptr) fail("cannot make", pattern);
+  if (mkdtemp(pattern.data()) == nullptr) PLOG(FATAL) << "cannot make " << pattern;
   mPath = pattern;
 }
 
@@ -36,7 +27,7 @@ std::string TempDir::write(std::string_view name, std::string_view contents) con
   std::filesystem::create_directories(file.parent_path());
   std::ofstream stream(file, std::ios::binary);
   stream << contents << std::flush;
-  if (!stream) fail("cannot write", file.string());
+  if (!stream) PLOG(FATAL) << "cannot write " << file;
   return file.string();
 }
 

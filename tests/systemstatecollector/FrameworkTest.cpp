@@ -84,27 +84,6 @@ TextSource source(const test::HostDir& host, bool streamed) {
   return std::move(*TextSource::open("/text"));
 }
 
-TEST(TextSourceTest, readsATextOfAnySizeWholeUpToTheLimit) {
-  constexpr size_t kLimit = TextSource::kMaxTextBytes;
-  const test::HostDir host;
-  host.write("text", "");
-  TextSource sources[] = {source(host, false), source(host, true)};
-  // Around the sizes of the buffers that a text passes through, longer and shorter in turn. The first one
-  // fills the room that is made for a file's first text.
-  for (const size_t size : {size_t{1'312}, size_t{40'000}, size_t{8'193}, size_t{8'192}, size_t{8'191},
-                            kLimit, kLimit + 1, size_t{1}, size_t{0}, size_t{100'000}}) {
-    std::string text(size, 'x');
-    if (size > 0) text.back() = 'y';
-    host.write("text", text);
-    if (size > kLimit) text.clear();
-    for (TextSource& source : sources) {
-      std::string found = "the text before";
-      EXPECT_EQ(source.readInto(found), size <= kLimit) << size;
-      EXPECT_TRUE(found == text) << size << " characters read as " << found.size();
-    }
-  }
-}
-
 // A descriptor that is open for writing only fails to be read, as one does whose driver is gone for a while.
 TEST(TextSourceTest, recoversFromAFailedRead) {
   const test::HostDir host;
@@ -135,6 +114,21 @@ TEST(TextCollectorTest, aBadStreamIsReportedEachTimeAndStoresNothing) {
   EXPECT_FALSE(collector.collectSystemStateData());
   EXPECT_EQ(log.texts(ANDROID_LOG_ERROR), Strings(2, "PSI io Stream is bad"));
   EXPECT_EQ(test::metrics(collector), Strings{});
+}
+
+// Sizes around those of the buffers that a text passes through, longer and shorter in turn. The first one
+// fills the room that is made for a file's first text.
+TEST(TextCollectorTest, aTextOfAnySizeIsReadWholeUpToTheLimit) {
+  constexpr size_t kLimit = TextSource::kMaxTextBytes;
+  const std::string line =
+      "some avg10=0.00 avg60=0.00 avg300=0.00 total=7";  // the parser skips the empty lines before it
+  Strings texts, metrics;
+  for (const size_t size : {size_t{1'312}, size_t{40'000}, size_t{8'193}, size_t{8'192}, size_t{8'191},
+                            kLimit, kLimit + 1, line.size(), size_t{100'000}}) {
+    texts.push_back(std::string(size - line.size(), '\n') + line);
+    metrics.push_back(size > kLimit ? "" : "some_avg10=0.0 some_avg300=0.0 some_avg60=0.0 some_total=7");
+  }
+  EXPECT_EQ(test::metricsOf<PsiIoCollector>("proc/pressure/io", texts), metrics);
 }
 
 TEST(TextCollectorTest, anOutageIsLoggedOnceAndItsSamplesAreEmpty) {

@@ -3,7 +3,6 @@
 
 #include <fstream>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include <gmock/gmock.h>

@@ -38,9 +38,6 @@ TEST_F(TelemetryTest, fieldsComeInTheirOrderAndOnlyWhenGiven) {
                                 R"("event_flow":"notification_service_flow",)"
                                 R"("client_event_name":"notify_system_event_error"})"
                                 "\n");
-  EXPECT_TRUE(mTelemetry.reportDefaultErrorEvent(EventName::GetAllError, EventType::Error,
-                                                 EventFlow::Collector, "why"));
-  EXPECT_THAT(lastLine(), testing::StartsWith(event + R"("error_reason":"why","event_type":"error",)"));
 }
 
 TEST_F(TelemetryTest, valuesHaveTheirTextsAndOthersAreInvalid) {

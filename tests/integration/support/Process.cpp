@@ -1,6 +1,6 @@
 #include "fixture/Process.h"
 
-#include <cstdlib>
+#include <filesystem>
 #include <stdexcept>
 #include <thread>
 
@@ -16,6 +16,8 @@
 
 namespace fixture {
 namespace {
+
+namespace fs = std::filesystem;
 
 bool becomeUser(uid_t uid) {
   return uid == getuid() || (setgroups(0, nullptr) == 0 && setgid(uid) == 0 && setuid(uid) == 0);
@@ -39,6 +41,22 @@ void actAs(uid_t uid, const std::function<void()>& work) {
     if (syscall(SYS_setresuid, uid, uid, uid) != 0) throw std::runtime_error("setresuid");
     work();
   }).join();
+}
+
+std::string buildDirectory() {
+  return fs::read_symlink("/proc/self/exe").parent_path().string();
+}
+
+std::string staged(const std::string& program) {
+  static const test::TempDir stage;
+  fs::permissions(stage.path(), fs::perms(0755));
+  for (const std::string& name : {std::string("libossdk.pellux.so"), program}) {
+    const fs::path copy = stage.path(name);
+    if (fs::exists(copy)) continue;
+    fs::copy_file(buildDirectory() + "/" + name, copy);
+    fs::permissions(copy, fs::perms(0755));
+  }
+  return stage.path(program);
 }
 
 Process::Process(std::vector<std::string> arguments, const ProcessOptions& options) {

@@ -15,8 +15,8 @@ class TempDir {
 
   const std::string& path() const { return mPath; }
   std::string path(std::string_view name) const { return mPath + "/" + std::string(name); }
-  // Writes a file below the directory and creates missing directories. Returns the file's path. Throws if it
-  // cannot.
+  // Writes a file below the directory and creates missing directories. Returns the file's path. Ends the
+  // process if it cannot.
   std::string write(std::string_view name, std::string_view contents) const;
 
  private:
