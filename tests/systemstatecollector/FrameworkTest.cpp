@@ -78,20 +78,15 @@ TEST(PollStatisticsTest, everyPollOver100WholeMillisecondsWarns) {
   }
 }
 
-// The same file both ways: as init() opens it, and as a constructor takes it.
-TextSource source(const test::HostDir& host, bool streamed) {
-  if (streamed) return {std::ifstream(host.path("text"))};
-  return std::move(*TextSource::open("/text"));
-}
-
 // A descriptor that is open for writing only fails to be read, as one does whose driver is gone for a while.
+// Both ways to a source: the file that init() opens, and the stream that a constructor takes.
 TEST(TextSourceTest, recoversFromAFailedRead) {
   const test::HostDir host;
   const std::string path = host.write("text", "readable");
   for (const bool streamed : {false, true}) {
     const int descriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
     close(descriptor);  // the source gets this number
-    TextSource text = source(host, streamed);
+    TextSource text = streamed ? TextSource(std::ifstream(path)) : std::move(*TextSource::open("/text"));
     for (const int flags : {O_WRONLY, O_RDONLY}) {
       const int other = open(path.c_str(), flags | O_CLOEXEC);
       ASSERT_EQ(dup3(other, descriptor, O_CLOEXEC), descriptor);
@@ -120,13 +115,13 @@ TEST(TextCollectorTest, aBadStreamIsReportedEachTimeAndStoresNothing) {
 // fills the room that is made for a file's first text.
 TEST(TextCollectorTest, aTextOfAnySizeIsReadWholeUpToTheLimit) {
   constexpr size_t kLimit = TextSource::kMaxTextBytes;
-  const std::string line =
-      "some avg10=0.00 avg60=0.00 avg300=0.00 total=7";  // the parser skips the empty lines before it
   Strings texts, metrics;
   for (const size_t size : {size_t{1'312}, size_t{40'000}, size_t{8'193}, size_t{8'192}, size_t{8'191},
-                            kLimit, kLimit + 1, line.size(), size_t{100'000}}) {
-    texts.push_back(std::string(size - line.size(), '\n') + line);
-    metrics.push_back(size > kLimit ? "" : "some_avg10=0.0 some_avg300=0.0 some_avg60=0.0 some_total=7");
+                            kLimit, kLimit + 1, size_t{100}, size_t{100'000}}) {
+    const std::string line = "some avg10=0.00 avg60=0.00 avg300=0.00 total=" + std::to_string(size);
+    texts.push_back(std::string(size - line.size(), '\n') + line);  // the parser skips empty lines
+    metrics.push_back("some_avg10=0.0 some_avg300=0.0 some_avg60=0.0 some_total=" + std::to_string(size));
+    if (size > kLimit) metrics.back().clear();
   }
   EXPECT_EQ(test::metricsOf<PsiIoCollector>("proc/pressure/io", texts), metrics);
 }
