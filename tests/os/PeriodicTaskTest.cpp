@@ -3,7 +3,6 @@
 #include <atomic>
 #include <future>
 #include <system_error>
-#include <vector>
 
 #include <gtest/gtest.h>
 #include <pthread.h>

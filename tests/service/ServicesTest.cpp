@@ -1,6 +1,4 @@
-#include <functional>
 #include <future>
-#include <limits>
 
 #include <gmock/gmock.h>
 

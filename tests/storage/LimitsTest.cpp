@@ -1,7 +1,4 @@
 // What the black box drops when too much is published, and what it never drops.
-#include <set>
-#include <string>
-
 #include <gmock/gmock.h>
 
 #include "storage/BlackBox.h"

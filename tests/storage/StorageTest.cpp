@@ -1,5 +1,4 @@
 // From the black box down to what each of its tables is made of.
-#include <map>
 #include <random>
 
 #include <gmock/gmock.h>

@@ -1,7 +1,5 @@
 #include "systemcontext/SystemContextManager.h"
 
-#include <set>
-
 #include <gmock/gmock.h>
 
 #include "configuration/DefaultConfiguration.h"

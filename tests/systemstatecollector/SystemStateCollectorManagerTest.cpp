@@ -1,7 +1,6 @@
 #include "systemstatecollector/SystemStateCollectorManager.h"
 
 #include <chrono>
-#include <functional>
 #include <future>
 #include <thread>
 
