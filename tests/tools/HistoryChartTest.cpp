@@ -1,32 +1,25 @@
 #include "HistoryChart.h"
 
-#include <string>
-
 #include <android-base/strings.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "text/Text.h"
 
+namespace timeline {
 namespace {
 
 using diagctl::historyCharts;
 using testing::HasSubstr;
-using testing::Not;
-using timeline::bars;
-using timeline::columnsOf;
-using timeline::Glyphs;
-using timeline::Series;
-using timeline::Unit;
 
 TEST(HistoryChartTest, perCentIsDrawnBetween0And100AndAConstantIsANumber) {
-  timeline::Timeline timeline;
+  Timeline timeline;
   timeline.series = {{"s", "constant", Unit::Percent, {{1000, 100}, {2000, 100}}},
                      {"s", "m", Unit::Percent, {{1000, 98.5}, {2000, 99}, {3000, 98.5}, {4000, 99}}}};
   timeline.endMs = 4000;
   const std::string chart = historyCharts(timeline, 60, Glyphs::Ascii);
   EXPECT_THAT(chart, AllOf(HasSubstr("s, 0 to 100 %\n"), HasSubstr("  constant  100 % throughout\n")));
-  EXPECT_THAT(chart, AllOf(HasSubstr("####"), HasSubstr("now 99 %, highest 99 %"), Not(HasSubstr("_"))));
+  EXPECT_THAT(chart,
+              AllOf(HasSubstr("####"), HasSubstr("now 99 %, highest 99 %"), testing::Not(HasSubstr("_"))));
 }
 
 TEST(HistoryChartTest, aValueHoldsUntilTheNextOneButNotThroughAGapOrForLong) {
@@ -42,7 +35,7 @@ TEST(HistoryChartTest, aValueHoldsUntilTheNextOneButNotThroughAGapOrForLong) {
 
 TEST(HistoryChartTest, noLineIsWiderThanTheTerminal) {
   const std::string hostile(300, 'x');
-  timeline::Timeline timeline;
+  Timeline timeline;
   timeline.series = {{hostile, hostile, Unit::Kibibytes, {{1000, 1e9}, {2000, 2e9}}},
                      {"s", "m", Unit::Percent, {{1000, 1}, {2000, 2}, {3000, 3}}}};
   timeline.endMs = 3000;
@@ -55,3 +48,4 @@ TEST(HistoryChartTest, noLineIsWiderThanTheTerminal) {
 }
 
 }  // namespace
+}  // namespace timeline

@@ -1,17 +1,12 @@
 // A long recording and a real one, replayed and exported: what the views show agrees with counts that a
 // script makes from the recording's lines.
 #include <signal.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
-#include <json/value.h>
 
 #include "ReadTrace.h"
 #include "Screen.h"
 #include "base/Json.h"
-#include "fixture/Daemon.h"
-#include "fixture/Process.h"
-#include "support/TempDir.h"
 #include "timeline/Sources.h"
 
 namespace timeline {

@@ -3,7 +3,6 @@
 
 #include <android-base/strings.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "Answers.h"
 #include "support/TempDir.h"

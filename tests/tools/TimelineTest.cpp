@@ -1,7 +1,6 @@
 #include "timeline/Timeline.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "Answers.h"
 #include "base/Json.h"
@@ -13,17 +12,9 @@ namespace {
 using answers::clocksAt;
 using answers::history;
 using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::SizeIs;
 
 constexpr std::nullopt_t kGap = std::nullopt;
-
-// The only series of a timeline. A test that expects none or more has no use for it.
-const Series& seriesOf(const Timeline& timeline) {
-  EXPECT_EQ(timeline.series.size(), 1);
-  return timeline.series.at(0);
-}
 
 // The answer as the report of a reporter that process 7's death has started.
 Json::Value reportOf(const Answer& answer) {
@@ -48,9 +39,9 @@ TEST(TimelineTest, stallTotalsBecomeTheShareOfTimeStalled) {
                                                                 {4000, R"("some_total": 300000)"},
                                                                 {4400, R"("some_total": 20)"}})));
   // No share at the first sample, in and after one without values, and when the counter has restarted.
-  EXPECT_EQ(seriesOf(timeline).metric, "some_stalled_%");
-  EXPECT_THAT(seriesOf(timeline).points, ElementsAre(Point{1500, kGap}, Point{2500, 25}, Point{3500, kGap},
-                                                     Point{4500, kGap}, Point{4900, kGap}));
+  const std::vector<Point> points = {{1500, kGap}, {2500, 25}, {3500, kGap}, {4500, kGap}, {4900, kGap}};
+  EXPECT_THAT(timeline.series,
+              ElementsAre(Series{"psi_cpu_history", "some_stalled_%", Unit::Percent, points}));
 }
 
 TEST(TimelineTest, samplesOfReportsThatOverlapMoveToTheBootClockOnceAndMissedOnesAreAGap) {
@@ -61,11 +52,8 @@ TEST(TimelineTest, samplesOfReportsThatOverlapMoveToTheBootClockOnceAndMissedOne
   builder.addContext({4501, 4000, 0}, {{"s", history(4000, {{2000, one}, {3000, one}, {4000, one}})}}, {});
   // After its restart the service has a single sample.
   builder.add(contextAt(9500, "s", history(9000, {{9000, one}})));
-  EXPECT_EQ(seriesOf(builder.timeline()),
-            (Series{"s",
-                    "x_KB",
-                    Unit::Kibibytes,
-                    {{1500, 1}, {2500, 1}, {3500, 1}, {4501, 1}, {5500, kGap}, {9500, 1}}}));
+  const std::vector<Point> points = {{1500, 1}, {2500, 1}, {3500, 1}, {4501, 1}, {5500, kGap}, {9500, 1}};
+  EXPECT_THAT(builder.timeline().series, ElementsAre(Series{"s", "x_KB", Unit::Kibibytes, points}));
   EXPECT_EQ(builder.timeline().context, (std::map<std::string, std::string>{{"build_tags", "dev"}}));
   EXPECT_EQ(wallMsOf(builder.timeline(), 8500), 1'600'000'008'500);
 }
@@ -95,7 +83,7 @@ TEST(TimelineTest, onlyWhatAnAnswerChangesIsAChangeAndEachTimeHasItsProcesses) {
                           KeyChange{1000, 8, "a", "b", true}, KeyChange{2000, 7, "screen", "map", false},
                           KeyChange{3000, 8, "a", kGap, false}));
   const auto at = [&](int64_t ms) { return processesAt(builder.timeline(), ms); };
-  EXPECT_THAT(at(999), IsEmpty());
+  EXPECT_THAT(at(999), testing::IsEmpty());
   EXPECT_EQ(at(1999)[0].keys["screen"].value, "home");
   EXPECT_EQ(at(2000)[0].keys["screen"].changedMs, 2000);
   EXPECT_EQ(at(2499)[0].deadMs, kGap);
@@ -142,7 +130,7 @@ TEST(TimelineTest, anAnswersDocumentGivesTheSameTimelineAgain) {
     damaged[member] = "other";
     const auto refused = fromReport(damaged);
     ASSERT_FALSE(refused.ok()) << member;
-    EXPECT_THAT(refused.error().message(), HasSubstr(member));
+    EXPECT_THAT(refused.error().message(), testing::HasSubstr(member));
   }
 }
 

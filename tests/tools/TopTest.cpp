@@ -1,12 +1,8 @@
 // The live view in a real terminal.
-#include <string>
-
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <signal.h>
 
 #include "Screen.h"
-#include "fixture/Daemon.h"
 #include "text/Text.h"
 
 using testing::HasSubstr;
@@ -36,7 +32,7 @@ class TopTest : public testing::TestWithParam<std::pair<size_t, size_t>> {
 
 }  // namespace
 
-TEST_P(TopTest, fillsTheTerminalAndDoesWhatTheKeysSay) {
+TEST_P(TopTest, fillsTheTerminalDoesWhatTheKeysSayAndFollowsTheWindowsSize) {
   const auto [columns, rows] = GetParam();
   const Screen screen(columns, rows, top);
   ASSERT_TRUE(screen.shows("q quit")) << screen.text();
@@ -56,6 +52,11 @@ TEST_P(TopTest, fillsTheTerminalAndDoesWhatTheKeysSay) {
   EXPECT_TRUE(screen.shows("dead 0 s")) << screen.text();
   screen.press("Right");
   EXPECT_TRUE(screen.shows("dead 1 s")) << screen.text();
+  screen.resize(120, 40);
+  EXPECT_TRUE(fixture::eventually([&] {
+    const auto resized = screen.lines();
+    return text::columnsOf(resized[1]) == 120 && resized.back().find("q quit") != std::string::npos;
+  })) << screen.text();
   screen.type("q");
   expectEnd(screen, 0);
 }
@@ -82,16 +83,6 @@ TEST_F(TopTest, givesTheTerminalBackWhileItIsStopped) {
   screen.type("fg\n");
   EXPECT_TRUE(screen.shows("q quit")) << screen.text();
   EXPECT_TRUE(screen.isTaken());
-}
-
-TEST_F(TopTest, followsTheSizeOfTheWindow) {
-  const Screen screen(80, 24, top);
-  ASSERT_TRUE(screen.shows("q quit"));
-  screen.resize(120, 40);
-  EXPECT_TRUE(fixture::eventually([&] {
-    const auto lines = screen.lines();
-    return text::columnsOf(lines[1]) == 120 && lines.back().find("q quit") != std::string::npos;
-  })) << screen.text();
 }
 
 TEST_F(TopTest, drawsWithAsciiAloneInAnotherLocale) {

@@ -4,14 +4,11 @@
 #include <gmock/gmock.h>
 #include <google/protobuf/text_format.h>
 #include <google/protobuf/unknown_field_set.h>
-#include <gtest/gtest.h>
 
 #include "ReadTrace.h"
 
 namespace timeline {
 namespace {
-
-using testing::ElementsAre;
 
 // The events in the order of the packets: "<ms> <B, E or I> <track> <name>".
 std::vector<std::string> eventsOf(const ReadTrace& trace) {
@@ -27,7 +24,7 @@ std::vector<std::string> eventsOf(const ReadTrace& trace) {
   return lines;
 }
 
-TEST(TraceTest, processesHaveATrackForEachKeyAndASliceForEachValue) {
+TEST(TraceTest, keysGlobalStatesAndGapsHaveTracksWithASliceForEachValue) {
   Timeline timeline;
   timeline.changes = {{1000, 7, "screen", "home", true},
                       {1000, 7, "user", "a", true},
@@ -35,21 +32,15 @@ TEST(TraceTest, processesHaveATrackForEachKeyAndASliceForEachValue) {
                       {2500, 7, "user", std::nullopt, false}};
   timeline.deaths = {{3000, 7, 11, ""}};
   timeline.names[7] = "app";
+  timeline.globals = {{500, "telemetry", "id", "one"}, {2100, "telemetry", "id", "two"}};
+  timeline.gaps = {{4000, 5000, "no service"}};
   timeline.endMs = 9000;
-  EXPECT_THAT(
-      eventsOf(ReadTrace(toTrace(timeline))),
-      ElementsAre("1000 B app/screen home", "1000 B app/user a", "2000 E app/screen", "2000 B app/screen map",
-                  "2500 E app/user", "3000 E app/screen", "3000 I app died of Segmentation fault"));
-}
-
-TEST(TraceTest, globalStatesAndGapsHaveTracksOfTheirOwn) {
-  Timeline timeline;
-  timeline.globals = {{500, "telemetry", "id", "one"}, {2000, "telemetry", "id", "two"}};
-  timeline.gaps = {{3000, 4000, "no service"}};
-  timeline.endMs = 5000;
   EXPECT_THAT(eventsOf(ReadTrace(toTrace(timeline))),
-              ElementsAre("500 B telemetry/id one", "2000 E telemetry/id", "2000 B telemetry/id two",
-                          "3000 B not observed no service", "4000 E not observed", "5000 E telemetry/id"));
+              testing::ElementsAre("500 B telemetry/id one", "1000 B app/screen home", "1000 B app/user a",
+                                   "2000 E app/screen", "2000 B app/screen map", "2100 E telemetry/id",
+                                   "2100 B telemetry/id two", "2500 E app/user", "3000 E app/screen",
+                                   "3000 I app died of Segmentation fault", "4000 B not observed no service",
+                                   "5000 E not observed", "9000 E telemetry/id"));
 }
 
 // Without the project's messages, so that a wrong number in them shows: viewers know the public ones.
