@@ -3,14 +3,11 @@
 
 #include "Server.h"
 
-#include <filesystem>
-#include <iterator>
 #include <thread>
 
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -19,15 +16,10 @@
 #include "support/LogCapture.h"
 #include "support/TempDir.h"
 
+namespace platform::binder {
 namespace {
 
-using android::sp;
 using android::base::unique_fd;
-using platform::binder::FrameHeader;
-using platform::binder::FrameKind;
-using platform::binder::kMaxPayload;
-using platform::binder::Limits;
-using platform::binder::Server;
 using std::chrono::milliseconds;
 using test::TestService;
 
@@ -66,6 +58,8 @@ class RawClient {
     if (size != 0 && recv(mSocket.get(), payload.data(), payload.size(), MSG_WAITALL) != size) return {};
     return Reply{static_cast<int32_t>(header.value), payload.size()};
   }
+  // Sends nothing more.
+  void finish() { shutdown(mSocket.get(), SHUT_WR); }
   bool answers() {
     send(frame(android::IBinder::PING_TRANSACTION));
     return reply().has_value();
@@ -86,35 +80,35 @@ class ServerTest : public testing::Test {
 
   void start(const Limits& limits, size_t threads) {
     mServer.emplace(limits);
-    mServer->serve("service", mService, std::move(*platform::binder::listenAt(mAddress)));
+    mServer->serve("service", mService, std::move(*listenAt(mAddress)));
     if (threads != 0) startPool(threads);
   }
   void startPool(size_t threads) {
     mServer->setMaxThreads(threads - 1);
     mServer->startPool();
   }
-  RawClient client() { return RawClient(std::move(*platform::binder::connectTo(mAddress))); }
+  RawClient client() { return RawClient(std::move(*connectTo(mAddress))); }
   std::vector<std::string> warningsAtTheEnd() {
     mServer.reset();
     return mLog.texts(ANDROID_LOG_WARN);
   }
 
   test::LogCapture mLog;
-  test::TempDir mRuntime;
-  test::ScopedEnv mEnv{"TORV_RUNTIME_DIR", mRuntime.path()};
-  const platform::binder::ServiceAddress mAddress = *platform::binder::addressOf("service");
-  const sp<TestService> mService = new TestService;
+  test::HostDir mRuntime;
+  const ServiceAddress mAddress = *addressOf("service");
+  const android::sp<TestService> mService = new TestService;
   std::optional<Server> mServer;
 };
 
-TEST_F(ServerTest, callsThatComeBeforeThePoolRunsAreDispatchedThenThoughTheirClientHasClosed) {
+TEST_F(ServerTest, callsBeforeThePoolRunsAreDispatchedThenAndHoldNoClosedConnection) {
   start({}, 0);
-  std::string notes;
-  for (int i = 0; i < 100; ++i) notes += frame(TestService::kNote, i, kOneWay);
-  client().send(notes + frame(TestService::kNote, 100));  // and close
+  RawClient sender = client();
+  for (int i = 0; i < 100; ++i) sender.send(frame(TestService::kNote, i, kOneWay));
+  sender.finish();
+  sender.awaitEnd();
+  client().send(frame(TestService::kNote, 100));  // and close
   EXPECT_TRUE(mService->awaitNotes(0).empty());
   startPool(1);
-  EXPECT_TRUE(client().answers());
   EXPECT_EQ(mService->awaitNotes(101).size(), 101u);
 }
 
@@ -153,14 +147,7 @@ TEST_F(ServerTest, aClientThatStallsIsDroppedAndAnIdleOneIsNot) {
   ASSERT_TRUE(good.answers());
   RawClient halfHeader = client();
   halfHeader.send("BX");
-  RawClient halfPayload = client();
-  halfPayload.send(header(100, TestService::kNote) + "x");
-  RawClient deaf = client();
-  deaf.send(frame(TestService::kReplyWith, kMaxPayload));
   EXPECT_FALSE(halfHeader.reply());
-  EXPECT_FALSE(halfPayload.reply());
-  deaf.awaitEnd();
-  EXPECT_FALSE(deaf.reply());
   EXPECT_TRUE(good.answers());
 }
 
@@ -188,27 +175,6 @@ TEST_F(ServerTest, repliesThatNobodyReadsHoldTheirShareAndThenSlotsOfThePool) {
   for (RawClient& client : deaf) client.awaitEnd();
 }
 
-size_t openFiles() {
-  const std::filesystem::directory_iterator all("/proc/self/fd");
-  return static_cast<size_t>(std::distance(begin(all), end(all)));
-}
-
-TEST_F(ServerTest, aOneWayCallThatWaitsHoldsNoDescriptorOfAClientThatHasClosed) {
-  start({}, kThreads);
-  client().send(frame(TestService::kHold, 0, kOneWay));
-  mService->awaitHeld();
-  const size_t before = openFiles();
-  constexpr size_t kClients = 50;
-  for (size_t i = 0; i < kClients; ++i) client().send(frame(TestService::kNote, 1, kOneWay));
-  EXPECT_TRUE(client().answers());  // so the server has accepted those before it
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (openFiles() > before && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
-  EXPECT_LE(openFiles(), before);
-  EXPECT_TRUE(mService->awaitNotes(0).empty());
-  mService->release();
-  EXPECT_EQ(mService->awaitNotes(kClients).size(), kClients);
-}
-
 // A client that has to make room learns it from its next call.
 TEST_F(ServerTest, theConnectionThatHasStalledElseTheOneThatIsIdleForLongestMakesRoom) {
   start({.connections = 12}, kThreads);  // 3 for each uid
@@ -218,7 +184,7 @@ TEST_F(ServerTest, theConnectionThatHasStalledElseTheOneThatIsIdleForLongestMake
     idle.push_back(client());
     ASSERT_TRUE(idle.back().answers());
     if (i == 0) stalled.send("BX");
-    std::this_thread::sleep_for(platform::binder::kGiveUpAfter);
+    std::this_thread::sleep_for(kGiveUpAfter);
   }
   EXPECT_FALSE(stalled.reply());
   idle[0].awaitEnd();
@@ -238,7 +204,7 @@ TEST_F(ServerTest, aConnectionIsRefusedIfAllOfItsUidAreAtWork) {
 
 TEST_F(ServerTest, aServerThatHasNoDescriptorLeftAcceptsWhenThereIsOneAgain) {
   start({.connections = 100}, kThreads);
-  const auto path = platform::SocketPath::of(mAddress.directory, mAddress.file);
+  const auto path = SocketPath::of(mAddress.directory, mAddress.file);
   // accept(2) reserves its descriptor before it waits, so the first connection is accepted in any case.
   std::vector<unique_fd> sockets(2);
   for (unique_fd& fd : sockets) fd.reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -255,3 +221,4 @@ TEST_F(ServerTest, aServerThatHasNoDescriptorLeftAcceptsWhenThereIsOneAgain) {
 }
 
 }  // namespace
+}  // namespace platform::binder

@@ -1,28 +1,20 @@
 #include "ServiceAddress.h"
 
-#include <filesystem>
 #include <fstream>
 
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include "Limits.h"
 #include "runtime/SocketPath.h"
 #include "support/TempDir.h"
 
+namespace platform::binder {
 namespace {
-
-using platform::SocketPath;
-using platform::binder::addressOf;
-using platform::binder::connectTo;
-using platform::binder::listenAt;
 
 class ServiceAddressTest : public testing::Test {
  protected:
-  test::TempDir mRuntime;
-  test::ScopedEnv mEnv{"TORV_RUNTIME_DIR", mRuntime.path()};
+  test::HostDir mRuntime;
 };
 
 TEST_F(ServiceAddressTest, namesBecomeFilesOfTheOneFolder) {
@@ -57,11 +49,12 @@ TEST_F(ServiceAddressTest, aServerThatDoesNotAcceptIsBusyAndNotDead) {
 }
 
 TEST_F(ServiceAddressTest, namesAreListedInOrder) {
-  EXPECT_TRUE(platform::binder::publishedNames().empty());
+  EXPECT_TRUE(publishedNames().empty());
   const auto b = listenAt(*addressOf("b/2"));
   const auto a = listenAt(*addressOf(".a"));
   std::ofstream(mRuntime.path("binder/text")) << "no socket";
-  EXPECT_EQ(platform::binder::publishedNames(), (std::vector<std::string>{".a", "b/2"}));
+  EXPECT_EQ(publishedNames(), (std::vector<std::string>{".a", "b/2"}));
 }
 
 }  // namespace
+}  // namespace platform::binder

@@ -1,14 +1,12 @@
 #include "Shares.h"
 
-#include <atomic>
 #include <future>
-#include <thread>
 
 #include <gtest/gtest.h>
 
+namespace platform::binder {
 namespace {
 
-using platform::binder::Shares;
 using Part = Shares::Part;
 
 constexpr uid_t kGreedy = 1;
@@ -57,3 +55,4 @@ TEST(SharesTest, nobodyWaitsOrGetsAnythingAfterItIsClosed) {
 }
 
 }  // namespace
+}  // namespace platform::binder

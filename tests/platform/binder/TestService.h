@@ -3,7 +3,6 @@
 #include "parcel/ParcelHeader.h"
 
 #include <condition_variable>
-#include <csignal>
 #include <mutex>
 #include <vector>
 
@@ -18,7 +17,6 @@ class TestService : public android::BBinder {
   enum Code : uint32_t {
     kWho = FIRST_CALL_TRANSACTION,  // -> int32 calling uid, int32 calling pid
     kReplyWith,                     // int32 n -> n bytes
-    kKill,                          // kills its process
     kHold,                          // waits for kRelease
     kRelease,
     kStop,        // stops the process's pool
@@ -46,19 +44,17 @@ class TestService : public android::BBinder {
 
   android::status_t onTransact(uint32_t code, const android::Parcel& data, android::Parcel* reply,
                                uint32_t flags) override {
-    const auto* const thread = android::IPCThreadState::self();
+    auto* const thread = android::IPCThreadState::self();
     switch (code) {
       case kWho:
         reply->writeInt32(static_cast<int32_t>(thread->getCallingUid()));
         return reply->writeInt32(thread->getCallingPid());
       case kReplyWith:
         return reply->setDataSize(data.readInt32());
-      case kKill:
-        return raise(SIGKILL);
       case kAwaitNotes:
         return reply->writeInt32Vector(awaitNotes(data.readInt32()));
       case kStop:
-        android::IPCThreadState::self()->stopProcess();
+        thread->stopProcess();
         return android::OK;
       case kHold:
       case kRelease:

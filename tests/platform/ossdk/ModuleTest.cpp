@@ -31,14 +31,6 @@ Manager makeManager() {
           [destroy](v4::IPreferencesManager* manager) { destroy(v4::kVersion, manager); }};
 }
 
-std::string textOf(const Manager& manager, const char* key) {
-  OSSDK::OwnedText text;
-  if (manager->getString(key, &text) != v4::kOk) return "(none)";
-  std::string copy(text.characters, text.length);
-  text.release(text.characters);
-  return copy;
-}
-
 class Listener : public v4::IPreferencesListener {
  public:
   void onConnected() override { note("connected"); }
@@ -71,33 +63,22 @@ class Listener : public v4::IPreferencesListener {
 
 class ModuleTest : public ::testing::Test {
  protected:
-  test::TempDir mDir;
-  test::ScopedEnv mRuntime{"TORV_RUNTIME_DIR", mDir.path()};
+  test::HostDir mDir;
 };
 
-TEST_F(ModuleTest, valuesAreTyped) {
+TEST_F(ModuleTest, aNumberAnswersAsEachTypeThatHoldsIt) {
   const Manager manager = makeManager();
   uint32_t uintValue = 0;
   int32_t intValue = 5;
-  uint8_t boolValue = 5;
   EXPECT_EQ(manager->setUint("u", 4294967295U), v4::kOk);
   EXPECT_EQ(manager->getUint("u", &uintValue), v4::kOk);
-  EXPECT_EQ(uintValue, 4294967295U);
   EXPECT_EQ(manager->getInt("u", &intValue), v4::kNotFound) << "out of an int's range";
-  EXPECT_EQ(intValue, 5) << "untouched by a failure";
-  EXPECT_EQ(manager->setBool("b", true), v4::kOk);
-  EXPECT_EQ(manager->getBool("b", &boolValue), v4::kOk);
-  EXPECT_EQ(boolValue, 1);
-  EXPECT_EQ(manager->setString("b", std::string("a\0b", 3)), v4::kOk) << "a key may change its type";
-  EXPECT_EQ(manager->getBool("b", &boolValue), v4::kNotFound);
-  EXPECT_EQ(textOf(makeManager(), "b"), std::string("a\0b", 3)) << "and another manager sees it";
   mDir.write("preferences.json", R"({"int": -2, "real": 1.5, "null": null, "object": {}, "huge": 1e300})");
   for (const char* key : {"absent", "int", "real", "null", "object", "huge"}) {
     EXPECT_EQ(manager->getUint(key, &uintValue), v4::kNotFound) << key;
-    EXPECT_EQ(textOf(manager, key), "(none)");
   }
-  EXPECT_EQ(manager->getInt("int", &intValue), v4::kOk);
-  EXPECT_EQ(intValue, -2);
+  EXPECT_EQ(uintValue, 4294967295U) << "untouched by a failure";
+  EXPECT_EQ(intValue, 5);
 }
 
 TEST_F(ModuleTest, aStoreThatCannotBeUsedAnswersWithAnError) {
@@ -110,31 +91,26 @@ TEST_F(ModuleTest, aStoreThatCannotBeUsedAnswersWithAnError) {
   EXPECT_EQ(manager->registerListener(&listener, {}), v4::kStoreError);
 }
 
-TEST_F(ModuleTest, listenersHearOfTheirKeysWhoeverChangesThem) {
+TEST_F(ModuleTest, aListenerHearsOfItsKeysWhoeverChangesThem) {
   mDir.write("preferences.json", R"({"kept": 1, "changed": 1, "removed": true})");
   Listener listener;
-  Listener other;
-  const Manager manager = makeManager();  // gone before its listeners
+  const Manager manager = makeManager();  // gone before its listener
   const OSSDK::String keys[] = {"added", "removed", "changed", "kept"};
   ASSERT_EQ(manager->registerListener(&listener, {keys, 4}), v4::kOk);
-  const OSSDK::String otherKeys[] = {"unheard", "kept"};
-  ASSERT_EQ(manager->registerListener(&other, {otherKeys, 2}), v4::kOk);
   EXPECT_EQ(listener.next(), "connected");
-  EXPECT_EQ(other.next(), "connected");
   const std::string temporary = mDir.write("new", R"({"kept": 1, "changed": 2, "added": "x"})");
   ASSERT_EQ(rename(temporary.c_str(), mDir.path("preferences.json").c_str()), 0);
   EXPECT_EQ(listener.next(), "changed added removed changed");
+  EXPECT_EQ(manager->setInt("unheard", 1), v4::kOk);
   EXPECT_EQ(manager->setInt("kept", 2), v4::kOk);
   EXPECT_EQ(listener.next(), "changed kept");
-  EXPECT_EQ(other.next(), "changed kept");
   ASSERT_EQ(unlink(mDir.path("preferences.json").c_str()), 0);
-  EXPECT_EQ(other.next(), "changed kept");
+  EXPECT_EQ(listener.next(), "changed added changed kept");
   mDir.write("preferences.json", R"({"kept": 3})");  // not by a rename, as an editor might
-  EXPECT_EQ(other.next(), "changed kept");
-  ASSERT_EQ(unlink(mDir.path("preferences.json").c_str()), 0);
-  EXPECT_EQ(other.next(), "changed kept");
+  EXPECT_EQ(listener.next(), "changed kept");
   std::filesystem::remove_all(mDir.path());
-  EXPECT_EQ(other.next(), "disconnected");
+  EXPECT_EQ(listener.next(), "changed kept");
+  EXPECT_EQ(listener.next(), "disconnected");
 }
 
 }  // namespace

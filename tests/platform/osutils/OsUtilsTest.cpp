@@ -1,11 +1,9 @@
 #include <csignal>
-#include <thread>
 
 #include <binder/Binder.h>
 #include <binder/IServiceManager.h>
 #include <gtest/gtest.h>
 #include <osutils/ServiceHost.h>
-#include <osutils/Thread.h>
 
 #include "support/TempDir.h"
 
@@ -15,8 +13,7 @@ using Torv::OS::ServiceHost;
 
 // The tests of the services run its pool, those of the feed read vendor atoms, those of tasks name threads.
 TEST(ServiceHostDeathTest, aNameThatIsTakenEndsTheProcess) {
-  const test::TempDir runtime;
-  const test::ScopedEnv environment("TORV_RUNTIME_DIR", runtime.path());
+  const test::HostDir host;
   const android::sp<android::IBinder> binder = new android::BBinder();
   const ServiceHost first({{"taken", binder}});
   EXPECT_EQ(android::defaultServiceManager()->checkService(android::String16("taken")), binder);
@@ -24,11 +21,6 @@ TEST(ServiceHostDeathTest, aNameThatIsTakenEndsTheProcess) {
               "Cannot register service \"taken\": a live service has this name");
   EXPECT_EXIT(ServiceHost({{"ndk", std::shared_ptr<ndk::ICInterface>()}}), testing::KilledBySignal(SIGABRT),
               "Cannot register service \"ndk\"");
-}
-
-TEST(ThreadTest, aThreadThatIsNoneGetsNoName) {
-  std::thread none;
-  Torv::OS::Thread::setName(none, "no thread");
 }
 
 }  // namespace

@@ -3,31 +3,74 @@
 //   - an empty String8 takes 8 bytes in API 32, 4 in the older library
 //   - the marker of a parcelable that is not null is exactly 1; the older library takes any number but 0
 //   - a string without its NUL reads as UNEXPECTED_NULL; the older library accepts it
-#include "Bytes.h"
+#include "parcel/ParcelHeader.h"
 
 #include <binder/PersistableBundle.h>
+#include <binder/Status.h>
 #include <gtest/gtest.h>
 #include <utils/String8.h>
+
+#include "support/Hex.h"
 
 namespace {
 
 using android::Parcel;
 using android::String16;
 using android::String8;
-using test::Filled;
-using test::hexOf;
+using android::os::PersistableBundle;
+
+// The bytes of the parcel in hexadecimal, with a space after each word of four bytes.
+std::string hex(const Parcel& parcel) {
+  std::string text;
+  for (size_t i = 0; i < parcel.dataSize(); ++i) {
+    if (i != 0 && i % 4 == 0) text += ' ';
+    for (const int shift : {4, 0}) text += "0123456789abcdef"[parcel.data()[i] >> shift & 0xf];
+  }
+  return text;
+}
+
+// The bytes that `write` puts into an empty parcel.
+template <typename Write>
+std::string hexOf(Write write) {
+  Parcel parcel;
+  write(parcel);
+  return hex(parcel);
+}
+
+// A parcel with the bytes that hex() prints as `text`; its position is at the start.
+class Filled : public Parcel {
+ public:
+  explicit Filled(const std::string& text) {
+    const std::string bytes = test::bytes(text);
+    setData(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+  }
+};
 
 // The recorded parcels hold the other scalars, strings of 16 bits and vectors as the real library writes
 // them.
-TEST(ParcelBytesTest, textsAndVectorsThatNoRequestHasAreLaidOutAsTheDeviceDoes) {
-  EXPECT_EQ(hexOf([](Parcel& p) { p.writeByteVector(std::vector<uint8_t>{1, 2, 3}); }), "03000000 01020300");
-  EXPECT_EQ(hexOf([](Parcel& p) { p.writeUtf8VectorAsUtf16Vector({"a"}); }), "01000000 01000000 61000000");
+TEST(ParcelBytesTest, textsAndVectorsThatNoRequestHasAreLaidOutAsTheDeviceDoesAndReadBack) {
+  Parcel parcel;
+  parcel.writeByteVector(std::vector<uint8_t>{1, 2, 3});
+  parcel.writeUtf8VectorAsUtf16Vector({"", "x"});
+  parcel.writeString8(String8("eight"));
+  EXPECT_EQ(hex(parcel),
+            "03000000 01020300 02000000 00000000 00000000 01000000 78000000 05000000 65696768 74000000");
+  parcel.setDataPosition(0);
+  std::vector<uint8_t> bytes;
+  EXPECT_EQ(parcel.readByteVector(&bytes), android::OK);
+  EXPECT_EQ(bytes, (std::vector<uint8_t>{1, 2, 3}));
+  std::vector<std::string> texts;
+  EXPECT_EQ(parcel.readUtf8VectorFromUtf16Vector(&texts), android::OK);
+  EXPECT_EQ(texts, (std::vector<std::string>{"", "x"}));
+  String8 eight;
+  EXPECT_EQ(parcel.readString8(&eight), android::OK);
+  EXPECT_STREQ(eight.string(), "eight");
+  EXPECT_EQ(parcel.dataAvail(), 0u);
+
   EXPECT_EQ(hexOf([](Parcel& p) { p.writeString16(nullptr, 0); }), "ffffffff");
   EXPECT_EQ(hexOf([](Parcel& p) { p.writeUtf8AsUtf16(std::string("a\xf0\x9f\x98\x80")); }),
             "03000000 61003dd8 00de0000");
-  EXPECT_EQ(hexOf([](Parcel& p) { p.writeString8(String8("hi")); }), "02000000 68690000");
   EXPECT_EQ(hexOf([](Parcel& p) { p.writeString8(String8()); }), "00000000 00000000");
-  Parcel parcel;
   EXPECT_EQ(parcel.writeUtf8AsUtf16(std::string("\xff\xff")), android::BAD_VALUE);
 }
 
@@ -43,28 +86,6 @@ TEST(ParcelTokenTest, policyAndWorkSourceAreIgnoredButHeaderAndDescriptorMustMat
   EXPECT_FALSE(isFor(token, "a."));
   for (const size_t size : {0, 40}) EXPECT_FALSE(isFor(token.substr(0, size), "a.B")) << size;
   EXPECT_FALSE(isFor("00000080 ffffffff 52444e56" + token.substr(26), "a.B")) << "a vendor's header";
-}
-
-TEST(ParcelReadTest, returnsTheValuesThatNoBundleHolds) {
-  const Filled parcel(
-      "05000000 65696768 74000000 03000000 01020300 02000000 00000000 00000000 01000000 78000000");
-  String8 eight;
-  ASSERT_EQ(parcel.readString8(&eight), android::OK);
-  EXPECT_STREQ(eight.string(), "eight");
-  std::vector<uint8_t> bytes;
-  ASSERT_EQ(parcel.readByteVector(&bytes), android::OK);
-  EXPECT_EQ(bytes, (std::vector<uint8_t>{1, 2, 3}));
-  std::vector<std::string> texts;
-  ASSERT_EQ(parcel.readUtf8VectorFromUtf16Vector(&texts), android::OK);
-  EXPECT_EQ(texts, (std::vector<std::string>{"", "x"}));
-  EXPECT_EQ(parcel.dataAvail(), 0u);
-}
-
-TEST(ParcelWriteTest, aWriteBeyondTheEndFillsTheGapWithZeros) {
-  Parcel parcel;
-  parcel.setDataPosition(8);
-  ASSERT_EQ(parcel.writeInt32(-1), android::OK);
-  EXPECT_EQ(test::hex(parcel), "00000000 00000000 ffffffff");
 }
 
 TEST(ParcelReadTest, aTruncatedScalarIsNotEnoughData) {
@@ -124,11 +145,127 @@ TEST(ParcelReadTest, aVectorWhoseCountExceedsTheBytesLeftIsRefused) {
 }
 
 TEST(ParcelReadTest, theMarkerOfAParcelableIsExactlyOne) {
-  android::os::PersistableBundle bundle;
+  PersistableBundle bundle;
   EXPECT_EQ(Filled("01000000 00000000").readParcelable(&bundle), android::OK);
   EXPECT_EQ(Filled("00000000 00000000").readParcelable(&bundle), android::UNEXPECTED_NULL);
   EXPECT_EQ(Filled("02000000 00000000").readParcelable(&bundle), android::UNEXPECTED_NULL);
   EXPECT_EQ(Filled("").readParcelable(&bundle), android::NOT_ENOUGH_DATA);
+}
+
+TEST(StatusTest, readingLeavesThePositionBehindItAndHostileBytesAreAFailedTransaction) {
+  using android::binder::Status;
+  constexpr int32_t kFailed = Status::EX_TRANSACTION_FAILED;
+  const std::tuple<std::string, android::status_t, int32_t> cases[] = {
+      {"00000000", android::OK, Status::EX_NONE},
+      {"80ffffff 08000000 11111111", android::OK,
+       Status::EX_NONE},  // Java's header, whose size counts itself
+      {"fbffffff 01000000 78000000 04000000 11111111", android::OK, Status::EX_ILLEGAL_STATE},
+      {"f8ffffff 01000000 78000000 00000000 07000000", android::OK, Status::EX_SERVICE_SPECIFIC},
+      {"f7ffffff 01000000 78000000 00000000 08000000 11111111", android::OK, Status::EX_PARCELABLE},
+      {"c9ffffff 00000000 00000000 00000000", android::OK, -55},
+      {"", android::NOT_ENOUGH_DATA, kFailed},
+      {"80ffffff ffffffff", android::UNKNOWN_ERROR, kFailed},
+      {"80ffffff 40000000 00000000", android::UNKNOWN_ERROR, kFailed},
+      {"fbffffff ffffffff 00000000", android::UNEXPECTED_NULL, kFailed},
+      {"fbffffff 00000000 00000000", android::NOT_ENOUGH_DATA, kFailed},
+      {"fbffffff 00000000 00000000 ffffff7f", android::UNKNOWN_ERROR, kFailed},
+      {"f8ffffff 00000000 00000000 00000000", android::NOT_ENOUGH_DATA, kFailed},
+      {"f7ffffff 00000000 00000000 00000000 ffffff7f", android::UNKNOWN_ERROR, kFailed},
+  };
+  for (const auto& [text, expected, exception] : cases) {
+    const bool isWhole = expected == android::OK;
+    const Filled parcel(isWhole ? text + " 2a000000" : text);
+    Status status;
+    EXPECT_EQ(status.readFromParcel(parcel), expected) << text;
+    EXPECT_EQ(status.exceptionCode(), exception) << text;
+    EXPECT_EQ(status.transactionError(), expected) << text;
+    EXPECT_TRUE(!isWhole || parcel.readInt32() == 42) << text;
+  }
+}
+
+android::status_t read(const std::string& text, PersistableBundle* bundle) {
+  const Filled parcel(text);
+  return bundle->readFromParcel(&parcel);
+}
+
+// A bundle of every type, nested once.
+PersistableBundle everything() {
+  PersistableBundle inner;
+  inner.putString(String16("s"), String16("\xf0\x9f\x98\x80"));
+  PersistableBundle bundle;
+  bundle.putBoolean(String16("b"), true);
+  bundle.putInt(String16("i"), -1);
+  bundle.putLong(String16("l"), INT64_MIN);
+  bundle.putDouble(String16("d"), 1.5);
+  bundle.putString(String16("s"), String16());
+  bundle.putBooleanVector(String16("B"), {true});
+  bundle.putIntVector(String16("I"), {1, 2});
+  bundle.putLongVector(String16("L"), {});
+  bundle.putDoubleVector(String16("D"), {0.5});
+  bundle.putStringVector(String16("S"), {String16("x"), String16()});
+  bundle.putPersistableBundle(String16("n"), inner);
+  bundle.putPersistableBundle(String16("e"), PersistableBundle());
+  return bundle;
+}
+
+TEST(PersistableBundleTest, everyTypeIsReadBackAndThePositionEndsBehindTheBundle) {
+  Parcel parcel;
+  parcel.writeParcelable(everything());
+  parcel.writeInt32(42);
+  parcel.setDataPosition(0);
+  PersistableBundle copy;
+  ASSERT_EQ(parcel.readParcelable(&copy), android::OK);
+  EXPECT_TRUE(copy == everything());
+  EXPECT_EQ(parcel.readInt32(), 42);
+}
+
+// A bundle in a bundle, and so on, around an empty one.
+std::string nest(int depth) {
+  std::string text;
+  for (int i = 0; i < depth; ++i) text += "18000000 444e444c 01000000 01000000 6b000000 19000000 ";
+  return text + "00000000";
+}
+
+TEST(PersistableBundleTest, eachFaultHasItsError) {
+  for (const auto& [text, expected] : std::vector<std::pair<std::string, android::status_t>>{
+           {"", android::OK},
+           {"00000000", android::OK},
+           {"ffffffff", android::UNEXPECTED_NULL},
+           {"18000000", android::NOT_ENOUGH_DATA},
+           {"18000000 11111111 00000000", android::BAD_VALUE},
+           {"18000000 444e444c", android::NOT_ENOUGH_DATA},
+           {"18000000 444e444c ffffffff", android::OK},
+           {"01000000 424e444c 00000000", android::OK},  // Java's magic; the length does not count
+           {"18000000 444e444c ffffff7f 00000000 00000000 00000000 00000000", android::BAD_VALUE},
+           {"18000000 444e444c 01000000 ffffffff 00000000 00000000 00000000", android::UNEXPECTED_NULL},
+           {"18000000 444e444c 01000000 01000000 6b000000 02000000 00000000", android::BAD_TYPE},
+           {"18000000 444e444c 01000000 01000000 6b000000 00000000 ffffffff", android::UNEXPECTED_NULL},
+           {"18000000 444e444c 01000000 01000000 6b000000 12000000 ffffffff", android::UNEXPECTED_NULL},
+           {"18000000 444e444c 01000000 01000000 6b000000 19000000 ffffffff", android::UNEXPECTED_NULL},
+           {"18000000 444e444c 01000000 01000000 6b000000 06000000 00000000", android::NOT_ENOUGH_DATA},
+           {nest(32), android::OK},
+           {nest(33), android::BAD_VALUE},
+           {nest(1000), android::BAD_VALUE},
+           {nest(32), android::OK},  // the count of levels is back to none
+       }) {
+    PersistableBundle bundle;
+    EXPECT_EQ(read(text, &bundle), expected) << text;
+  }
+}
+
+// As on the device, a bundle read at the end of a parcel is empty.
+TEST(PersistableBundleTest, aCutBundleFailsUnlessTheCutIsBeforeABundle) {
+  Parcel whole;
+  ASSERT_EQ(everything().writeToParcel(&whole), android::OK);
+  const size_t lastNested = whole.dataSize() - 36;
+  for (size_t size = 0; size < whole.dataSize(); ++size) {
+    Parcel parcel;
+    parcel.setData(whole.data(), size);
+    PersistableBundle bundle;
+    const auto status = bundle.readFromParcel(&parcel);
+    EXPECT_EQ(status == android::OK, size < 4 || (size >= lastNested && size < lastNested + 4)) << size;
+    EXPECT_LE(parcel.dataPosition(), size);
+  }
 }
 
 }  // namespace

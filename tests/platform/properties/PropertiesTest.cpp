@@ -1,25 +1,19 @@
 #include <filesystem>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/system_properties.h>
-#include <unistd.h>
 
 #include "properties/PropertyFile.h"
 #include "support/LogCapture.h"
 #include "support/Result.h"
 #include "support/TempDir.h"
 
+namespace platform {
 namespace {
 
-using platform::parseProperties;
-using platform::setProperty;
 using test::errorOf;
-using testing::ElementsAre;
 using testing::HasSubstr;
 
 class PropertiesTest : public testing::Test {
@@ -27,8 +21,7 @@ class PropertiesTest : public testing::Test {
   void write(std::string_view text) const { mDirectory.write("properties", text); }
 
   test::LogCapture mLog;
-  test::TempDir mDirectory;
-  test::ScopedEnv mEnvironment{"TORV_RUNTIME_DIR", mDirectory.path()};
+  test::HostDir mDirectory;
   const std::string mLongest = std::string(91, 'x');
 };
 
@@ -50,12 +43,12 @@ TEST_F(PropertiesTest, takesLinesAsBuildPropDoesAndLogsEachBadOneOnce) {
       longName + "=1\nro.long=" + longValue + "\ntwice=1\ntwice=2\nlast=x";
   const std::string bad = "\nno equals here\n=1\nbad name=1\n.dot=1\na..b=1\nnul=a" + std::string(1, '\0') +
                           "b\nlong=x" + mLongest;
-  const platform::PropertyMap expected = {
+  const PropertyMap expected = {
       {"indented", "1"},  {"crlf", "a"},   {"space", " 1 "},       {"equals", "a=b"}, {"empty", ""},
       {"fits", mLongest}, {longName, "1"}, {"ro.long", longValue}, {"twice", "2"},    {"last", "x"}};
   for (const std::string& text : {good, good + bad, good + bad, good, "\n" + good + bad}) {
     write(text);
-    EXPECT_EQ(parseProperties(platform::readPropertyFile()), expected);
+    EXPECT_EQ(parseProperties(readPropertyFile()), expected);
     EXPECT_EQ(read("twice"), "2");
     for (const char* name : {"", "a..b", "long"}) EXPECT_EQ(read(name), "none");
   }
@@ -67,7 +60,7 @@ TEST_F(PropertiesTest, takesLinesAsBuildPropDoesAndLogsEachBadOneOnce) {
 TEST_F(PropertiesTest, aFileThatCannotBeReadIsAnEmptyAreaAndSaysSoOnce) {
   std::filesystem::create_directory(mDirectory.path("properties"));
   for (int i = 0; i < 2; i++) EXPECT_EQ(read("a"), "none");
-  EXPECT_THAT(mLog.texts(ANDROID_LOG_WARN), ElementsAre(HasSubstr(mDirectory.path("properties"))));
+  EXPECT_THAT(mLog.texts(ANDROID_LOG_WARN), testing::ElementsAre(HasSubstr(mDirectory.path("properties"))));
   EXPECT_THAT(errorOf(setProperty("a", "1")), HasSubstr("is not a regular file"));
 }
 
@@ -76,9 +69,9 @@ TEST_F(PropertiesTest, aChangeKeepsTheOtherLines) {
   EXPECT_EQ(errorOf(setProperty("a", "3")), "");
   EXPECT_EQ(errorOf(setProperty("c", "")), "");
   EXPECT_EQ(test::readFile(mDirectory.path("properties")), "# head\na=1\nb=1\na=3\n\njunk\nlast=x\nc=\n");
-  EXPECT_EQ(errorOf(platform::unsetProperty("a")), "");
+  EXPECT_EQ(errorOf(unsetProperty("a")), "");
   EXPECT_EQ(test::readFile(mDirectory.path("properties")), "# head\nb=1\n\njunk\nlast=x\nc=\n");
-  EXPECT_EQ(errorOf(platform::unsetProperty("a")), "a is not set");
+  EXPECT_EQ(errorOf(unsetProperty("a")), "a is not set");
 }
 
 TEST_F(PropertiesTest, setRefusesWhatTheDeviceOrTheFileCannotHold) {
@@ -94,7 +87,7 @@ TEST_F(PropertiesTest, setRefusesWhatTheDeviceOrTheFileCannotHold) {
   EXPECT_EQ(read("A-z_0.9@x:y"), " größe ");
   EXPECT_EQ(errorOf(setProperty("ro.once", std::string(5000, 'x'))), "");
   EXPECT_THAT(errorOf(setProperty("ro.once", "y")), HasSubstr("ro.once is read-only"));
-  EXPECT_THAT(errorOf(platform::unsetProperty("ro.once")), HasSubstr("ro.once is read-only"));
+  EXPECT_THAT(errorOf(unsetProperty("ro.once")), HasSubstr("ro.once is read-only"));
   EXPECT_EQ(read("ro.once").size(), 5000U);
   const test::ScopedEnv nowhere("TORV_RUNTIME_DIR", mDirectory.path("none"));
   EXPECT_THAT(errorOf(setProperty("a", "1")), HasSubstr(mDirectory.path("none")));
@@ -111,7 +104,7 @@ TEST_F(PropertiesTest, writersAndReadersDoNotDisturbEachOther) {
   }
   for (int i = 0; i < 100; i++) EXPECT_EQ(read("ro.guard").size(), 1000U);
   for (std::thread& writer : writers) writer.join();
-  EXPECT_EQ(parseProperties(platform::readPropertyFile()).size(), 301U);
+  EXPECT_EQ(parseProperties(readPropertyFile()).size(), 301U);
 }
 
 TEST_F(PropertiesTest, rootLeavesTheFileToItsOwner) {
@@ -129,3 +122,4 @@ TEST_F(PropertiesTest, rootLeavesTheFileToItsOwner) {
 }
 
 }  // namespace
+}  // namespace platform

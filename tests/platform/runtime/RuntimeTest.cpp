@@ -1,14 +1,15 @@
-#include <cerrno>
 #include <filesystem>
-#include <string>
+#include <sstream>
 #include <tuple>
 
+#include <android/log.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "runtime/Files.h"
+#include "runtime/HostLog.h"
 #include "runtime/LogLimit.h"
 #include "runtime/RuntimeDirectory.h"
 #include "support/Result.h"
@@ -87,6 +88,63 @@ TEST(LogLimitTest, letsOneLineThroughForEachPauseAndCountsTheOthers) {
   EXPECT_EQ(limit.count(104), 0U);
   EXPECT_EQ(limit.count(105), 3U);
   EXPECT_EQ(limit.count(205), 1U);
+}
+
+std::string readWhatIsThere(int fd) {
+  std::string text;
+  char buffer[4096];
+  for (ssize_t got = 0; (got = read(fd, buffer, sizeof(buffer))) > 0;)
+    text.append(buffer, static_cast<size_t>(got));
+  return text;
+}
+
+// Logs far more than a pipe holds, and reads it only then.
+void fillThePipe(uid_t uid) {
+  constexpr int kLines = 5000;
+  int log[2];
+  ASSERT_EQ(pipe2(log, O_CLOEXEC), 0);
+  ASSERT_EQ(fcntl(log[0], F_SETFL, O_NONBLOCK), 0);
+  ASSERT_EQ(dup2(log[1], STDERR_FILENO), STDERR_FILENO);
+  ASSERT_EQ(setuid(uid), 0);
+  alarm(60);  // ends a process that blocks
+  installHostLog();
+  for (int i = 0; i < kLines; ++i)
+    __android_log_write(ANDROID_LOG_ERROR, "test", "nobody reads this for now");
+  std::istringstream first(readWhatIsThere(log[0]));
+  int whole = 0;
+  for (std::string line; std::getline(first, line); ++whole)
+    EXPECT_THAT(line, testing::EndsWith("nobody reads this for now"));
+  EXPECT_GT(whole, 100);
+  __android_log_write(ANDROID_LOG_ERROR, "test", "the last line\n");
+  const std::string rest = readWhatIsThere(log[0]);
+  EXPECT_THAT(rest, HasSubstr(std::to_string(kLines - whole) + " log lines were lost"));
+  EXPECT_THAT(rest, testing::EndsWith(" the last line\n"));
+  _exit(testing::Test::HasFailure() ? 1 : 0);
+}
+
+// Another user's pipe cannot be opened a second time, so both ways to write are tested.
+TEST(HostLogTest, aFullPipeBlocksNobodyAndTheLostLinesAreCounted) {
+  for (const uid_t uid : {getuid(), getuid() == 0 ? uid_t{10123} : getuid()}) {
+    EXPECT_EXIT(fillThePipe(uid), testing::ExitedWithCode(0), "") << "uid " << uid;
+  }
+}
+
+[[noreturn]] void logAWarning() {
+  installHostLog();
+  __android_log_write(ANDROID_LOG_WARN, "test", "a warning");
+  _exit(0);
+}
+
+TEST(HostLogTest, theEnvironmentSetsTheLeastPriority) {
+  const std::pair<const char*, testing::Matcher<const std::string&>> cases[] = {
+      {"error", Not(HasSubstr("a warning"))},
+      {"warn", HasSubstr("a warning")},
+      {"", HasSubstr("a warning")},
+      {"loud", AllOf(HasSubstr("a warning"), HasSubstr("TORV_LOG_LEVEL=loud: it may be"))}};
+  for (const auto& [level, logged] : cases) {
+    const test::ScopedEnv environment("TORV_LOG_LEVEL", level);
+    EXPECT_EXIT(logAWarning(), testing::ExitedWithCode(0), logged) << level;
+  }
 }
 
 }  // namespace
