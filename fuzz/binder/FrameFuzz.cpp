@@ -3,38 +3,31 @@
 
 #include <sys/socket.h>
 
-#include <algorithm>
-#include <cstdlib>
 #include <cstring>
-#include <string>
 #include <thread>
 #include <vector>
 
 #include <android-base/unique_fd.h>
 
 #include "Frame.h"
+#include "Fuzz.h"
+
+using namespace platform::binder;
+using android::base::unique_fd;
 
 namespace {
 
-using android::base::unique_fd;
-using platform::binder::FrameHeader;
-using platform::binder::FrameKind;
-using platform::binder::FrameReader;
-using platform::binder::kMaxPayload;
-
 using Payloads = std::vector<std::string>;
 
-Payloads readPlainly(const uint8_t* data, size_t size) {
+Payloads readPlainly(std::string_view stream) {
   Payloads payloads;
-  for (FrameHeader header; size >= sizeof(header);) {
-    memcpy(&header, data, sizeof(header));
-    data += sizeof(header);
-    size -= sizeof(header);
+  for (FrameHeader header; stream.size() >= sizeof(header);) {
+    memcpy(&header, stream.data(), sizeof(header));
+    stream.remove_prefix(sizeof(header));
     if (header.kind != static_cast<uint32_t>(FrameKind::Transaction)) break;
-    if (header.size > kMaxPayload || header.size > size) break;
-    payloads.emplace_back(reinterpret_cast<const char*>(data), header.size);
-    data += header.size;
-    size -= header.size;
+    if (header.size > kMaxPayload || header.size > stream.size()) break;
+    payloads.emplace_back(stream.substr(0, header.size));
+    stream.remove_prefix(header.size);
   }
   return payloads;
 }
@@ -46,7 +39,7 @@ Payloads readFrames(int socket) {
     const auto header = reader.header();
     android::Parcel parcel;
     if (!header.ok() || !reader.payload(header->size, &parcel).ok()) break;
-    if (parcel.dataSize() != header->size || parcel.dataPosition() != 0) abort();
+    check(parcel.dataSize() == header->size && parcel.dataPosition() == 0, "a whole payload");
     payloads.emplace_back(reinterpret_cast<const char*>(parcel.data()), parcel.dataSize());
   }
   return payloads;
@@ -54,16 +47,16 @@ Payloads readFrames(int socket) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  if (size == 0) return 0;
-  const size_t count = std::min<size_t>(data[0] % 8, size - 1);
-  std::vector<size_t> pieces(data + 1, data + 1 + count);
-  for (size_t& piece : pieces) ++piece;
-  if (pieces.empty()) pieces = {size};
-  const std::string stream(data + 1 + count, data + size);
+FUZZ(input) {
+  if (input.empty()) return;
+  const size_t count = std::min<size_t>(static_cast<uint8_t>(input[0]) % 8, input.size() - 1);
+  std::vector<size_t> pieces;
+  for (const char size : input.substr(1, count)) pieces.push_back(size_t{1} + static_cast<uint8_t>(size));
+  if (pieces.empty()) pieces = {input.size()};
+  const std::string stream = input.substr(1 + count);
 
   int ends[2];
-  if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) abort();
+  check(socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0, "socketpair");
   const unique_fd reader(ends[0]);
   std::thread sender([&stream, &pieces, end = unique_fd(ends[1])] {
     for (size_t at = 0, i = 0; at < stream.size(); ++i) {
@@ -76,7 +69,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const Payloads frames = readFrames(reader.get());
   shutdown(reader.get(), SHUT_RDWR);
   sender.join();
-  const auto* const bytes = reinterpret_cast<const uint8_t*>(stream.data());
-  if (frames != readPlainly(bytes, stream.size())) abort();
-  return 0;
+  check(frames == readPlainly(stream), "the frames of a plain reading");
 }

@@ -3,27 +3,24 @@
 
 #include "parcel/ParcelHeader.h"
 
-#include <cstdlib>
-#include <cstring>
+#include <optional>
 
 #include <binder/PersistableBundle.h>
 
-using android::Parcel;
-using android::os::PersistableBundle;
+#include "Fuzz.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  Parcel parcel;
-  parcel.setData(data, size);
-  PersistableBundle bundle;
-  if (bundle.readFromParcel(&parcel) != android::OK) return 0;
-  Parcel first;
-  if (bundle.writeToParcel(&first) != android::OK) abort();
-  first.setDataPosition(0);
-  PersistableBundle copy;
-  if (copy.readFromParcel(&first) != android::OK || first.dataAvail() != 0) abort();
-  Parcel second;
-  if (copy.writeToParcel(&second) != android::OK) abort();
-  if (first.dataSize() != second.dataSize()) abort();
-  if (memcmp(first.data(), second.data(), first.dataSize()) != 0) abort();
-  return 0;
+// The bundle that `bytes` hold, as it is written. Returns nullopt if they hold none.
+static std::optional<std::string> rewritten(const std::string& bytes) {
+  android::Parcel parcel;
+  parcel.setData(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+  android::os::PersistableBundle bundle;
+  if (bundle.readFromParcel(&parcel) != android::OK) return std::nullopt;
+  android::Parcel written;
+  check(bundle.writeToParcel(&written) == android::OK, "what is read can be written");
+  return std::string(reinterpret_cast<const char*>(written.data()), written.dataSize());
+}
+
+FUZZ(input) {
+  const auto first = rewritten(input);
+  check(!first || rewritten(*first) == first, "the same bytes");
 }

@@ -3,22 +3,19 @@
 
 #include "parcel/ParcelHeader.h"
 
-#include <cstdlib>
-#include <iterator>
-#include <string>
 #include <vector>
 
 #include <binder/Status.h>
 #include <utils/String8.h>
 
-namespace {
+#include "Fuzz.h"
 
 using android::Parcel;
 using android::String16;
 using android::String8;
 
 template <typename T, android::status_t (Parcel::*read)(T*) const>
-void into(const Parcel& parcel) {
+static void into(const Parcel& parcel) {
   T value{};
   (parcel.*read)(&value);
 }
@@ -44,16 +41,14 @@ constexpr void (*kReads[])(const Parcel&) = {
     [](const Parcel& p) { p.enforceInterface(String16("a.B")); },
 };
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  if (size == 0) return 0;
-  const size_t choices = std::min<size_t>(data[0], size - 1);
+FUZZ(input) {
+  if (input.empty()) return;
+  const auto* const bytes = reinterpret_cast<const uint8_t*>(input.data());
+  const size_t choices = std::min<size_t>(bytes[0], input.size() - 1);
   Parcel parcel;
-  parcel.setData(data + 1 + choices, size - 1 - choices);
+  parcel.setData(bytes + 1 + choices, input.size() - 1 - choices);
   for (size_t i = 1; i <= choices; ++i) {
-    kReads[data[i] % std::size(kReads)](parcel);
-    if (parcel.dataPosition() > parcel.dataSize()) abort();
+    kReads[bytes[i] % std::size(kReads)](parcel);
+    check(parcel.dataPosition() <= parcel.dataSize(), "a position within the parcel");
   }
-  return 0;
 }

@@ -1,9 +1,6 @@
 // Sends the input to one of the two services, as the binder library calls it. The first byte's bits choose
 // the service, whether the request begins with the interface's token, and whether the call is one-way. The
 // second byte chooses the code. The rest is the request's body.
-#include <iterator>
-#include <utility>
-
 #include "Fuzz.h"
 #include "service/DiagnosticsCollectorService.h"
 #include "service/DiagnosticsNotificationService.h"
@@ -18,16 +15,10 @@ using android::binder::Status;
 
 enum : uint8_t { kToken = 1, kOneWay = 2, kNotifier = 4 };
 
-// Codes of the interfaces and next to them, the largest, and codes of every binder object.
-constexpr uint32_t kCodes[] = {0,
-                               1,
-                               2,
-                               3,
-                               4,
-                               0xffffffff,
-                               IBinder::PING_TRANSACTION,
-                               IBinder::INTERFACE_TRANSACTION,
-                               IBinder::DUMP_TRANSACTION};
+// Beside the codes of the interfaces and those next to them, the largest, and codes of every binder object.
+constexpr uint32_t kInterfaceCodes = 5;
+constexpr uint32_t kOtherCodes[] = {0xffffffff, IBinder::PING_TRANSACTION, IBinder::INTERFACE_TRANSACTION,
+                                    IBinder::DUMP_TRANSACTION};
 
 // A `Base` that drops its telemetry events and reports success.
 template <typename Base>
@@ -85,7 +76,8 @@ FUZZ(input) {
   static const sp<android::BBinder> notifier = makeNotifier();
   if (input.size() < 2) return;
   android::BBinder& service = (input[0] & kNotifier) != 0 ? *notifier : *collector;
-  const uint32_t code = kCodes[static_cast<uint8_t>(input[1]) % std::size(kCodes)];
+  const uint32_t choice = static_cast<uint8_t>(input[1]) % (kInterfaceCodes + std::size(kOtherCodes));
+  const uint32_t code = choice < kInterfaceCodes ? choice : kOtherCodes[choice - kInterfaceCodes];
   Parcel request;
   if ((input[0] & kToken) != 0) request.writeInterfaceToken(service.getInterfaceDescriptor());
   request.write(input.data() + 2, input.size() - 2);
