@@ -38,8 +38,6 @@ std::string frame(uint32_t code, int32_t argument = 0, uint32_t flags = 0, uint3
   return header(size, code, flags) + payload;
 }
 
-using Reply = std::pair<int32_t, size_t>;  // the status and how many bytes come with it
-
 // A client that sends what it likes.
 class RawClient {
  public:
@@ -49,14 +47,14 @@ class RawClient {
     EXPECT_EQ(::send(mSocket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL),
               static_cast<ssize_t>(bytes.size()));
   }
-  // The next reply, read to its end. Nothing if the server has closed.
-  std::optional<Reply> reply() {
+  // Reads the next reply to its end, and returns how many bytes it has. Nothing if the server has closed.
+  std::optional<size_t> reply() {
     FrameHeader header;
     if (recv(mSocket.get(), &header, sizeof(header), MSG_WAITALL) != sizeof(header)) return std::nullopt;
     std::vector<uint8_t> payload(header.size);
     const auto size = static_cast<ssize_t>(header.size);
     if (size != 0 && recv(mSocket.get(), payload.data(), payload.size(), MSG_WAITALL) != size) return {};
-    return Reply{static_cast<int32_t>(header.value), payload.size()};
+    return payload.size();
   }
   // Sends nothing more.
   void finish() { shutdown(mSocket.get(), SHUT_WR); }
@@ -119,7 +117,7 @@ TEST_F(ServerTest, transactionsThatComeTogetherAreAnsweredInTurn) {
   std::string all;
   for (const int32_t size : sizes) all += frame(TestService::kReplyWith, size, 0, size / 10);
   client.send(all);
-  for (const size_t size : sizes) EXPECT_EQ(client.reply(), (Reply{android::OK, size}));
+  for (const size_t size : sizes) EXPECT_EQ(client.reply(), size);
 }
 
 TEST_F(ServerTest, aMalformedFrameEndsItsOwnConnectionAndTheLogSaysSoOnceASecond) {

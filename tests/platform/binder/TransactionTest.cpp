@@ -49,10 +49,6 @@ std::vector<int32_t> awaitNotes(const sp<IBinder>& service, int32_t count) {
   return result;
 }
 
-void send(const sp<IBinder>& service, uint32_t code, int32_t argument = 0) {
-  EXPECT_EQ(call(service, code, argument, nullptr, IBinder::FLAG_ONEWAY), android::OK);
-}
-
 class TransactionTest : public testing::Test {
  protected:
   test::HostDir mRuntime;
@@ -90,7 +86,9 @@ TEST_F(TransactionTest, theCallerIsWhoTheKernelSays) {
 
 TEST_F(TransactionTest, aOneWayFloodBeyondItsShareIsRefusedDelaysNoOtherCallAndRunsInOrder) {
   // More of them than the pool has threads.
-  for (int i = 0; i < 40; ++i) send(mService, TestService::kHold);
+  for (int i = 0; i < 40; ++i) {
+    EXPECT_EQ(call(mService, TestService::kHold, 0, nullptr, IBinder::FLAG_ONEWAY), android::OK);
+  }
   int accepted = 0;
   status_t status = android::OK;
   for (; status == android::OK && accepted < 1000; accepted += status == android::OK ? 1 : 0) {
@@ -105,7 +103,7 @@ TEST_F(TransactionTest, aOneWayFloodBeyondItsShareIsRefusedDelaysNoOtherCallAndR
   EXPECT_EQ(call(mService, TestService::kRelease), android::OK);
   const auto all = awaitNotes(mService, accepted);
   for (int i = 0; i < accepted; ++i) EXPECT_EQ(all[static_cast<size_t>(i)], i);
-  send(mService, TestService::kNote, -1);
+  EXPECT_EQ(call(mService, TestService::kNote, -1, nullptr, IBinder::FLAG_ONEWAY), android::OK);
   EXPECT_EQ(awaitNotes(mService, accepted + 1).back(), -1);
 }
 

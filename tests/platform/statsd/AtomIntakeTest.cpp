@@ -2,18 +2,24 @@
 
 #include <gmock/gmock.h>
 
-#include "Bytes.h"
+#include "support/Hex.h"
 #include "support/LogCapture.h"
 #include "support/TempDir.h"
 
 namespace libstatsd {
 namespace {
 
+using test::bytes;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
 constexpr uid_t kApplication = 10123;
 constexpr ConfigKey kKey{1000, 57476};
+
+// A datagram with the event that `hex` spells.
+std::string datagram(const std::string& hex) {
+  return bytes("05 3412 80005962 00000000 74617473" + hex);
+}
 
 const std::string kState = datagram("07 03 01 0500000000000000 00 baad0100 05 01");
 const std::string kLarge = datagram("07 03 01 0500000000000000 00 baad0100 02 a00f0000").append(4000, 'x');

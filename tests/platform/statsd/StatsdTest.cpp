@@ -10,9 +10,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "Bytes.h"
 #include "fixture/Process.h"
 #include "runtime/SocketPath.h"
+#include "support/Hex.h"
 #include "support/LogCapture.h"
 #include "support/Result.h"
 #include "support/TempDir.h"
@@ -21,6 +21,7 @@ namespace libstatsd {
 namespace {
 
 using android::base::unique_fd;
+using test::bytes;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
