@@ -15,11 +15,9 @@
 using namespace platform::binder;
 using android::base::unique_fd;
 
-namespace {
-
 using Payloads = std::vector<std::string>;
 
-Payloads readPlainly(std::string_view stream) {
+static Payloads readPlainly(std::string_view stream) {
   Payloads payloads;
   for (FrameHeader header; stream.size() >= sizeof(header);) {
     memcpy(&header, stream.data(), sizeof(header));
@@ -32,7 +30,7 @@ Payloads readPlainly(std::string_view stream) {
   return payloads;
 }
 
-Payloads readFrames(int socket) {
+static Payloads readFrames(int socket) {
   Payloads payloads;
   FrameReader reader(socket, FrameKind::Transaction, std::chrono::minutes(10));
   while (reader.await()) {
@@ -44,8 +42,6 @@ Payloads readFrames(int socket) {
   }
   return payloads;
 }
-
-}  // namespace
 
 FUZZ(input) {
   if (input.empty()) return;

@@ -1,13 +1,12 @@
 #include "Fuzz.h"
 #include "systemcontext/SystemContextManager.h"
 
-using Torv::OS::Diagnostics::SystemContextManager;
-
 // Every flag and value that the parser returns must stand between two commas of the input, unchanged.
 FUZZ(tags) {
   std::unordered_set<std::string> flags;
   std::unordered_map<std::string, std::string> values;
-  check(SystemContextManager::parseBuildTags(tags, flags, values), "every text can be parsed");
+  check(Torv::OS::Diagnostics::SystemContextManager::parseBuildTags(tags, flags, values),
+        "every text can be parsed");
   const std::string listed = "," + tags + ",";
   const auto isName = [](const std::string& text) {
     return !text.empty() && text.find_first_of(",:") == std::string::npos;

@@ -8,7 +8,6 @@
 namespace timeline {
 namespace {
 
-using diagctl::historyCharts;
 using testing::HasSubstr;
 
 TEST(HistoryChartTest, perCentIsDrawnBetween0And100AndAConstantIsANumber) {
@@ -16,7 +15,7 @@ TEST(HistoryChartTest, perCentIsDrawnBetween0And100AndAConstantIsANumber) {
   timeline.series = {{"s", "constant", Unit::Percent, {{1000, 100}, {2000, 100}}},
                      {"s", "m", Unit::Percent, {{1000, 98.5}, {2000, 99}, {3000, 98.5}, {4000, 99}}}};
   timeline.endMs = 4000;
-  const std::string chart = historyCharts(timeline, 60, Glyphs::Ascii);
+  const std::string chart = diagctl::historyCharts(timeline, 60, Glyphs::Ascii);
   EXPECT_THAT(chart, AllOf(HasSubstr("s, 0 to 100 %\n"), HasSubstr("  constant  100 % throughout\n")));
   EXPECT_THAT(chart,
               AllOf(HasSubstr("####"), HasSubstr("now 99 %, highest 99 %"), testing::Not(HasSubstr("_"))));
@@ -40,7 +39,7 @@ TEST(HistoryChartTest, noLineIsWiderThanTheTerminal) {
                      {"s", "m", Unit::Percent, {{1000, 1}, {2000, 2}, {3000, 3}}}};
   timeline.endMs = 3000;
   for (const size_t columns : {20, 80, 200}) {
-    const std::string charts = historyCharts(timeline, columns, Glyphs::Blocks);
+    const std::string charts = diagctl::historyCharts(timeline, columns, Glyphs::Blocks);
     for (const std::string& line : android::base::Split(charts, "\n")) {
       EXPECT_LE(text::columnsOf(line), columns) << line;
     }

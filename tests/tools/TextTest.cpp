@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-using text::columnsOf;
 using text::cutTo;
 using text::printable;
 
@@ -19,7 +18,7 @@ TEST(TextTest, escapesWhatATerminalWouldActOn) {
 }
 
 TEST(TextTest, countsColumnsAndCutsOrReplacesWholeCharacters) {
-  EXPECT_EQ(columnsOf("a漢é"), 4u);
+  EXPECT_EQ(text::columnsOf("a漢é"), 4u);
   EXPECT_EQ(cutTo(4, "abcd"), "abcd");
   EXPECT_EQ(cutTo(4, "abcde"), "abc…");
   EXPECT_EQ(cutTo(4, "漢字漢"), "漢…");
@@ -32,5 +31,5 @@ TEST(TextTest, keepsOnlyAFewOfManyCombiningMarks) {
   std::string marks = "a";
   for (int i = 0; i < 2000; ++i) marks += "\u0301";
   EXPECT_LT(cutTo(10, marks + "b").size(), 20u);
-  EXPECT_EQ(columnsOf(cutTo(10, marks + "b")), 2u);
+  EXPECT_EQ(text::columnsOf(cutTo(10, marks + "b")), 2u);
 }

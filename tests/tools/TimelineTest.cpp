@@ -12,7 +12,6 @@ namespace {
 using answers::clocksAt;
 using answers::history;
 using testing::ElementsAre;
-using testing::SizeIs;
 
 constexpr std::nullopt_t kGap = std::nullopt;
 
@@ -87,7 +86,7 @@ TEST(TimelineTest, onlyWhatAnAnswerChangesIsAChangeAndEachTimeHasItsProcesses) {
   EXPECT_EQ(at(1999)[0].keys["screen"].value, "home");
   EXPECT_EQ(at(2000)[0].keys["screen"].changedMs, 2000);
   EXPECT_EQ(at(2499)[0].deadMs, kGap);
-  ASSERT_THAT(at(3000), SizeIs(1));
+  ASSERT_THAT(at(3000), testing::SizeIs(1));
   EXPECT_EQ(at(3000)[0].name, "app");
   EXPECT_EQ(at(3000)[0].deadMs, 2500);
   // What the pid publishes after the death is another process's.
@@ -103,7 +102,7 @@ TEST(TimelineTest, droppingThePastKeepsWhatStillHolds) {
   const auto before = processesAt(builder.timeline(), 5000);
   builder.dropBefore(2000);
   builder.dropBefore(2001);
-  EXPECT_THAT(builder.timeline().changes, SizeIs(2));
+  EXPECT_THAT(builder.timeline().changes, testing::SizeIs(2));
   const auto after = processesAt(builder.timeline(), 5000);
   ASSERT_EQ(after.size(), before.size());
   EXPECT_EQ(after[0].deadMs, 1500);

@@ -81,8 +81,6 @@ TEST_F(ViewTest, showsProcessesWithChangedKeysMarkedAndTheDeadWithTheirTime) {
                                  "atoms: 7 received, none dropped"}) {
     EXPECT_THAT(text(), HasSubstr(part));
   }
-  mSurroundings.notice = "the service is gone";
-  EXPECT_THAT(text(), HasSubstr("the service is gone"));
 }
 
 TEST_F(ViewTest, keepsTheCursorOnItsProcessWhenOthersComeAndGoAndOpensIt) {
@@ -164,7 +162,7 @@ TEST_F(ViewTest, showsNothingOfAProcessThatATerminalWouldActOn) {
   mSurroundings.notice = "gone\x1b[31m";
   press(Key::Enter);
   for (const char c : text()) EXPECT_TRUE(static_cast<unsigned char>(c) >= 0x20 || c == '\n') << text();
-  EXPECT_THAT(text(), AllOf(HasSubstr("\\x1b[2J"), Not(HasSubstr("\u202e"))));
+  EXPECT_THAT(text(), AllOf(HasSubstr("\\x1b[2J"), HasSubstr("gone\\x1b[31m"), Not(HasSubstr("\u202e"))));
 }
 
 }  // namespace

@@ -30,10 +30,7 @@ class TestService : public android::BBinder {
     return mNotes;
   }
 
-  const android::String16& getInterfaceDescriptor() const override {
-    static const android::String16 kDescriptor("test.TestService");
-    return kDescriptor;
-  }
+  const android::String16& getInterfaceDescriptor() const override { return mDescriptor; }
 
   // Waits until a call waits in kHold.
   void awaitHeld() {
@@ -79,6 +76,7 @@ class TestService : public android::BBinder {
     mChanged.notify_all();
   }
 
+  const android::String16 mDescriptor{"test.TestService"};
   std::mutex mMutex;
   std::condition_variable mChanged;
   std::vector<int32_t> mNotes;  // guarded by mMutex

@@ -18,7 +18,6 @@ namespace {
 using android::IBinder;
 using android::Parcel;
 using android::sp;
-using android::status_t;
 using android::String16;
 using fixture::Process;
 using test::TestService;
@@ -33,8 +32,8 @@ sp<IBinder> lookUp(const char* name) {
   return android::defaultServiceManager()->waitForService(String16(name));
 }
 
-status_t call(const sp<IBinder>& service, uint32_t code, int32_t argument = 0, Parcel* reply = nullptr,
-              uint32_t flags = 0) {
+android::status_t call(const sp<IBinder>& service, uint32_t code, int32_t argument = 0,
+                       Parcel* reply = nullptr, uint32_t flags = 0) {
   Parcel data;
   Parcel unwanted;
   data.writeInt32(argument);
@@ -90,7 +89,7 @@ TEST_F(TransactionTest, aOneWayFloodBeyondItsShareIsRefusedDelaysNoOtherCallAndR
     EXPECT_EQ(call(mService, TestService::kHold, 0, nullptr, IBinder::FLAG_ONEWAY), android::OK);
   }
   int accepted = 0;
-  status_t status = android::OK;
+  android::status_t status = android::OK;
   for (; status == android::OK && accepted < 1000; accepted += status == android::OK ? 1 : 0) {
     Parcel data;
     data.writeInt32(accepted);

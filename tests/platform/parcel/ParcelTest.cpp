@@ -175,11 +175,6 @@ TEST(StatusTest, readingLeavesThePositionBehindItAndHostileBytesAreAFailedTransa
   }
 }
 
-android::status_t read(const std::string& text, PersistableBundle* bundle) {
-  const Filled parcel(text);
-  return bundle->readFromParcel(&parcel);
-}
-
 // A bundle of every type, nested once.
 PersistableBundle everything() {
   PersistableBundle inner;
@@ -240,8 +235,9 @@ TEST(PersistableBundleTest, eachFaultHasItsError) {
            {nest(1000), android::BAD_VALUE},
            {nest(32), android::OK},  // the count of levels is back to none
        }) {
+    const Filled parcel(text);
     PersistableBundle bundle;
-    EXPECT_EQ(read(text, &bundle), expected) << text;
+    EXPECT_EQ(bundle.readFromParcel(&parcel), expected) << text;
   }
 }
 
