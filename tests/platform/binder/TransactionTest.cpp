@@ -10,7 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "fixture/Process.h"
-#include "fixture/Stage.h"
+#include "fixture/Process.h"
 #include "support/TempDir.h"
 
 namespace {
