@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 
 #include "fixture/Process.h"
-#include "fixture/Process.h"
 #include "support/TempDir.h"
 
 namespace {
