@@ -126,7 +126,7 @@ void AtomIntake::note(uid_t sender, const std::string& what) {
 std::vector<uid_t> AtomStore::add(uid_t sender, AtomReport atom) {
   std::vector<uid_t> dropped;
   const size_t bytes = bytesOf(atom);
-  while (!mQueues.empty() && mBytes + bytes > mMaxBytes) dropped.push_back(dropOldest());
+  while (!mQueues.empty() && mBytes + bytes > kMaxStoreBytes) dropped.push_back(dropOldest());
   Queue& queue = mQueues[sender];
   queue.entries.push_back({mSequence++, std::move(atom)});
   queue.bytes += bytes;

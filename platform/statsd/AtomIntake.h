@@ -29,12 +29,10 @@ struct ConfigKey {
 };
 
 // The atoms kept between two fetches. They are kept by sender, so that a full store takes from the sender who
-// holds most, and one publisher cannot push out another's atoms. Not thread-safe.
+// holds most, and one publisher cannot push out another's atoms. Holds at most kMaxStoreBytes. Not
+// thread-safe.
 class AtomStore {
  public:
-  // `maxBytes` is for tests; see Limits.h.
-  explicit AtomStore(size_t maxBytes = kMaxStoreBytes) : mMaxBytes(maxBytes) {}
-
   // Adds an atom of `sender`. If it does not fit, drops the oldest atom of the uid that holds most bytes,
   // until it does. Returns the sender of each dropped atom; in most cases that list is empty.
   std::vector<uid_t> add(uid_t sender, AtomReport atom);
@@ -57,7 +55,6 @@ class AtomStore {
   // Drops the oldest atom of the uid that holds most bytes, and returns that uid. The store must hold one.
   uid_t dropOldest();
 
-  size_t mMaxBytes;
   size_t mBytes = 0;  // of all queues
   uint64_t mSequence = 0;
   std::map<uid_t, Queue> mQueues;
