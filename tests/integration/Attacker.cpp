@@ -132,15 +132,21 @@ void pipelinedCalls() {
 // Callers that are stopped for a while and then killed in mid-call.
 void killedCallers() {
   std::deque<pid_t> stopped;
+  int started[2];
+  if (pipe2(started, O_CLOEXEC) != 0) _exit(1);
   for (int made = 0;; ++made) {
     const pid_t child = fork();
     if (child == 0) {
       prctl(PR_SET_PDEATHSIG, SIGKILL);
+      if (write(started[1], "", 1) != 1) _exit(1);
       const unique_fd socket = connectTo(kCollector);
       for (const std::string one = request(); sendAll(socket, one);) {
       }
       _exit(0);
     }
+    // A child that is stopped before it has asked to die with this process would stay for ever.
+    char byte = 0;
+    if (read(started[0], &byte, 1) != 1) _exit(1);
     usleep(500);
     kill(child, SIGSTOP);
     stopped.push_back(child);
