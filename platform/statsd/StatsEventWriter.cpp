@@ -77,6 +77,7 @@ class StatsEventWriter::Sender {
   void noteLosses(const Losses& losses);
   int send(std::string_view payload, int64_t deadlineNs);
   int socketFd();
+  static int connectToService(int fd);
 
   Torv::Base::Mutex mMutex;
   android::base::unique_fd mSocket GUARDED_BY(mMutex);  // once made, it stays
@@ -133,19 +134,32 @@ void StatsEventWriter::Sender::noteLosses(const Losses& losses) {
 }
 
 // Sends a log header and `payload` as one datagram, until `deadlineNs` (CLOCK_BOOTTIME) at most. Returns 0 or
-// an errno, EAGAIN if the queue stays full. The socket is not connected: each datagram names the service's
-// address, so no thread has to replace a connection that others use.
+// an errno, EAGAIN if the queue stays full.
 int StatsEventWriter::Sender::send(std::string_view payload, int64_t deadlineNs) {
   constexpr timespec kPause{.tv_sec = 0, .tv_nsec = 1'000'000};
   const std::string datagram = logHeader().append(payload);
   const int fd = socketFd();
-  auto path = platform::SocketPath::of(platform::runtimeDirectory(), kAtomSocket);
-  if (!path.ok()) return path.error().code();
-  while (sendto(fd, datagram.data(), datagram.size(), MSG_DONTWAIT, path->address(), path->size()) < 0) {
-    if (errno != EAGAIN || bootTimeNs() >= deadlineNs) return errno;
-    nanosleep(&kPause, nullptr);
+  bool isConnectedAnew = false;
+  while (::send(fd, datagram.data(), datagram.size(), MSG_DONTWAIT) < 0) {
+    const int error = errno;
+    if (error == EAGAIN && bootTimeNs() < deadlineNs) {
+      nanosleep(&kPause, nullptr);
+      continue;
+    }
+    if (error == EAGAIN || isConnectedAnew) return error;
+    // This is the first atom, or the service has ended and may have been started again.
+    if (const int failed = connectToService(fd); failed != 0) return failed;
+    isConnectedAnew = true;
   }
   return 0;
+}
+
+// Connects the socket to the service of now, or connects it to another one than before: no thread has to
+// replace a socket that others use. Returns 0 or an errno.
+int StatsEventWriter::Sender::connectToService(int fd) {
+  auto path = platform::SocketPath::of(platform::runtimeDirectory(), kAtomSocket);
+  if (!path.ok()) return path.error().code();
+  return connect(fd, path->address(), path->size()) == 0 ? 0 : errno;
 }
 
 // Returns -1 if no socket can be made now.

@@ -16,10 +16,10 @@ enum class WriteResult {
 };
 
 // Sends atoms to the service of the current runtime directory, in the encoding of libstatssocket. Keeps a
-// socket from the first atom on, and finds a service that was started again. A call waits for 20 ms at most,
-// and only while the service's queue is full. An atom that could not be sent is not sent again, but counted,
-// and the service is told of such atoms before the next one that reaches it. Thread-safe; threads do not wait
-// for each other.
+// socket from the first atom on, stays with the service that it has found until that one ends, and then finds
+// one that was started again. A call waits for 20 ms at most, and only while the service's queue is full. An
+// atom that could not be sent is not sent again, but counted, and the service is told of such atoms before
+// the next one that reaches it. Thread-safe; threads do not wait for each other.
 class StatsEventWriter {
  public:
   StatsEventWriter();
